@@ -1,0 +1,80 @@
+/* Host plug-in face of the echo canceller: the descriptor a host audio framework looks up, and the
+ * records it exchanges with the three entry points. Unlike the core interface, these entry points
+ * allocate the instance themselves and report failures on standard error. */
+#ifndef SONVEL_AEC_HOST_H
+#define SONVEL_AEC_HOST_H
+
+#include <stdint.h>
+#include "sonvel_aec_export.h"
+
+SONVEL_EXTERN_C_BEGIN
+
+/* AEC configuration supplied by the host. */
+typedef struct KxAecConfig {
+    int32_t s32UseCfg;        /* non-zero: use the values below; 0: the built-in set */
+    uint8_t u8CnEnable;
+    uint8_t u8NlpLevel;
+    uint8_t au8Reserved[2];
+    int16_t s16CohThr;
+    int16_t s16HfBinLo;
+    int16_t s16HfBinHi;
+    int16_t s16CohBinLo;
+    int16_t s16CohBinHi;
+    int16_t as16BandEdge[6];
+    int16_t as16BandShift[7];
+    int16_t s16ClampBinLo;
+    int16_t s16ClampBinHi;
+} KxAecConfig;
+
+/* Host configuration record; only pstAecConfig is read (it must not be null). */
+typedef struct KxAecHostConfig {
+    void *pHostReserved0;
+    void *pHostReserved1;
+    KxAecConfig *pstAecConfig;
+} KxAecHostConfig;
+
+/* Audio buffer record: ps16Main is the near end (input) or the destination (output); ps16Ref is
+ * the far-end reference; s32Bytes is the byte count of each buffer, a whole number of frames. */
+typedef struct KxAecFrame {
+    int16_t *ps16Main;
+    int16_t *ps16Ref;
+    void *pReserved0;
+    void *pReserved1;
+    int32_t s32Bytes;
+} KxAecFrame;
+
+/* Wrapper handle (allocated by KX_AEC_Init). */
+typedef struct KxAecHandle {
+    void *hCore;          /* core instance handle */
+    uint32_t u32FrameLen; /* samples per frame: 80, 160, or 0 for an unsupported rate */
+    void *pMem;           /* instance block */
+} KxAecHandle;
+
+typedef int32_t (*KxAecInitFn)(void **phHandle, int32_t s32SampleRate,
+                               const KxAecHostConfig *pstConfig);
+typedef int32_t (*KxAecProcessFn)(void *hHandle, const KxAecFrame *pstIn, KxAecFrame *pstOut);
+typedef int32_t (*KxAecDeInitFn)(void *hHandle);
+
+/* Plug-in descriptor. */
+typedef struct KxAecWorkHandle {
+    char acName[32];
+    KxAecInitFn pfnInit;
+    KxAecProcessFn pfnProcess;
+    KxAecDeInitFn pfnDeInit;
+} KxAecWorkHandle;
+
+SONVEL_API extern const KxAecWorkHandle g_Audio_AEC_WorkHandle;
+
+/* Creates an instance for 8000 or 16000 Hz. Returns 0, or -1 on any failure (with a diagnostic
+ * on standard error). *phHandle is written only on success. */
+SONVEL_API int32_t KX_AEC_Init(void **phHandle, int32_t s32SampleRate,
+                               const KxAecHostConfig *pstConfig);
+/* Processes s32Bytes / 2 samples as consecutive 10 ms frames. Returns 0, the core status of the
+ * first failing frame, or -1 for an invalid handle or buffer. */
+SONVEL_API int32_t KX_AEC_Process(void *hHandle, const KxAecFrame *pstIn, KxAecFrame *pstOut);
+/* Releases the instance; a null handle is accepted. Always returns 0. */
+SONVEL_API int32_t KX_AEC_DeInit(void *hHandle);
+
+SONVEL_EXTERN_C_END
+
+#endif
