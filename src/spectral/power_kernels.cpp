@@ -1,11 +1,69 @@
-// Per-bin power kernels (placeholder bodies).
+// Per-bin power kernels: |x|^2 of spectra whose parts carry their own Q values (exact integer and
+// single-precision variants, brought to the smaller Q of the bin), the single-precision power
+// normalised per bin with its Q value, and the smoothed far-end power.
 #include "sonvel_aec_spectral.h"
 
+#include <algorithm>
+
+#include "spectral/kernel_elements.h"
 #include "state/aec_state.h"
 
-extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_T(const int32_t *, const int32_t *, int32_t *, int32_t *,
-                                                          int32_t) {}
-extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_F(const int32_t *, const int32_t *, int32_t *, int32_t *,
-                                                          int32_t) {}
-extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_F(const int32_t *, int32_t *, int16_t, int16_t *, int32_t) {}
-extern "C" SONVEL_API void Sonvel_AEC_Energy(const AecState *, const int32_t *, int32_t *) {}
+namespace {
+
+// Truncating right shift by 2 * (q - qm) for 32-bit Q values q >= qm (any size).
+inline int32_t align_dq(int32_t e, int32_t q, int32_t qm) {
+    const int64_t count = 2 * (static_cast<int64_t>(q) - qm);
+    return fx::shr_trunc(e, static_cast<int>(std::min<int64_t>(count, 32)));
+}
+
+// 2 * qm - 32 in 32-bit two's complement.
+inline int32_t energy_q_dq(int32_t qm) {
+    return static_cast<int32_t>(2u * static_cast<uint32_t>(qm) - 32u);
+}
+
+// Shared loop of the two DQ kernels; PartPower gives the power of one part.
+template <int32_t (*PartPower)(int32_t)>
+inline void energy_dq(const int32_t *x, const int32_t *qx, int32_t *e, int32_t *qe, int32_t bins) {
+    for (int32_t k = 0; k < bins; ++k) {
+        const int32_t qre = qx[2 * k];
+        const int32_t qim = qx[2 * k + 1];
+        const int32_t qm = std::min(qre, qim);
+        const int32_t ere = align_dq(PartPower(x[2 * k]), qre, qm);
+        const int32_t eim = align_dq(PartPower(x[2 * k + 1]), qim, qm);
+        e[k] = fx::sat_add(ere, eim);
+        qe[k] = energy_q_dq(qm);
+    }
+}
+
+int32_t part_power_t(int32_t x) { return sp::part_power_t(x); }
+int32_t part_power_f(int32_t x) { return sp::part_power_f(x); }
+
+}  // namespace
+
+extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_T(const int32_t *x, const int32_t *qx,
+                                                          int32_t *e, int32_t *qe, int32_t n) {
+    energy_dq<part_power_t>(x, qx, e, qe, sp::stepped_count(n, 2));
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_F(const int32_t *x, const int32_t *qx,
+                                                          int32_t *e, int32_t *qe, int32_t n) {
+    energy_dq<part_power_f>(x, qx, e, qe, sp::stepped_count(n, 4));
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_F(const int32_t *x, int32_t *e, int16_t q,
+                                                       int16_t *qe, int32_t n) {
+    const int32_t bins = sp::stepped_count(n, 4);
+    const int qoff = 2 * q - 32;
+    for (int32_t k = 0; k < bins; ++k) {
+        const sp::BinPower bp = sp::bin_power_f(x[2 * k], x[2 * k + 1]);
+        const sp::Mant m = sp::normalise(bp.e, 2 * bp.h + qoff);
+        e[k] = m.m;
+        qe[k] = static_cast<int16_t>(m.q);
+    }
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_Energy(const AecState *state, const int32_t *x, int32_t *p) {
+    const int32_t bins = sp::stepped_count(state->s16HalfFftLen + 4, 4);
+    const int s = state->s16RateShift;
+    for (int32_t k = 0; k < bins; ++k) p[k] = sp::far_power_element(x[2 * k], x[2 * k + 1], s, p[k]);
+}
