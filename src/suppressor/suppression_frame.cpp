@@ -1,16 +1,202 @@
-// Suppression frame step of one processing block.
-//
-// Interim step: until the residual echo suppressor is in place, the output block is the linear
-// stage's error block, shifted back from the transform scale to 16-bit samples with saturation.
+// Suppression frame step of one processing block: windowing and transforms of the near-end,
+// far-end, error and echo frames, the delayed far-end spectrum, the smoothed auto- and
+// cross-spectra, the fixed order of the analysis, control, gain and comfort-noise steps, the
+// output-power mute, the pass-through while the far end is quiet, and the synthesis.
+#include "sonvel_aec_spectral.h"
 #include "sonvel_aec_stages.h"
 
+#include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
 #include "state/aec_state.h"
+#include "spectral/kernel_elements.h"
+#include "suppressor/spectrum_power.h"
+#include "suppressor/synthesis.h"
+
+namespace {
+
+constexpr int kMaxFft = 256;
+constexpr int kSpecWords = kMaxFft + 8;  // bins 0..N/2 plus six guard words
+constexpr int16_t kSmooth = 29490;       // 0.9 in Q15
+constexpr int16_t kQuietBlocks = 477;    // 3.816 s of quiet far end before pass-through
+constexpr int32_t kQuietLevel = 5152;    // far-end level threshold at the lowest setting
+constexpr int32_t kQuietStep = 2048;     // 10 dB per setting
+
+struct Spectra {
+    alignas(16) int32_t x[kSpecWords];  // far end (delayed from step 7 on)
+    alignas(16) int32_t d[kSpecWords];  // near end
+    alignas(16) int32_t e[kSpecWords];  // error
+    alignas(16) int32_t y[kSpecWords];  // echo estimate
+};
+
+// Step 1: periodic sine window of length N from its rising half.
+void build_window(const AecState *st, int16_t *w) {
+    const int16_t *table = st->u16SampleRate == 0 ? Sonvel_AEC_gasAecWindow_65 : Sonvel_AEC_gasAecWindow_129;
+    const int n = st->s16FftLen2;
+    const int half = st->s16BlockLen;
+    for (int i = 0; i < half; ++i) w[i] = table[i];
+    for (int i = half; i < n; ++i) w[i] = table[n - i];
+}
+
+// Previous and current block of a 32-bit signal as one frame; the current block becomes the previous.
+void join_blocks(int32_t *frame, int32_t *prev, const int32_t *cur, int half) {
+    for (int i = 0; i < half; ++i) frame[i] = prev[i];
+    for (int i = 0; i < half; ++i) frame[half + i] = cur[i];
+    for (int i = 0; i < half; ++i) prev[i] = cur[i];
+}
+
+// Step 2: the four windowed frames at the scale of 16-bit samples shifted left by s.
+void build_frames(AecState *st, const int16_t *w, Spectra &f) {
+    const int half = st->s16BlockLen;
+    const int n = st->s16FftLen2;
+    const int shift = 15 - st->s16RateShift;
+    join_blocks(f.e, st->ai32ErrPrev, st->ai32ErrBlk, half);
+    join_blocks(f.y, st->ai32EchoPrev, st->ai32EchoEst, half);
+    for (int i = 0; i < n; ++i) {
+        f.d[i] = (w[i] * st->as16NearTimeBuf[i]) >> shift;
+        f.x[i] = (w[i] * st->as16FarTimeBuf[i]) >> shift;
+        f.e[i] = fx::rnd(static_cast<int64_t>(f.e[i]) * w[i], 15);
+        f.y[i] = fx::rnd(static_cast<int64_t>(f.y[i]) * w[i], 15);
+    }
+    for (int i = n; i < n + 8; ++i) f.d[i] = f.x[i] = f.e[i] = f.y[i] = 0;
+}
+
+// Step 4: no word of bins 0..N/2 stays zero; the guard words are cleared again.
+void zero_guard(int32_t *spec, int n) {
+    for (int i = 0; i < n + 2; ++i) spec[i] = spec[i] == 0 ? 1 : spec[i];
+    for (int i = n + 2; i < n + 8; ++i) spec[i] = 0;
+}
+
+// Step 5: instantaneous near-end power per bin (twice the power on the scale of Sd) and its sum.
+int64_t near_power(AecState *st, const int32_t *d) {
+    const int s = st->s16RateShift;
+    const int bins = st->s16HalfFftLen + 4;
+    int64_t sum = 0;
+    for (int k = 0; k < bins; ++k) {
+        const sp::BinPower b = sp::bin_power_f(d[2 * k], d[2 * k + 1]);
+        st->ai32DPowMan[k] = b.e;
+        st->as16DPowExp[k] = static_cast<int16_t>(2 * b.h + 2 * s - 33);
+        sum += sup::power_sum_term(b, s);
+    }
+    return sum;
+}
+
+// Step 6: counts quiet far-end blocks; true once the pass-through is due.
+bool far_quiet(AecState *st) {
+    int16_t level = 0;
+    for (int16_t v : st->as16FarLevelHist) level = v > level ? v : level;
+    if (level >= kQuietLevel + kQuietStep * st->u16NlpLevel) {
+        st->s16FarQuietCnt = 0;
+        return false;
+    }
+    ++st->s16FarQuietCnt;
+    if (st->s16FarQuietCnt < kQuietBlocks) return false;
+    st->s16FarQuietCnt = kQuietBlocks;
+    return true;
+}
+
+// Step 7: keep the far-end spectrum in the history and take the one of the strongest partition.
+void delay_far(AecState *st, int32_t *x) {
+    const int words = st->s16FftLen + 4;
+    int32_t idx = st->s32MaxPartIdx;
+    idx = idx < 0 ? 0 : (idx >= sonvel::kSpecSlots ? sonvel::kSpecSlots - 1 : idx);
+    int32_t *slot0 = st->aiNlpSpecHist[0];
+    for (int i = 0; i < words; ++i) slot0[i] = x[i];
+    const int32_t *slot = st->aiNlpSpecHist[idx];
+    for (int i = 0; i < words; ++i) x[i] = slot[i];
+}
+
+// Step 8: smoothed powers of error, near end and delayed far end.
+void smooth_powers(AecState *st, const Spectra &f) {
+    const int16_t s = st->s16RateShift;
+    const int32_t bins = st->s16HalfFftLen + 4;
+    Sonvel_AEC_Complex_Energy_Smooth_F(f.e, st->ai32SeMan, s, st->as16SeExp, kSmooth, bins);
+    Sonvel_AEC_Complex_Energy_Smooth_F(f.d, st->ai32SdMan, s, st->as16SdExp, kSmooth, bins);
+    Sonvel_AEC_Complex_Energy_Smooth_F(f.x, st->ai32SxMan, s, st->as16SxExp, kSmooth, bins);
+}
+
+// Step 9: sum of a smoothed power over bins 0..L at the common scale 2^c, divided by 2^8.
+int32_t band_sum(const int32_t *man, const int16_t *exp, int bins, int c) {
+    int64_t sum = 0;
+    for (int k = 0; k < bins; ++k) sum += fx::shr_trunc(man[k], exp[k] - c);
+    return static_cast<int32_t>(static_cast<uint64_t>(sum) >> 8);
+}
+
+int16_t min_exp(const int16_t *exp, int bins, int16_t start) {
+    for (int k = 0; k < bins; ++k) start = exp[k] < start ? exp[k] : start;
+    return start;
+}
+
+// Step 10: smoothed cross-spectra Sxd = X conj(D) and Sed = E conj(D).
+void smooth_cross(AecState *st, const Spectra &f) {
+    const int16_t s = st->s16RateShift;
+    const int32_t bins = st->s16HalfFftLen + 2;
+    Sonvel_AEC_Complex_ConjMult_Smooth_Q(f.x, f.d, st->ai32SxdMan, s, st->as16SxdExp, kSmooth, bins);
+    Sonvel_AEC_Complex_ConjMult_Smooth_Q(f.e, f.d, st->ai32SedMan, s, st->as16SedExp, kSmooth, bins);
+}
+
+// Step 12: mute the block when the suppressed output keeps less than 1/64 of the near-end power.
+void mute_if_quiet(const AecState *st, int64_t sum_d, int32_t *e, int16_t *hnl) {
+    const int half = st->s16HalfFftLen;
+    const int64_t sum_out = sup::power_sum(e, half + 4, st->s16RateShift);
+    const auto as_int32 = [](int64_t v) { return static_cast<int32_t>(static_cast<uint64_t>(v) >> 8); };
+    if (as_int32(sum_d) <= fx::L_shl(as_int32(sum_out), 6)) return;
+    for (int i = 0; i < 2 * half + 2; ++i) e[i] = 0;
+    for (int k = 0; k <= half; ++k) hnl[k] = 0;
+}
+
+}  // namespace
 
 extern "C" SONVEL_API int32_t Sonvel_AEC_Nlp(AecState *state, int16_t *out) {
-    const int s = state->s16RateShift;
-    for (int i = 0; i < state->s16BlockLen; ++i) {
-        out[i] = fx::sat16(fx::shr_trunc(state->ai32ErrBlk[i], s));
+    const int n = state->s16FftLen;
+    const int half = state->s16HalfFftLen;
+    const void *plan = state->au8FftPlan;
+    alignas(16) int16_t w[kMaxFft];
+    Spectra f;
+    alignas(16) int32_t spec_out[kSpecWords] = {};
+    alignas(16) int32_t frame[kMaxFft];
+    int16_t hnl[sonvel::kBinWords] = {};
+    int16_t hnl_fb = 0;
+
+    // 1-2. Window and windowed frames.
+    build_window(state, w);
+    build_frames(state, w, f);
+
+    // 3-4. Transforms, with no zero word left in the spectra.
+    Sonvel_AEC_Realfft(f.x, n, plan);
+    Sonvel_AEC_Realfft(f.d, n, plan);
+    Sonvel_AEC_Realfft(f.e, n, plan);
+    Sonvel_AEC_Realfft(f.y, n, plan);
+    for (int32_t *spec : {f.x, f.d, f.e, f.y}) zero_guard(spec, n);
+
+    // 5-7. Near-end power, far-end quiet detector, delayed far end.
+    const int64_t sum_d = near_power(state, f.d);
+    const bool pass_through = far_quiet(state);
+    delay_far(state, f.x);
+
+    // 8-10. Smoothed powers, band sums for the divergence guard, smoothed cross-spectra.
+    smooth_powers(state, f);
+    const int c = min_exp(state->as16SdExp, half + 1, min_exp(state->as16SeExp, half + 1, INT16_MAX)) - 1;
+    const int32_t se_sum = band_sum(state->ai32SeMan, state->as16SeExp, half + 1, c);
+    const int32_t sd_sum = band_sum(state->ai32SdMan, state->as16SdExp, half + 1, c);
+    smooth_cross(state, f);
+
+    // 11. Analysis, control and gains.
+    Sonvel_AEC_HnledCalc(state, hnl, &hnl_fb);
+    Sonvel_AEC_ComfortNoiseEstimate(state);
+    Sonvel_AEC_DivergeRistrict(state, f.e, f.d, f.y, se_sum, sd_sum);
+    Sonvel_AEC_HnlCtrl(state);
+    Sonvel_AEC_HnlCtrl1(state);
+    Sonvel_AEC_HnlmGain(state, nullptr, f.e, f.x, f.y);
+    Sonvel_AEC_NlpPro(state, hnl, hnl_fb, f.e);
+
+    // 12-14. Output power check, comfort noise, pass-through.
+    mute_if_quiet(state, sum_d, f.e, hnl);
+    Sonvel_AEC_ComfortNoise(state, hnl, f.e, spec_out);
+    if (pass_through) {
+        for (int i = 0; i < n + 2; ++i) spec_out[i] = f.d[i];
     }
+
+    // 15. Synthesis by windowed overlap-add.
+    sup::synthesize(state, spec_out, w, frame, out);
     return 0;
 }

@@ -1,9 +1,40 @@
-// Windowed overlap-add synthesis of the suppressor's output (stub until the synthesis lands).
-#include "sonvel_aec_stages.h"
+// Windowed overlap-add synthesis of the suppressor's output: block normalisation, inverse
+// transform, undoing of the normalisation, input and window scales, and overlap-add with the
+// previous frame. The frame step and Sonvel_AEC_OutPutSmooth share it.
+#include "suppressor/synthesis.h"
 
+#include "fixedpoint/block_float.h"
+#include "sonvel_aec_stages.h"
 #include "state/aec_state.h"
 
-extern "C" SONVEL_API int32_t Sonvel_AEC_OutPutSmooth(AecState *, int32_t *, const int16_t *,
-                                                      int32_t *, int16_t *) {
-    return 0;
+namespace sup {
+
+int32_t synthesize(AecState *state, int32_t *spec, const int16_t *win, int32_t *frame, int16_t *out) {
+    const int n = state->s16FftLen;
+    const int half = state->s16BlockLen;
+    const int order = state->s16FftOrder;
+
+    // 1. Normalise to log2 N guard bits and transform back.
+    const int32_t k = Sonvel_AEC_VetorNorm(spec, order, n + 1);
+    const int32_t status = Sonvel_AEC_Realifft(spec, n, state->au8FftPlan);
+
+    // 2. Undo the normaliser's shift, the input shift and the Q15 window.
+    const int t = static_cast<int16_t>(order + 1 - state->s16RateShift - k);
+    for (int i = 0; i < state->s16FftLen2; ++i) {
+        const int64_t p = static_cast<int64_t>(spec[i]) * win[i];
+        frame[i] = fx::rnd(fx::shift_sat64(p, t), 16);
+    }
+
+    // 3. Overlap-add with the upper half of the previous frame, which the new frame replaces.
+    int32_t *ola = state->ai32OlaBuf;
+    for (int i = 0; i < half; ++i) out[i] = fx::sat16(fx::sat_add(ola[half + i], frame[i]));
+    for (int i = 0; i < n; ++i) ola[i] = frame[i];
+    return status;
+}
+
+}  // namespace sup
+
+extern "C" SONVEL_API int32_t Sonvel_AEC_OutPutSmooth(AecState *state, int32_t *spec, const int16_t *win,
+                                                      int32_t *frame, int16_t *out) {
+    return sup::synthesize(state, spec, win, frame, out);
 }
