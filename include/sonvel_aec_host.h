@@ -65,6 +65,29 @@ typedef struct KxAecWorkHandle {
 
 SONVEL_API extern const KxAecWorkHandle g_Audio_AEC_WorkHandle;
 
+/* Diagnostics. Every failure of the wrapper writes to standard error
+ *   "\n\n\033[40m\033[31m\033[1m**Err In <function>-<line>:  <message>**\033[0m\n\n"
+ * with these line numbers and messages:
+ *   KX_AEC_Init     50  "pstConfig is NULL!"
+ *   KX_AEC_Init     52  "pstAecConfig is NULL!"          (AEC configuration pointer null)
+ *   KX_AEC_Init     54  "phHandle is NULL!"              (handle out-pointer null)
+ *   KX_AEC_Init     60  "malloc fail"                    (handle record)
+ *   KX_AEC_Init     62  "memset_s fail"                  (clearing the handle record)
+ *   KX_AEC_Init     79  "AEC Unsupport 48k samplerate!\n"
+ *   KX_AEC_Init    152  "Sonvel_AEC_GetSize"             (instance size + 8 not positive)
+ *   KX_AEC_Init    163  "malloc fail"                    (instance block)
+ *   KX_AEC_Init    180  "Sonvel_AEC_Init", then "s32Ret is <core status>\n"
+ *   KX_AEC_Process 200  "hHandle is NULL!"
+ *   KX_AEC_Process 202  "pstIn is NULL!"
+ *   KX_AEC_Process 204  "pstOut is NULL!"
+ *   KX_AEC_Process 206  "Unsupported samplerate, no frame length!"  (created at a rate other
+ *                                                     than 8000 / 16000 Hz)
+ *   KX_AEC_Process 208  "byte count is not a whole number of frames!"  (negative, or not a
+ *                                                     multiple of 2 * frame length)
+ *   KX_AEC_Process 210  "frame buffer is NULL!"         (a sample pointer of a non-empty buffer)
+ *   KX_AEC_Process 227  "Sonvel_AEC_Apply", then "s32Return is <core status>\n"
+ * Refusals (all but 227) return -1 before any frame is processed. */
+
 /* Creates an instance for 8000 or 16000 Hz. Returns 0, or -1 on any failure (with a diagnostic
  * on standard error). *phHandle is written only on success. */
 SONVEL_API int32_t KX_AEC_Init(void **phHandle, int32_t s32SampleRate,
