@@ -1,0 +1,31 @@
+// Pieces of the coherence analysis that its tests reach directly: the band mean, the statistics
+// of the preferred band and the decisions taken from them.
+#pragma once
+
+#include <cstdint>
+
+struct AecState;
+
+namespace sup {
+
+// Mean of v over [lo, hi) rounded down; the edges are bounded to the computed bins 0..bins-1 and an
+// empty band gives 0.
+int16_t band_mean(const int16_t *v, int lo, int hi, int bins);
+
+// Means of the error/near coherence and of the far/near incoherence over the preferred band, and
+// the upper and lower order statistics of the gains there.
+struct PrefBand {
+    int16_t de_avg;
+    int16_t xd_avg;
+    int16_t fb_high;
+    int16_t fb_low;
+};
+
+PrefBand preferred_band(const AecState *st, const int16_t *coh_ed, const int16_t *xd, const int16_t *hnl,
+                        int bins);
+
+// Near-end state, incoherence minimum, regime (gains hnl[0..L], echo state) and new minimum of the
+// low band gain; returns the band gain.
+int16_t decide(AecState *st, const PrefBand &pref, const int16_t *coh_ed, const int16_t *xd, int16_t *hnl);
+
+}  // namespace sup
