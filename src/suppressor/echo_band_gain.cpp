@@ -1,8 +1,157 @@
-// Echo-band gain: adaptively smoothed far-end, echo-estimate and error powers and the per-bin
-// gain derived from the coupling model of the residual echo.
+// Echo-band gain: the far-end, echo-estimate and error powers smoothed with a per-bin factor that
+// follows how steady the far end is, a peak hold of the far-end power after a long far-end
+// silence, and the per-bin gain 1 - min(max(W * Asx - Asy, 0) / Ase, 1) of the coupling model of
+// the residual echo (W = coupling gain per bin), taken over at once when it falls and almost at
+// once when it rises.
+#include <algorithm>
+#include <cstdint>
+
 #include "sonvel_aec_stages.h"
 
+#include "fixedpoint/basic_ops.h"
+#include "fixedpoint/block_float.h"
+#include "spectral/kernel_elements.h"
+#include "spectral/reciprocal.h"
 #include "state/aec_state.h"
 
-extern "C" SONVEL_API void Sonvel_AEC_HnlmGain(AecState *, const void *, const int32_t *,
-                                               const int32_t *, const int32_t *) {}
+namespace {
+
+constexpr int kBins = sonvel::kBinWords;
+constexpr int16_t kMaxFactor = 24575;      // 0.75 in Q15
+constexpr int32_t kOne15 = 32767;
+constexpr int16_t kLatchQuietBlocks = 151;
+constexpr int16_t kPeakHoldQuietLen = 201;
+constexpr int16_t kClearLatchActive = 7;
+constexpr int16_t kPeakHoldMaxActive = 5;
+constexpr int32_t kRiseWeight = 17;        // of 16384
+constexpr float kTwoPow31 = 2147483648.0f;
+constexpr float kTwoPowM31 = 1.0f / 2147483648.0f;
+
+// Instantaneous powers of one block: mantissas with headroom 0 and their Q values.
+struct Powers {
+    int32_t man[kBins];
+    int16_t exp[kBins];
+};
+
+// Q31 quotient num / den of two non-negative mantissas (den > 0) in single precision:
+// int(float(num) * recip(float(den)) * 2^31), truncating and saturating.
+int32_t quotient_q31(int32_t num, int32_t den) {
+    const float f = fx::i2f(num) * sp::recip(fx::i2f(den));
+    return fx::f2i(f * kTwoPow31);
+}
+
+// Smoothing factor of one bin from R = Px / ((Asx + Asy) / 2): 24575 - |R - 1| / 2 in Q15,
+// within 8192..24575.
+int16_t smoothing_factor(int32_t px, int qpx, int32_t asx, int qasx, int32_t asy, int qasy) {
+    const int qm = std::min(qasx, qasy);
+    const int32_t u = fx::shr_trunc(asx >> 1, qasx - qm);
+    const int32_t v = fx::shr_trunc(asy >> 1, qasy - qm);
+    const sp::Mant s = sp::normalise(std::max(fx::sat_add(u, v), int32_t{1}), qm);
+    const int h = fx::hr(px);
+    const int32_t p = fx::shift_wrap(px, h - 1);
+    const int32_t q31 = quotient_q31(p, s.m);
+    const int32_t r = fx::shift_sat(q31, s.q + 1 - h - 16 - qpx);
+    const int16_t d = fx::sat16(fx::L_abs(fx::sat_sub(r, kOne15)));
+    return fx::sub(kMaxFactor, static_cast<int16_t>(d >> 1));
+}
+
+// Instantaneous gain of one bin: 1 - min(max(W * Asx - Asy, 0) / Ase, 1) in Q15.
+int16_t instant_gain(int32_t asx, int qasx, int32_t w, int32_t asy, int qasy, int32_t ase,
+                     int qase) {
+    // Asx * W / 32768, normalised.
+    const float tw = fx::i2f(asx) * fx::i2f(w);
+    const int32_t t = fx::f2i(tw * kTwoPowM31);
+    const int g = fx::hr(t);
+    const int32_t tn = sp::shl_low(t, g);
+    const int qt = qasx + g - 16;
+
+    // Residual echo power D = max(W * Asx - Asy, 0) at Q qm.
+    const int qm = std::min(qt, qasy);
+    const int32_t u = sp::align_to(tn, qt, qm);
+    const int32_t v = sp::align_to(asy, qasy, qm);
+    const int32_t d = std::max(fx::sat_sub(u, v), int32_t{0});
+
+    // rho = min(D / Ase, 1) in Q31.
+    const int32_t e = std::max(ase, int32_t{1});
+    const int ge = fx::hr(e);
+    const int32_t en = sp::shl_low(e, ge);
+    const int gd = fx::hr(d);
+    const int32_t dn = fx::shift_wrap(d, gd - 1);
+    const int32_t q31 = quotient_q31(dn, en);
+    const int32_t rho = fx::shift_sat(q31, 1 - gd - qm + qase + ge);
+
+    return fx::sub(static_cast<int16_t>(kOne15), static_cast<int16_t>(rho >> 16));
+}
+
+// A falling gain is taken over at once, a rising one except for 17/16384 of the old value.
+int16_t update_gain(int16_t h, int16_t g) {
+    const int32_t c = g > h ? kRiseWeight : 0;
+    const int32_t sum = fx::sat_add(c * h, (16384 - c) * g);
+    return fx::sat16(sum >> 14);
+}
+
+// Px[k] is larger than Asx[k]: a smaller Q value, or the same Q value and a larger mantissa.
+bool larger(int32_t m1, int q1, int32_t m2, int q2) {
+    return q1 < q2 || (q1 == q2 && m1 > m2);
+}
+
+// Latches the length of a long far-end silence; after one of at least 201 blocks, lets Asx jump
+// up to Px (bins 0..L) during the first 5 far-end active blocks while the near end is active.
+void silence_latch_and_peak_hold(AecState *st, const Powers &px, int last) {
+    if (st->as16FarVadSt[0] >= kLatchQuietBlocks) st->s16FarQuietLen = st->as16FarVadSt[0];
+    if (st->as16FarVadSt[3] >= kClearLatchActive) {
+        st->s16FarQuietLen = 0;
+        return;
+    }
+    if (st->s16FarQuietLen < kPeakHoldQuietLen || st->s16NearActive != 1 ||
+        st->as16FarVadSt[3] > kPeakHoldMaxActive) {
+        return;
+    }
+    for (int k = 0; k <= last; ++k) {
+        if (larger(px.man[k], px.exp[k], st->ai32AsxMan[k], st->as16AsxExp[k])) {
+            st->ai32AsxMan[k] = px.man[k];
+            st->as16AsxExp[k] = px.exp[k];
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" SONVEL_API void Sonvel_AEC_HnlmGain(AecState *state, const void * /*unused*/,
+                                               const int32_t *E, const int32_t *X,
+                                               const int32_t *Y) {
+    AecState *st = state;
+    const int last = st->s16HalfFftLen;
+    const int bins = last + 4;
+    const auto s = static_cast<int16_t>(st->s16RateShift);
+
+    // 1. Instantaneous powers of the delayed far end, the error and the echo estimate.
+    Powers px, pe, py;
+    Sonvel_AEC_Complex_Energy_F(X, px.man, s, px.exp, bins);
+    Sonvel_AEC_Complex_Energy_F(E, pe.man, s, pe.exp, bins);
+    Sonvel_AEC_Complex_Energy_F(Y, py.man, s, py.exp, bins);
+
+    // 2. Per-bin smoothing factors from the previous block's Asx and Asy.
+    int16_t a[kBins];
+    for (int k = 0; k < bins; ++k) {
+        a[k] = smoothing_factor(px.man[k], px.exp[k], st->ai32AsxMan[k], st->as16AsxExp[k],
+                                st->ai32AsyMan[k], st->as16AsyExp[k]);
+    }
+
+    // 3. Smoothing: error, far end, echo estimate.
+    const auto n = static_cast<int16_t>(bins);
+    Sonvel_AEC_Smooth_DG_F(pe.man, st->ai32AseMan, pe.exp, st->as16AseExp, a, n);
+    Sonvel_AEC_Smooth_DG_F(px.man, st->ai32AsxMan, px.exp, st->as16AsxExp, a, n);
+    Sonvel_AEC_Smooth_DG_F(py.man, st->ai32AsyMan, py.exp, st->as16AsyExp, a, n);
+
+    // 4. Far-end silence latch and peak hold.
+    silence_latch_and_peak_hold(st, px, last);
+
+    // 5.-6. Instantaneous gain and its update into the echo-band gain.
+    for (int k = 0; k < bins; ++k) {
+        const int16_t g = instant_gain(st->ai32AsxMan[k], st->as16AsxExp[k], st->ai32BandCoupling[k],
+                                       st->ai32AsyMan[k], st->as16AsyExp[k], st->ai32AseMan[k],
+                                       st->as16AseExp[k]);
+        st->as16EchoBandGain[k] = update_gain(st->as16EchoBandGain[k], g);
+    }
+}
