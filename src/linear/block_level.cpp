@@ -1,6 +1,7 @@
-// Logarithmic level of a block of 16-bit samples.
+// Logarithmic level of a block of 16-bit samples, as offered to outside callers.
+#include "linear/linear_internal.h"
 #include "sonvel_aec_stages.h"
 
-#include "state/aec_state.h"
-
-extern "C" SONVEL_API int32_t Sonvel_AEC_GetFramedB(const AecState *, const int16_t *) { return 0; }
+extern "C" SONVEL_API int32_t Sonvel_AEC_GetFramedB(const AecState *state, const int16_t *x) {
+    return lin::block_level(x, state->s16BlockLen);
+}

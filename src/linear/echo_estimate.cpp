@@ -1,7 +1,48 @@
-// Echo estimate of the adaptive filter: far-end history times filter partitions, inverse
-// transform, error against the near-end block.
+// Echo estimate of the partitioned-block filter in overlap-save form: the far-end spectra of the
+// last blocks times the filter partitions, summed, normalised, transformed back; the second half
+// of the block is the estimate, and the error (near end minus estimate) is left in the work
+// buffer as [L zeros, L error samples] for the filter update.
+#include <cstring>
+
+#include "linear/linear_internal.h"
+#include "sonvel_aec_spectral.h"
 #include "sonvel_aec_stages.h"
 
-#include "state/aec_state.h"
+extern "C" SONVEL_API void Sonvel_AEC_MdfFilter(AecState *state, int32_t *y, const int16_t *near) {
+    const lin::Geometry g = lin::geometry(*state);
 
-extern "C" SONVEL_API void Sonvel_AEC_MdfFilter(AecState *, int32_t *, const int16_t *) {}
+    // 1. Clear the spectrum accumulator.
+    std::memset(y, 0, sizeof(int32_t) * static_cast<size_t>(g.n + 2));
+
+    // 2. Y = sum over the six partitions of rnd_31(X_p * W_p), saturating, oldest slot last.
+    for (int p = g.start; p < g.start + lin::kParts; ++p) {
+        Sonvel_AEC_Complex_Mla(state->aiFarSpecHist[p], state->aiFiltPart[p], y, g.l + 2);
+    }
+
+    // 3. Leave log2 N guard bits for the inverse transform.
+    const int h = Sonvel_AEC_VetorNorm(y, g.order, g.n + 1);
+
+    // 4. Back to the time domain.
+    Sonvel_AEC_Realifft(y, g.n, state->au8FftPlan);
+
+    // 5. Undo the normalisation (with a gain of 2^4) on the second half, subtract from the
+    //    near end, and rebuild the buffer as [0, error].
+    const int undo = g.order - h + 4;
+    int32_t *est = state->ai32EchoEst;
+    int32_t *err = state->ai32ErrBlk;
+    for (int i = 0; i < g.l; ++i) {
+        const int32_t yhat = fx::shift_sat(y[g.l + i], undo);
+        const int32_t d = fx::shift_sat(near[i], g.s);
+        est[i] = yhat;
+        const int32_t e = fx::sat_sub(d, yhat);
+        err[i] = e;
+        y[i] = 0;
+        y[g.l + i] = e;
+    }
+
+    // 6. Optional clearing of the tail of the error block.
+    const int clearFrom = std::max<int>(state->s16FftLen2, 0);
+    if (clearFrom < g.n) {
+        std::memset(y + clearFrom, 0, sizeof(int32_t) * static_cast<size_t>(g.n - clearFrom));
+    }
+}
