@@ -3,6 +3,8 @@
 // silence, and the per-bin gain 1 - min(max(W * Asx - Asy, 0) / Ase, 1) of the coupling model of
 // the residual echo (W = coupling gain per bin), taken over at once when it falls and almost at
 // once when it rises.
+#include "suppressor/echo_band_gain.h"
+
 #include <algorithm>
 #include <cstdint>
 
@@ -39,6 +41,10 @@ int32_t quotient_q31(int32_t num, int32_t den) {
     const float f = fx::i2f(num) * sp::recip(fx::i2f(den));
     return fx::f2i(f * kTwoPow31);
 }
+
+}  // namespace
+
+namespace sonvel::echo_band {
 
 // Smoothing factor of one bin from R = Px / ((Asx + Asy) / 2): 24575 - |R - 1| / 2 in Q15,
 // within 8192..24575.
@@ -90,6 +96,10 @@ int16_t update_gain(int16_t h, int16_t g) {
     return fx::sat16(sum >> 14);
 }
 
+}  // namespace sonvel::echo_band
+
+namespace {
+
 // Px[k] is larger than Asx[k]: a smaller Q value, or the same Q value and a larger mantissa.
 bool larger(int32_t m1, int q1, int32_t m2, int q2) {
     return q1 < q2 || (q1 == q2 && m1 > m2);
@@ -120,6 +130,7 @@ void silence_latch_and_peak_hold(AecState *st, const Powers &px, int last) {
 extern "C" SONVEL_API void Sonvel_AEC_HnlmGain(AecState *state, const void * /*unused*/,
                                                const int32_t *E, const int32_t *X,
                                                const int32_t *Y) {
+    using namespace sonvel::echo_band;
     AecState *st = state;
     const int last = st->s16HalfFftLen;
     const int bins = last + 4;
