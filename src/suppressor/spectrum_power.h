@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
 #include "spectral/kernel_elements.h"
 
@@ -21,6 +22,16 @@ inline int64_t power_sum(const int32_t *spec, int bins, int s) {
     int64_t sum = 0;
     for (int k = 0; k < bins; ++k) sum += power_sum_term(sp::bin_power_f(spec[2 * k], spec[2 * k + 1]), s);
     return sum;
+}
+
+// A 64-bit power sum divided by 2^8: the sum shifted logically, its low 32 bits kept.
+inline int32_t scaled_sum(int64_t sum) {
+    return static_cast<int32_t>(static_cast<uint64_t>(sum) >> 8);
+}
+
+// True when the output keeps less than 1/64 of the near-end power.
+inline bool output_too_quiet(int64_t sum_near, int64_t sum_out) {
+    return scaled_sum(sum_near) > fx::L_shl(scaled_sum(sum_out), 6);
 }
 
 }  // namespace sup

@@ -118,7 +118,7 @@ void smooth_powers(AecState *st, const Spectra &f) {
 int32_t band_sum(const int32_t *man, const int16_t *exp, int bins, int c) {
     int64_t sum = 0;
     for (int k = 0; k < bins; ++k) sum += fx::shr_trunc(man[k], exp[k] - c);
-    return static_cast<int32_t>(static_cast<uint64_t>(sum) >> 8);
+    return sup::scaled_sum(sum);
 }
 
 int16_t min_exp(const int16_t *exp, int bins, int16_t start) {
@@ -138,8 +138,7 @@ void smooth_cross(AecState *st, const Spectra &f) {
 void mute_if_quiet(const AecState *st, int64_t sum_d, int32_t *e, int16_t *hnl) {
     const int half = st->s16HalfFftLen;
     const int64_t sum_out = sup::power_sum(e, half + 4, st->s16RateShift);
-    const auto as_int32 = [](int64_t v) { return static_cast<int32_t>(static_cast<uint64_t>(v) >> 8); };
-    if (as_int32(sum_d) <= fx::L_shl(as_int32(sum_out), 6)) return;
+    if (!sup::output_too_quiet(sum_d, sum_out)) return;
     for (int i = 0; i < 2 * half + 2; ++i) e[i] = 0;
     for (int k = 0; k <= half; ++k) hnl[k] = 0;
 }
