@@ -1,16 +1,79 @@
-// The real FFT pair: a real block to its packed half spectrum and back, over the complex FFT
-// service (the real block is transformed as a full complex block with zero imaginary parts).
+// The real FFT pair: a real block to its packed half spectrum (bins 0..N/2, re / im interleaved)
+// and back, over the complex FFT service. The real block is transformed as a full complex block
+// with zero imaginary parts; the inverse rebuilds the conjugate-symmetric upper half first.
 #include <cstdint>
 
+#include "fixedpoint/block_float.h"
 #include "sonvel_aec_fft.h"
 #include "sonvel_aec_spectral.h"
+#include "spectral/kernel_elements.h"
 
-extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const void *plan) {
-    (void)buf; (void)n; (void)plan;
-    return 0;
+namespace {
+
+constexpr int32_t kMaxLen = 256;
+constexpr int32_t kBadLength = -1;
+
+// Lengths the work arrays hold; the copy loops move 8 words per step.
+bool valid_length(int32_t n) { return n >= 8 && n <= kMaxLen && n % 8 == 0; }
+
+// -x saturated: -2^31 gives 2^31 - 1.
+int32_t neg_sat(int32_t x) { return fx::sat32(-static_cast<int64_t>(x)); }
+
+// c[n] = (buf[n], 0) for n = 0..N-1.
+void real_to_complex(const int32_t *buf, int32_t *c, int32_t n) {
+    for (int32_t i = 0; i < n; i += 4) {
+        for (int32_t j = 0; j < 4; ++j) {
+            c[2 * (i + j)] = buf[i + j];
+            c[2 * (i + j) + 1] = 0;
+        }
+    }
 }
 
+// Bins N/2+1 .. N-2 from bins N/2-1 .. 2, conjugated with saturating negation, two per pass;
+// bin N-1 from bin 1 with two's-complement negation.
+void mirror_upper_half(const int32_t *buf, int32_t *c, int32_t n) {
+    for (int32_t k = n / 2 + 1; k <= n - 2; k += 2) {
+        c[2 * k] = buf[2 * (n - k)];
+        c[2 * k + 1] = neg_sat(buf[2 * (n - k) + 1]);
+        c[2 * k + 2] = buf[2 * (n - k - 1)];
+        c[2 * k + 3] = neg_sat(buf[2 * (n - k - 1) + 1]);
+    }
+    c[2 * (n - 1)] = buf[2];
+    c[2 * (n - 1) + 1] = sp::neg_wrap(buf[3]);
+}
+
+}  // namespace
+
+// Real block buf[0..n-1] -> packed half spectrum buf[0..n+1], unscaled. Returns the service's
+// status, or -1 for a length the work arrays cannot hold (buf untouched).
+extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const void *plan) {
+    if (!valid_length(n)) return kBadLength;
+    alignas(32) int32_t c[2 * kMaxLen];
+    alignas(32) int32_t out[2 * kMaxLen];
+    // 1. Complex input with zero imaginary parts.
+    real_to_complex(buf, c, n);
+    // 2. Forward transform.
+    out[0] = 0;
+    const int32_t status = Sonvel_FFTFwd_CToC_SC32_Sfs(c, out, plan, 0);
+    // 3. Bins 0..N/2 with both parts.
+    for (int32_t i = 0; i < n + 2; ++i) buf[i] = out[i];
+    return status;
+}
+
+// Packed half spectrum buf[0..n+1] -> real block buf[0..n-1] (the inverse divides by N);
+// buf[n], buf[n+1] keep their values. Returns the service's status, or -1 as above.
 extern "C" SONVEL_API int32_t Sonvel_AEC_Realifft(int32_t *buf, int32_t n, const void *plan) {
-    (void)buf; (void)n; (void)plan;
-    return 0;
+    if (!valid_length(n)) return kBadLength;
+    alignas(32) int32_t c[2 * kMaxLen];
+    alignas(32) int32_t out[2 * kMaxLen];
+    // 1. Bins 0..N/2 as stored, imaginary parts of DC and Nyquist included.
+    for (int32_t i = 0; i < n + 2; ++i) c[i] = buf[i];
+    // 2.-3. The conjugate upper half.
+    mirror_upper_half(buf, c, n);
+    // 4. Inverse transform.
+    out[0] = 0;
+    const int32_t status = Sonvel_FFTInv_CToC_SC32_Sfs(c, out, plan, 0);
+    // 5. Real parts.
+    for (int32_t i = 0; i < n; ++i) buf[i] = out[2 * i];
+    return status;
 }

@@ -1,0 +1,179 @@
+// Forward and inverse transforms of the FFT service: decimation in time, a radix-4 or radix-2
+// first stage reading the source in digit-reversed order, then three radix-4 stages in place in
+// the destination. 64-bit butterflies; the inverse runs the forward kernel on swapped re / im.
+//
+// Scaling: the forward transform is unscaled and the inverse divides by N; both then multiply by
+// 2^-scaleFactor (scaleFactor > 0: rounding right shift, < 0: saturating left shift). Each stage
+// rounds its results once; the division by N and the scale factor are applied by the last stage.
+//
+// Precision: an input whose parts have at least log2 N bits of headroom is carried with guard
+// bits (the headroom the growth of the remaining stages does not yet need), so the early roundings
+// fall below the last place of the result, and no stage can overflow. Any other input runs
+// without guard bits and is clamped stage by stage (no wrap-around, no undefined behaviour).
+#include <cstdint>
+
+#include "fixedpoint/block_float.h"
+#include "spectral/fft/fft_butterflies.h"
+#include "spectral/fft/fft_plan.h"
+
+namespace sonvel::fft {
+namespace {
+
+// Guard bits after the first, second and third stage for inputs with log2 N bits of headroom:
+// sub-transforms of length len have parts below len 2^(31 - log2 N) sqrt(2), leaving
+// log2 N - log2 len - 1 bits, i.e. 5, 3 and 1 at both lengths.
+constexpr int kGuard[kStages - 1] = {5, 3, 1};
+
+// Common headroom of the 2n words of x.
+int headroom(const int32_t *x, int n) {
+    uint32_t acc = 0;
+    for (int i = 0; i < 2 * n; ++i) acc |= static_cast<uint32_t>(x[i] ^ (x[i] >> 31));
+    return fx::hr(static_cast<int32_t>(acc));
+}
+
+// src[index] * 2^guard, re / im exchanged with Swap.
+template <bool Swap>
+C64 load_src(const int32_t *src, int index, int guard) {
+    const C64 x = Swap ? load_swapped(src + 2 * index) : load(src + 2 * index);
+    return {x.re * (int64_t{1} << guard), x.im * (int64_t{1} << guard)};
+}
+
+// First stage, radix 4: four-point DFTs of the digit-reversed source into dst.
+template <bool Swap, class Store>
+void first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard, Store store) {
+    for (int b = 0; b < p.n; b += 4) {
+        C64 a[4];
+        for (int q = 0; q < 4; ++q) a[q] = load_src<Swap>(src, p.perm[b + q], guard);
+        radix4(a);
+        for (int q = 0; q < 4; ++q) store(dst + 2 * (b + q), a[q].re, a[q].im);
+    }
+}
+
+// First stage, radix 2: two-point DFTs of the digit-reversed source into dst.
+template <bool Swap, class Store>
+void first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard, Store store) {
+    for (int b = 0; b < p.n; b += 2) {
+        const C64 a0 = load_src<Swap>(src, p.perm[b], guard);
+        const C64 a1 = load_src<Swap>(src, p.perm[b + 1], guard);
+        store(dst + 2 * b, a0.re + a1.re, a0.im + a1.im);
+        store(dst + 2 * (b + 1), a0.re - a1.re, a0.im - a1.im);
+    }
+}
+
+// One radix-4 stage in place: groups of four sub-transforms of length m become transforms of
+// length 4m. Element k of sub-transform q is turned by W_4m^{qk} before the four-point DFT; the
+// results carry kProductBits extra bits until the store.
+template <class Store>
+void radix4_stage(int32_t *d, int n, int m, const Twiddle3 *tw, Store store) {
+    for (int base = 0; base < n; base += 4 * m) {
+        int32_t *x = d + 2 * base;
+        {
+            C64 a[4] = {widen(load(x)), widen(load(x + 2 * m)), widen(load(x + 4 * m)),
+                        widen(load(x + 6 * m))};
+            radix4(a);
+            for (int q = 0; q < 4; ++q) store(x + 2 * q * m, a[q].re, a[q].im);
+        }
+        for (int k = 1; k < m; ++k) {
+            int32_t *y = x + 2 * k;
+            const int32_t *w = tw[k].w;
+            C64 a[4] = {widen(load(y)), twiddle(load(y + 2 * m), w),
+                        twiddle(load(y + 4 * m), w + 2), twiddle(load(y + 6 * m), w + 4)};
+            radix4(a);
+            for (int q = 0; q < 4; ++q) store(y + 2 * q * m, a[q].re, a[q].im);
+        }
+    }
+}
+
+// Length of the sub-transforms the radix-4 stage s (1..3) combines.
+int sub_len(const Plan &p, int s) { return p.firstRadix << (2 * (s - 1)); }
+
+// All stages but the last; guard[s] are the guard bits after stage s (Sat: none, clamped).
+template <bool Swap, bool Sat>
+void early_stages(const int32_t *src, int32_t *dst, const Plan &p, const int *guard) {
+    const StoreSame<false, Sat> same;
+    if (p.firstRadix == 4) {
+        first_stage4<Swap>(src, dst, p, guard[0], same);
+    } else {
+        first_stage2<Swap>(src, dst, p, guard[0], same);
+    }
+    for (int s = 1; s < kStages - 1; ++s) {
+        const int drop = guard[s - 1] - guard[s];
+        radix4_stage(dst, p.n, sub_len(p, s), p.tw + p.twOffset[s],
+                     StoreRound<false, Sat>{kProductBits + drop});
+    }
+}
+
+// The last stage, from data with the given guard bits to result * 2^-shift.
+template <bool Swap>
+void last_stage(int32_t *dst, const Plan &p, int guard, int shift) {
+    const int s = kStages - 1;
+    const Twiddle3 *tw = p.tw + p.twOffset[s];
+    const int k = kProductBits + guard + shift;
+    if (k > 0) {
+        radix4_stage(dst, p.n, sub_len(p, s), tw, StoreRound<Swap, true>{k > 63 ? 63 : k});
+    } else {
+        radix4_stage(dst, p.n, sub_len(p, s), tw, StoreLeft<Swap>{-k > 64 ? 64 : -k});
+    }
+}
+
+// dst = DFT(src) * 2^-shift; with Swap the re / im parts of input and output are exchanged,
+// which turns the forward kernel into the unscaled inverse.
+template <bool Swap>
+void transform(const int32_t *src, int32_t *dst, const Plan &p, int shift) {
+    static constexpr int kNoGuard[kStages - 1] = {0, 0, 0};
+    if (headroom(src, p.n) >= p.order) {
+        early_stages<Swap, false>(src, dst, p, kGuard);
+        last_stage<Swap>(dst, p, kGuard[kStages - 2], shift);
+    } else {
+        early_stages<Swap, true>(src, dst, p, kNoGuard);
+        last_stage<Swap>(dst, p, 0, shift);
+    }
+}
+
+bool overlap(const int32_t *a, const int32_t *b, int words) {
+    const uintptr_t x = reinterpret_cast<uintptr_t>(a);
+    const uintptr_t y = reinterpret_cast<uintptr_t>(b);
+    const uintptr_t bytes = static_cast<uintptr_t>(words) * sizeof(int32_t);
+    return x < y + bytes && y < x + bytes;
+}
+
+// Argument checks shared by both directions; the plan on success.
+int32_t check(const int32_t *src, const int32_t *dst, const void *area, const Plan **plan) {
+    if (src == nullptr) return kNullSrc;
+    if (dst == nullptr) return kNullDst;
+    if (area == nullptr) return kNullPlan;
+    if (reinterpret_cast<uintptr_t>(src) % alignof(int32_t) != 0 ||
+        reinterpret_cast<uintptr_t>(dst) % alignof(int32_t) != 0) {
+        return kMisalignedData;
+    }
+    *plan = prepared(area);
+    if (*plan == nullptr) return kUnprepared;
+    if (overlap(src, dst, 2 * (*plan)->n)) return kOverlap;
+    return kOk;
+}
+
+// Clamp a shift count to a range every store handles.
+int clamp_shift(int64_t s) { return static_cast<int>(s > 64 ? 64 : (s < -65 ? -65 : s)); }
+
+}  // namespace
+}  // namespace sonvel::fft
+
+using namespace sonvel::fft;
+
+extern "C" SONVEL_API int32_t Sonvel_FFTFwd_CToC_SC32_Sfs(const int32_t *src, int32_t *dst,
+                                                         const void *plan, int32_t scaleFactor) {
+    const Plan *p = nullptr;
+    const int32_t status = check(src, dst, plan, &p);
+    if (status != kOk) return status;
+    transform<false>(src, dst, *p, clamp_shift(scaleFactor));
+    return kOk;
+}
+
+extern "C" SONVEL_API int32_t Sonvel_FFTInv_CToC_SC32_Sfs(const int32_t *src, int32_t *dst,
+                                                         const void *plan, int32_t scaleFactor) {
+    const Plan *p = nullptr;
+    const int32_t status = check(src, dst, plan, &p);
+    if (status != kOk) return status;
+    transform<true>(src, dst, *p, clamp_shift(int64_t{scaleFactor} + p->order));
+    return kOk;
+}
