@@ -106,38 +106,6 @@ TEST(InstanceInit, HeaderAndRateDerivedValues) {
     }
 }
 
-TEST(InstanceInit, FixedInitialValues) {
-    GuardedBlock block;
-    const AecCfg cfg = default_cfg(1);
-    void *h = nullptr;
-    ASSERT_EQ(Sonvel_AEC_Init(&h, block.data(), 62064, &cfg), 0);
-    const AecState *st = block.state();
-    EXPECT_EQ(st->s32NotNearState, 1);
-    EXPECT_EQ(st->s16CnSeed, 0x5555);
-    EXPECT_EQ(st->s16Ovrd, 1024);
-    EXPECT_EQ(st->s16OvrdSm, 1024);
-    EXPECT_EQ(st->s16FbLocalMin, 32767);
-    EXPECT_EQ(st->s16XdAvgMin, 32767);
-    EXPECT_EQ(st->s16FbMin, 32767);
-    EXPECT_EQ(st->s16OvrdCapLo, 1024);
-    EXPECT_EQ(st->s16OvrdCapHi, 1536);
-    EXPECT_EQ(st->u16InitMagic, 0xA5A5);
-    EXPECT_EQ(st->u32StateMagic, 0x5A5Au);
-    EXPECT_EQ(st->u32GuardA, 0x5A5A5A5Au);
-    EXPECT_EQ(st->u32GuardB, 0x5A5A5A5Au);
-    EXPECT_EQ(st->u32GuardC, 0x5A5A5A5Au);
-    EXPECT_EQ(st->s32OvrdTarget0, 226353);
-    EXPECT_EQ(st->s32OvrdTarget1, 377256);
-    EXPECT_EQ(st->s32OvrdTarget2, 603609);
-    EXPECT_EQ(st->s16OvrdFloor0, 512);
-    EXPECT_EQ(st->s16OvrdFloor1, 1536);
-    EXPECT_EQ(st->s16OvrdFloor2, 2560);
-    EXPECT_EQ(st->s16PrefBandLo, 6);
-    EXPECT_EQ(st->s16PrefBandHi, 58);
-    EXPECT_EQ(st->s32MaxPartIdx, 0);
-    EXPECT_EQ(st->u32CnEnable, 1u);
-}
-
 TEST(StateInit, ArgumentCodes) {
     GuardedBlock block;
     const AecCfg cfg = default_cfg(1);
