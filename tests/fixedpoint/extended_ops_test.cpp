@@ -1,0 +1,154 @@
+// Extended operators and their tables: documented results, the tables recomputed from their
+// rules, round trips of the double-precision format, and accuracy of the division and logarithms
+// against double-precision references.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <random>
+
+#include "fixedpoint/extended_ops.h"
+
+namespace {
+
+constexpr int32_t kMax = INT32_MAX;
+constexpr int32_t kMin = INT32_MIN;
+
+int32_t low32(int64_t v) { return static_cast<int32_t>(static_cast<uint32_t>(v)); }
+
+TEST(Tables, LogarithmTableFollowsItsRule) {
+    // Upper half: round(32767 log2(1 + j/32)); lower half: the difference to the next value.
+    auto log_q15 = [](int j) { return static_cast<int32_t>(std::floor(32767.0 * std::log2(1.0 + j / 32.0) + 0.5)); };
+    for (int j = 0; j < 32; ++j) {
+        const int32_t e = Sonvel_AEC_gaiAecLog2Tab[j];
+        EXPECT_EQ(e >> 16, log_q15(j)) << j;
+        EXPECT_EQ(static_cast<int16_t>(e & 0xFFFF), log_q15(j) - log_q15(j + 1)) << j;
+    }
+    EXPECT_EQ(Sonvel_AEC_gaiAecLog2Tab[0], 0x0000FA51);
+    EXPECT_EQ(Sonvel_AEC_gaiAecLog2Tab[16] >> 16, 19167);
+    EXPECT_EQ(Sonvel_AEC_gaiAecLog2Tab[31], (32023 << 16) | 0xFD18);  // -744
+}
+
+TEST(Tables, PowerTableFollowsItsRule) {
+    for (int i = 0; i <= 100; ++i) {
+        const double v = 32767.0 * std::pow(2.0, -i / 100.0);
+        EXPECT_EQ(Sonvel_AEC_gasAecpow2tab[i], static_cast<int16_t>(std::floor(v + 0.5))) << i;
+    }
+    EXPECT_EQ(Sonvel_AEC_gasAecpow2tab[0], 32767);
+    EXPECT_EQ(Sonvel_AEC_gasAecpow2tab[50], 23170);
+    EXPECT_EQ(Sonvel_AEC_gasAecpow2tab[100], 16384);
+}
+
+TEST(ExtendedOps, DocumentedResults) {
+    EXPECT_EQ(fx::Mpy_32_opt(kMin, kMin), kMax);
+    EXPECT_EQ(fx::Mpy_32_opt(0x40000000, 0x40000000), 0x20000000);
+    EXPECT_EQ(fx::Mpy_32_opt(kMin, kMax), -kMax);
+    EXPECT_EQ(fx::Mpy_32_16_opt(0x40000000, 16384), 0x20000000);
+    EXPECT_EQ(fx::Mpy_32_16_opt(3, 32767), 2);  // (3 * 32767) >> 15 = 2, bit 0 already clear
+    EXPECT_EQ(fx::Mpy_32_16_opt(kMax, 32767), 0x7FFEFFFE);
+    EXPECT_EQ(fx::Mpy_32_16_opt(kMin, -32768), kMin);  // 2^31 wraps; no saturation
+    EXPECT_EQ(fx::Mpy_32_16_opt2(0x40000000, 16384), 0x10000000);
+    EXPECT_EQ(fx::Mpy_32_16_opt2(-1, 1), -1);  // arithmetic shift: rounds toward minus infinity
+    EXPECT_EQ(fx::Div_32_OP(0x20000000, 0x40000000), 0x3FFFFFF8);
+    EXPECT_EQ(fx::Div_32_OP(0x20000000, 0x60000000), 0x2AAAAAA4);
+    EXPECT_EQ(fx::Div_32_OP(1, 0x0000FFFF), 0);   // upper half 0: no estimate
+    EXPECT_EQ(fx::Div_32_OP(1, -0x10000), 0);     // negative upper half
+    EXPECT_EQ(fx::subc(7, 3), 9);
+    EXPECT_EQ(fx::subc(3, 7), 6);
+    EXPECT_EQ(fx::subc(kMax, -1), -2);  // the difference wraps negative, then 2a wraps
+    EXPECT_EQ(fx::L_qdadd(kMax - 5, 0x40000000), kMax);
+    EXPECT_EQ(fx::L_qdsub(0, kMin), kMax);
+    EXPECT_EQ(fx::smlabb(-32768, -32768, kMax), kMax);
+    EXPECT_EQ(fx::smulwt(0x40000000, 0x40000000), 0x10000000);
+}
+
+TEST(ExtendedOps, LogarithmsDocumentedResults) {
+    int16_t e = -1, f = -1;
+    EXPECT_EQ(fx::Log2(1, &e, &f), 0);
+    EXPECT_EQ(e, 0);
+    EXPECT_EQ(f, 0);
+    fx::Log2(kMax, &e, &f);
+    EXPECT_EQ(e, 30);
+    EXPECT_EQ(f, 32766);
+    fx::Log2(3 << 20, &e, &f);
+    EXPECT_EQ(e, 21);
+    EXPECT_EQ(f, 19167);
+    for (int32_t x : {0, -1, kMin}) {
+        e = f = 99;
+        EXPECT_EQ(fx::Log2(x, &e, &f), 0);
+        EXPECT_EQ(e, 0);
+        EXPECT_EQ(f, 0);
+        EXPECT_EQ(fx::Ln_OP(x), -340680);
+    }
+    EXPECT_EQ(fx::Ln_OP(32768), 0);
+    EXPECT_EQ(fx::Ln_OP(65536), 22712);
+    for (int k = -15; k <= 15; ++k) {
+        const int32_t x = static_cast<int32_t>(int64_t{32768} << 15 >> (15 - k));
+        EXPECT_EQ(fx::Ln_OP(x), (22712 * k) & ~1) << k;
+    }
+}
+
+TEST(ExtendedOps, DoublePrecisionRoundTripAndProducts) {
+    std::mt19937 rng(3);
+    for (int i = 0; i < 200000; ++i) {
+        const int32_t L = static_cast<int32_t>(rng());
+        int16_t hi = 0, lo = 0;
+        fx::L_Extract(L, &hi, &lo);
+        ASSERT_EQ(hi, L >> 16);
+        ASSERT_GE(lo, 0);  // (L - hi * 2^16) / 2, for either sign of L
+        ASSERT_LE(lo, 32767);
+        ASSERT_EQ(fx::L_Comp(hi, lo), L & ~1) << L;
+
+        // The double-precision products stay within a few units of the exact Q31 products.
+        const int32_t M = static_cast<int32_t>(rng());
+        int16_t hm = 0, lm = 0;
+        fx::L_Extract(M, &hm, &lm);
+        const double exact = static_cast<double>(L) * M / 2147483648.0;
+        if (std::fabs(exact) < 2147483647.0) {
+            ASSERT_NEAR(fx::Mpy_32(hi, lo, hm, lm), exact, 8.0);  // truncations and the dropped bit 0
+            ASSERT_NEAR(fx::Mpy_32_opt(L, M), exact, 1.0);
+        }
+        ASSERT_NEAR(fx::Mpy_32_opt2(L, M), static_cast<double>(L) * M / 4294967296.0, 4.0);
+        const auto n = static_cast<int16_t>(M);
+        ASSERT_NEAR(fx::Mpy_32_16(hi, lo, n), static_cast<double>(L) * n / 32768.0, 4.0);
+        ASSERT_EQ(fx::Mpy_32_16_opt(L, n), low32((int64_t{L} * n) >> 15) & ~1);
+        ASSERT_NEAR(fx::smulwt(L, M), static_cast<double>(L) * hm / 65536.0, 2.0);
+    }
+}
+
+TEST(ExtendedOps, DivisionAccuracy) {
+    std::mt19937 rng(5);
+    int64_t worst = 0;
+    for (int i = 0; i < 200000; ++i) {
+        const int32_t den = 0x40000000 + static_cast<int32_t>(rng() % 0x3FFFFFFFu);
+        const int32_t num = 1 + static_cast<int32_t>(rng() % static_cast<uint32_t>(den - 1));
+        const int32_t q = fx::Div_32_OP(num, den);
+        const auto exact = static_cast<int64_t>(std::floor(static_cast<double>(num) / den * 2147483648.0));
+        worst = std::max(worst, q > exact ? q - exact : exact - q);
+    }
+    EXPECT_LE(worst, 1 << 12);  // about 2^-19 relative, the Newton step's accuracy
+}
+
+TEST(ExtendedOps, LogarithmAccuracyAndMonotonicity) {
+    int32_t prev = INT32_MIN;
+    std::mt19937 rng(9);
+    for (int i = 0; i < 200000; ++i) {
+        const int32_t x = std::max(1, static_cast<int32_t>(rng() >> 1) >> (rng() % 31));
+        int16_t e = 0, f = 0;
+        fx::Log2(x, &e, &f);
+        ASSERT_GE(f, 0);
+        ASSERT_NEAR(e + f / 32768.0, std::log2(static_cast<double>(x)), 3e-4) << x;
+        // ln 2 enters as 22712 / 32768, slightly below the true value.
+        ASSERT_NEAR(fx::Ln_OP(x) / 32768.0, (std::log2(x) - 15.0) * (22712.0 / 32768.0), 3e-4) << x;
+    }
+    for (int64_t x = 1; x <= kMax; x += 1 + x / 4096) {  // the fraction never decreases within an octave
+        int16_t e = 0, f = 0;
+        fx::Log2(static_cast<int32_t>(x), &e, &f);
+        const int32_t v = e * 32768 + f;
+        ASSERT_GE(v, prev) << x;
+        prev = v;
+    }
+}
+
+}  // namespace
