@@ -72,7 +72,7 @@ SONVEL_API extern const KxAecWorkHandle g_Audio_AEC_WorkHandle;
  *   KX_AEC_Init     52  "pstAecConfig is NULL!"          (AEC configuration pointer null)
  *   KX_AEC_Init     54  "phHandle is NULL!"              (handle out-pointer null)
  *   KX_AEC_Init     60  "malloc fail"                    (handle record)
- *   KX_AEC_Init     62  "memset_s fail"                  (clearing the handle record)
+ *   KX_AEC_Init     62  "handle clear fail"              (clearing the handle record)
  *   KX_AEC_Init     79  "AEC Unsupport 48k samplerate!\n"
  *   KX_AEC_Init    152  "Sonvel_AEC_GetSize"             (instance size + 8 not positive)
  *   KX_AEC_Init    163  "malloc fail"                    (instance block)

@@ -75,7 +75,7 @@ extern "C" SONVEL_API int32_t KX_AEC_Init(void **phHandle, int32_t s32SampleRate
     if (h == nullptr) return refuse(kInitName, 60, "malloc fail");
     if (sonvel::bounded_fill(h, sizeof(KxAecHandle), 0, sizeof(KxAecHandle)) != 0) {
         std::free(h);
-        return refuse(kInitName, 62, "memset_s fail");
+        return refuse(kInitName, 62, "handle clear fail");
     }
 
     // 3.-6. Rate and parameter record.
