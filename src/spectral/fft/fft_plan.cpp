@@ -1,4 +1,4 @@
-// Plan set-up of the FFT service: stage layout, input permutation of the first stage and the
+// Plan set-up of the FFT service: stage layout, output positions of the first stage and the
 // twiddle triples of the later stages, all written inside the caller's plan area.
 #include <cstring>
 
@@ -12,16 +12,27 @@ namespace {
 int stage_len(const Plan &p, int s) { return p.firstRadix << (2 * s); }
 
 // Digit-reversed input order: the sub-transform that stage s builds at position pos reads the
-// inputs offset, offset + stride, ... of its radix.
-void build_perm(Plan &p, int stage, int pos, int offset, int stride) {
+// inputs offset, offset + stride, ... of its radix. perm[pos] is the input of position pos.
+void build_perm(const Plan &p, uint8_t *perm, int stage, int pos, int offset, int stride) {
     if (stage < 0) {
-        p.perm[pos] = static_cast<uint8_t>(offset);
+        perm[pos] = static_cast<uint8_t>(offset);
         return;
     }
     const int radix = stage == 0 ? p.firstRadix : 4;
     const int sub = stage_len(p, stage) / radix;
-    for (int q = 0; q < radix; ++q) build_perm(p, stage - 1, pos + q * sub, offset + stride * q,
-                                               stride * radix);
+    for (int q = 0; q < radix; ++q) {
+        build_perm(p, perm, stage - 1, pos + q * sub, offset + stride * q, stride * radix);
+    }
+}
+
+// Output position of the first-stage butterflies o = 0, 4, 8, ... (the others follow N/4 apart).
+void build_first_out(Plan &p) {
+    uint8_t perm[kMaxN];
+    build_perm(p, perm, kStages - 1, 0, 0, 1);
+    for (int pos = 0; pos < p.n; pos += p.firstRadix) {
+        const int o = perm[pos];
+        if (o % 4 == 0) p.firstOut[o / 4] = static_cast<uint8_t>(pos);
+    }
 }
 
 // W_len^{qk} for q = 1..3 and k = 0..len/4-1, as angles of the 256-step circle.
@@ -33,15 +44,14 @@ void build_twiddles(Plan &p) {
         const int m = len / 4;
         const int step = kAngleSteps / len;
         p.twOffset[s] = next;
-        for (int k = 0; k < m; ++k) {
-            Twiddle3 &t = p.tw[next + k];
-            for (int q = 1; q <= 3; ++q) {
+        for (int q = 1; q <= 3; ++q) {
+            for (int k = 0; k < m; ++k) {
                 const Q31Pair w = unit_root(q * k * step);
-                t.w[2 * q - 2] = w.re;
-                t.w[2 * q - 1] = w.im;
+                p.tw[next + 2 * k] = w.re;
+                p.tw[next + 2 * k + 1] = w.im;
             }
+            next += 2 * m;
         }
-        next += m;
     }
 }
 
@@ -53,13 +63,13 @@ using namespace sonvel::fft;
 // Builds the plan for 2^order points; the area must be 8-byte aligned.
 extern "C" SONVEL_API int32_t Sonvel_FFTInit_C_SC32(void *plan, int32_t order) {
     if (plan == nullptr) return kNullPlan;
-    if (reinterpret_cast<uintptr_t>(plan) % alignof(Plan) != 0) return kMisalignedPlan;
+    if (reinterpret_cast<uintptr_t>(plan) % kPlanAlign != 0) return kMisalignedPlan;
     if (order < kMinOrder || order > kMaxOrder) return kBadOrder;
     Plan p{};
     p.order = order;
     p.n = 1 << order;
     p.firstRadix = order % 2 == 0 ? 4 : 2;
-    build_perm(p, kStages - 1, 0, 0, 1);
+    build_first_out(p);
     build_twiddles(p);
     p.magic = kPlanMagic;
     std::memcpy(plan, &p, sizeof p);

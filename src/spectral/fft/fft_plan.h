@@ -29,32 +29,34 @@ enum Status : int32_t {
 
 inline constexpr uint32_t kPlanMagic = 0x46465450u;
 
-// One radix-4 twiddle triple W^k, W^2k, W^3k in Q31 (re, im), W = e^{-j 2 pi / len}.
-struct Twiddle3 {
-    int32_t w[6];
-};
-
 // Decimation in time over four stages: radix 4 (N = 256) or radix 2 (N = 128) first, then three
-// radix-4 stages. Stage s >= 1 combines groups of four sub-transforms of length m_s = N / 4^(4-s)
-// and takes m_s twiddle triples, stored one stage after the other.
-inline constexpr int kTwiddleCount = 4 + 16 + 64;
+// radix-4 stages. Radix-4 stage s (1..3) combines groups of four sub-transforms of length
+// m = N / 4^(4-s); its twiddles W_4m^{qk} (Q31 re, im; e^{-j...}) are three arrays, q = 1, 2, 3,
+// of m pairs each (k = 0..m-1; the pair for k = 0 is never used), one stage after the other.
+inline constexpr int kTwiddleWords = 6 * (4 + 16 + 64);
+
+// The first stage reads its inputs in natural order: butterfly o (o = 0..N/r - 1) takes
+// x[o + q N/r], q = 0..r-1, and writes its r results from position firstOut[o / 4] + (o % 4) N/4.
+inline constexpr int kFirstOutCount = 16;
 
 struct Plan {
     uint32_t magic;
     int32_t order;
     int32_t n;
-    int32_t firstRadix;   // 4 or 2
-    int32_t twOffset[kStages];  // first triple of each stage (stage 0 has none)
-    Twiddle3 tw[kTwiddleCount];
-    uint8_t perm[kMaxN];  // input index read by each position of the first stage
+    int32_t firstRadix;         // 4 or 2
+    int32_t twOffset[kStages];  // first word of each radix-4 stage's twiddles (stage 0: none)
+    int32_t tw[kTwiddleWords];
+    uint8_t firstOut[kFirstOutCount];
 };
 
 static_assert(sizeof(Plan) <= SONVEL_FFT_PLAN_BYTES, "the plan must fit the caller's area");
-static_assert(alignof(Plan) <= 8, "the plan area is only 8-byte aligned");
+// Alignment the caller guarantees for the plan area (and the service demands).
+inline constexpr uintptr_t kPlanAlign = 8;
+static_assert(alignof(Plan) <= kPlanAlign, "the plan area is only 8-byte aligned");
 
 // The prepared plan in an area, or null when the area is null, misaligned or not prepared.
 inline const Plan *prepared(const void *area) {
-    if (area == nullptr || reinterpret_cast<uintptr_t>(area) % alignof(Plan) != 0) return nullptr;
+    if (area == nullptr || reinterpret_cast<uintptr_t>(area) % kPlanAlign != 0) return nullptr;
     const Plan *p = static_cast<const Plan *>(area);
     if (p->magic != kPlanMagic) return nullptr;
     if (p->order < kMinOrder || p->order > kMaxOrder || p->n != (1 << p->order)) return nullptr;

@@ -6,10 +6,12 @@
 // 2^-scaleFactor (scaleFactor > 0: rounding right shift, < 0: saturating left shift). Each stage
 // rounds its results once; the division by N and the scale factor are applied by the last stage.
 //
-// Precision: an input whose parts have at least log2 N bits of headroom is carried with guard
-// bits (the headroom the growth of the remaining stages does not yet need), so the early roundings
-// fall below the last place of the result, and no stage can overflow. Any other input runs
-// without guard bits and is clamped stage by stage (no wrap-around, no undefined behaviour).
+// Precision: data between stages carries g guard bits (stored value = true value * 2^g). An
+// input whose parts have at least log2 N bits of headroom keeps the headroom that the growth of
+// the remaining stages does not yet need, g = log2 N - 1 - log2 len after building transforms of
+// length len, so early roundings fall below the last place of the result and nothing overflows.
+// Any other input is scaled down as it grows, g = -log2 len, so that only the last stage's store
+// can saturate (no wrap-around, no undefined behaviour).
 #include <cstdint>
 
 #include "fixedpoint/block_float.h"
@@ -18,11 +20,6 @@
 
 namespace sonvel::fft {
 namespace {
-
-// Guard bits after the first, second and third stage for inputs with log2 N bits of headroom:
-// sub-transforms of length len have parts below len 2^(31 - log2 N) sqrt(2), leaving
-// log2 N - log2 len - 1 bits, i.e. 5, 3 and 1 at both lengths.
-constexpr int kGuard[kStages - 1] = {5, 3, 1};
 
 // Common headroom of the 2n words of x.
 int headroom(const int32_t *x, int n) {
@@ -38,25 +35,32 @@ C64 load_src(const int32_t *src, int index, int guard) {
     return {x.re * (int64_t{1} << guard), x.im * (int64_t{1} << guard)};
 }
 
-// First stage, radix 4: four-point DFTs of the digit-reversed source into dst.
+// Where the first-stage butterfly o writes its results.
+int first_out(const Plan &p, int o) { return p.firstOut[o / 4] + (o % 4) * (p.n / 4); }
+
+// First stage, radix 4: four-point DFTs of x[o + q N/4] into dst in digit-reversed order.
 template <bool Swap, class Store>
 void first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard, Store store) {
-    for (int b = 0; b < p.n; b += 4) {
+    const int stride = p.n / 4;
+    for (int o = 0; o < stride; ++o) {
         C64 a[4];
-        for (int q = 0; q < 4; ++q) a[q] = load_src<Swap>(src, p.perm[b + q], guard);
+        for (int q = 0; q < 4; ++q) a[q] = load_src<Swap>(src, o + q * stride, guard);
         radix4(a);
-        for (int q = 0; q < 4; ++q) store(dst + 2 * (b + q), a[q].re, a[q].im);
+        int32_t *y = dst + 2 * first_out(p, o);
+        for (int q = 0; q < 4; ++q) store(y + 2 * q, a[q].re, a[q].im);
     }
 }
 
-// First stage, radix 2: two-point DFTs of the digit-reversed source into dst.
+// First stage, radix 2: two-point DFTs of x[o + q N/2] into dst in digit-reversed order.
 template <bool Swap, class Store>
 void first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard, Store store) {
-    for (int b = 0; b < p.n; b += 2) {
-        const C64 a0 = load_src<Swap>(src, p.perm[b], guard);
-        const C64 a1 = load_src<Swap>(src, p.perm[b + 1], guard);
-        store(dst + 2 * b, a0.re + a1.re, a0.im + a1.im);
-        store(dst + 2 * (b + 1), a0.re - a1.re, a0.im - a1.im);
+    const int stride = p.n / 2;
+    for (int o = 0; o < stride; ++o) {
+        const C64 a0 = load_src<Swap>(src, o, guard);
+        const C64 a1 = load_src<Swap>(src, o + stride, guard);
+        int32_t *y = dst + 2 * first_out(p, o);
+        store(y, a0.re + a1.re, a0.im + a1.im);
+        store(y + 2, a0.re - a1.re, a0.im - a1.im);
     }
 }
 
@@ -64,7 +68,10 @@ void first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard, St
 // length 4m. Element k of sub-transform q is turned by W_4m^{qk} before the four-point DFT; the
 // results carry kProductBits extra bits until the store.
 template <class Store>
-void radix4_stage(int32_t *d, int n, int m, const Twiddle3 *tw, Store store) {
+void radix4_stage(int32_t *d, int n, int m, const int32_t *tw, Store store) {
+    const int32_t *w1 = tw;
+    const int32_t *w2 = tw + 2 * m;
+    const int32_t *w3 = tw + 4 * m;
     for (int base = 0; base < n; base += 4 * m) {
         int32_t *x = d + 2 * base;
         {
@@ -75,9 +82,8 @@ void radix4_stage(int32_t *d, int n, int m, const Twiddle3 *tw, Store store) {
         }
         for (int k = 1; k < m; ++k) {
             int32_t *y = x + 2 * k;
-            const int32_t *w = tw[k].w;
-            C64 a[4] = {widen(load(y)), twiddle(load(y + 2 * m), w),
-                        twiddle(load(y + 4 * m), w + 2), twiddle(load(y + 6 * m), w + 4)};
+            C64 a[4] = {widen(load(y)), twiddle(load(y + 2 * m), w1 + 2 * k),
+                        twiddle(load(y + 4 * m), w2 + 2 * k), twiddle(load(y + 6 * m), w3 + 2 * k)};
             radix4(a);
             for (int q = 0; q < 4; ++q) store(y + 2 * q * m, a[q].re, a[q].im);
         }
@@ -87,27 +93,34 @@ void radix4_stage(int32_t *d, int n, int m, const Twiddle3 *tw, Store store) {
 // Length of the sub-transforms the radix-4 stage s (1..3) combines.
 int sub_len(const Plan &p, int s) { return p.firstRadix << (2 * (s - 1)); }
 
-// All stages but the last; guard[s] are the guard bits after stage s (Sat: none, clamped).
+// log2 of the transform length after stage s.
+int len_bits(const Plan &p, int s) { return (p.firstRadix == 4 ? 2 : 1) + 2 * s; }
+
+// The first stage, from the source to data with `guard` guard bits.
 template <bool Swap, bool Sat>
-void early_stages(const int32_t *src, int32_t *dst, const Plan &p, const int *guard) {
-    const StoreSame<false, Sat> same;
-    if (p.firstRadix == 4) {
-        first_stage4<Swap>(src, dst, p, guard[0], same);
+void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
+    if (guard >= 0) {
+        const StoreSame<false, Sat> store;
+        if (p.firstRadix == 4) {
+            first_stage4<Swap>(src, dst, p, guard, store);
+        } else {
+            first_stage2<Swap>(src, dst, p, guard, store);
+        }
     } else {
-        first_stage2<Swap>(src, dst, p, guard[0], same);
-    }
-    for (int s = 1; s < kStages - 1; ++s) {
-        const int drop = guard[s - 1] - guard[s];
-        radix4_stage(dst, p.n, sub_len(p, s), p.tw + p.twOffset[s],
-                     StoreRound<false, Sat>{kProductBits + drop});
+        const StoreRound<false, Sat> store{-guard};
+        if (p.firstRadix == 4) {
+            first_stage4<Swap>(src, dst, p, 0, store);
+        } else {
+            first_stage2<Swap>(src, dst, p, 0, store);
+        }
     }
 }
 
-// The last stage, from data with the given guard bits to result * 2^-shift.
+// The last stage, from data with `guard` guard bits to result * 2^-shift.
 template <bool Swap>
 void last_stage(int32_t *dst, const Plan &p, int guard, int shift) {
     const int s = kStages - 1;
-    const Twiddle3 *tw = p.tw + p.twOffset[s];
+    const int32_t *tw = p.tw + p.twOffset[s];
     const int k = kProductBits + guard + shift;
     if (k > 0) {
         radix4_stage(dst, p.n, sub_len(p, s), tw, StoreRound<Swap, true>{k > 63 ? 63 : k});
@@ -116,17 +129,25 @@ void last_stage(int32_t *dst, const Plan &p, int guard, int shift) {
     }
 }
 
+// All stages with guard bits G - log2 len; each radix-4 stage but the last drops two of them.
+template <bool Swap, bool Sat>
+void stages(const int32_t *src, int32_t *dst, const Plan &p, int G, int shift) {
+    first_stage<Swap, Sat>(src, dst, p, G - len_bits(p, 0));
+    for (int s = 1; s < kStages - 1; ++s) {
+        radix4_stage(dst, p.n, sub_len(p, s), p.tw + p.twOffset[s],
+                     StoreRound<false, Sat>{kProductBits + 2});
+    }
+    last_stage<Swap>(dst, p, G - len_bits(p, kStages - 2), shift);
+}
+
 // dst = DFT(src) * 2^-shift; with Swap the re / im parts of input and output are exchanged,
 // which turns the forward kernel into the unscaled inverse.
 template <bool Swap>
 void transform(const int32_t *src, int32_t *dst, const Plan &p, int shift) {
-    static constexpr int kNoGuard[kStages - 1] = {0, 0, 0};
     if (headroom(src, p.n) >= p.order) {
-        early_stages<Swap, false>(src, dst, p, kGuard);
-        last_stage<Swap>(dst, p, kGuard[kStages - 2], shift);
+        stages<Swap, false>(src, dst, p, p.order - 1, shift);
     } else {
-        early_stages<Swap, true>(src, dst, p, kNoGuard);
-        last_stage<Swap>(dst, p, 0, shift);
+        stages<Swap, true>(src, dst, p, 0, shift);
     }
 }
 
