@@ -72,6 +72,16 @@ inline std::vector<int16_t> speech_like(int samples, int rate, double amplitude,
     return out;
 }
 
+// Talk spurts of talk_s seconds separated by silences of pause_s seconds.
+inline std::vector<int16_t> in_spurts(std::vector<int16_t> x, int rate, double talk_s, double pause_s) {
+    const int talk = static_cast<int>(talk_s * rate);
+    const int period = talk + static_cast<int>(pause_s * rate);
+    for (size_t n = 0; n < x.size(); ++n) {
+        if (static_cast<int>(n % period) >= talk) x[n] = 0;
+    }
+    return x;
+}
+
 inline double energy(const int16_t *x, int n) {
     double e = 0.0;
     for (int i = 0; i < n; ++i) e += static_cast<double>(x[i]) * x[i];
