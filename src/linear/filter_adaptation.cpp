@@ -107,9 +107,15 @@ void align_to_q(int32_t *g, const int32_t *qg, int words, int q) {
     }
 }
 
-// 10.8. W += Phi shifted by S, saturating, words 0..N+1.
+// 10.8. W += Phi shifted by S, saturating, words 0..N+1. The direction of the shift is decided
+// once per partition so that each loop is a plain saturating sum.
 void accumulate_into_filter(int32_t *w, const int32_t *phi, int words, int shift) {
-    for (int i = 0; i < words; ++i) w[i] = fx::sat_add(w[i], fx::shift_sat(phi[i], shift));
+    if (shift <= 0) {
+        const int r = std::min(-shift, 31);
+        for (int i = 0; i < words; ++i) w[i] = fx::sat_add(w[i], phi[i] >> r);
+    } else {
+        for (int i = 0; i < words; ++i) w[i] = fx::sat_add(w[i], fx::shift_sat(phi[i], shift));
+    }
 }
 
 }  // namespace

@@ -49,16 +49,23 @@ inline int16_t block_level(const int16_t *x, int n) {
     return static_cast<int16_t>(977 + v);
 }
 
-// min(31, headroom of v[0..n-1]).
+// min(31, headroom of v[0..n-1]): the headroom of the OR of all magnitudes (x ^ sign).
 inline int block_headroom(const int32_t *v, int n) {
-    int h = 31;
-    for (int i = 0; i < n; ++i) h = std::min(h, fx::hr(v[i]));
-    return h;
+    uint32_t bits = 0;
+    for (int i = 0; i < n; ++i) bits |= static_cast<uint32_t>(v[i] ^ (v[i] >> 31));
+    return bits == 0 ? 31 : __builtin_clz(bits) - 1;
 }
 
 // Shift v[0..n-1] by the signed count c: left within the headroom, truncating right otherwise.
 inline void shift_block(int32_t *v, int n, int c) {
-    for (int i = 0; i < n; ++i) v[i] = fx::shift_wrap(v[i], c);
+    if (c >= 32) {
+        std::fill_n(v, n, 0);
+    } else if (c >= 0) {
+        for (int i = 0; i < n; ++i) v[i] = static_cast<int32_t>(static_cast<uint32_t>(v[i]) << c);
+    } else {
+        const int r = std::min(-c, 31);
+        for (int i = 0; i < n; ++i) v[i] >>= r;
+    }
 }
 
 }  // namespace lin
