@@ -102,8 +102,7 @@ int common_q(const int32_t *g, const int32_t *qg, int words) {
 // 8. Bring every part to the common Q.
 void align_to_q(int32_t *g, const int32_t *qg, int words, int q) {
     for (int w = 0; w < words; ++w) {
-        const int c = static_cast<int>(std::clamp<int64_t>(int64_t{q} - qg[w], -64, 64));
-        g[w] = fx::shift_wrap(g[w], c);
+        g[w] = fx::shift_wrap(g[w], q - qg[w]);
     }
 }
 
