@@ -17,6 +17,8 @@
 #include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_butterflies.h"
 #include "spectral/fft/fft_plan.h"
+#include "spectral/fft/fft_stages_avx2.h"
+#include "spectral/fft/fft_transform.h"
 
 namespace sonvel::fft {
 namespace {
@@ -140,6 +142,19 @@ void stages(const int32_t *src, int32_t *dst, const Plan &p, int G, int shift) {
     last_stage<Swap>(dst, p, G - len_bits(p, kStages - 2), shift);
 }
 
+// The vectorised stages for an input with headroom when the processor has them and the last
+// stage's rounding shift suits them; false when the portable stages must run.
+bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, int shift, bool swap) {
+    const int guard = p.order - 1;
+    const int last = kProductBits + guard - len_bits(p, kStages - 2) + shift;
+    if (!avx2::usable() || last < 1 || last > 31) return false;
+    if (avx2::headroom(src, p.n) < p.order) return false;
+    avx2::first_stage(src, dst, p, guard - len_bits(p, 0), swap);
+    for (int s = 1; s < kStages - 1; ++s) avx2::middle_stage(dst, p, s, kProductBits + 2);
+    avx2::last_stage(dst, p, last, swap);
+    return true;
+}
+
 // dst = DFT(src) * 2^-shift; with Swap the re / im parts of input and output are exchanged,
 // which turns the forward kernel into the unscaled inverse.
 template <bool Swap>
@@ -177,6 +192,17 @@ int32_t check(const int32_t *src, const int32_t *dst, const void *area, const Pl
 int clamp_shift(int64_t s) { return static_cast<int>(s > 64 ? 64 : (s < -65 ? -65 : s)); }
 
 }  // namespace
+
+void run_transform(const int32_t *src, int32_t *dst, const Plan &p, int shift, bool inverse,
+                   Kernels kernels) {
+    if (kernels == Kernels::Best && vectorised(src, dst, p, shift, inverse)) return;
+    if (inverse) {
+        transform<true>(src, dst, p, shift);
+    } else {
+        transform<false>(src, dst, p, shift);
+    }
+}
+
 }  // namespace sonvel::fft
 
 using namespace sonvel::fft;
@@ -186,7 +212,7 @@ extern "C" SONVEL_API int32_t Sonvel_FFTFwd_CToC_SC32_Sfs(const int32_t *src, in
     const Plan *p = nullptr;
     const int32_t status = check(src, dst, plan, &p);
     if (status != kOk) return status;
-    transform<false>(src, dst, *p, clamp_shift(scaleFactor));
+    run_transform(src, dst, *p, clamp_shift(scaleFactor), false, Kernels::Best);
     return kOk;
 }
 
@@ -195,6 +221,7 @@ extern "C" SONVEL_API int32_t Sonvel_FFTInv_CToC_SC32_Sfs(const int32_t *src, in
     const Plan *p = nullptr;
     const int32_t status = check(src, dst, plan, &p);
     if (status != kOk) return status;
-    transform<true>(src, dst, *p, clamp_shift(int64_t{scaleFactor} + p->order));
+    run_transform(src, dst, *p, clamp_shift(int64_t{scaleFactor} + p->order), true,
+                  Kernels::Best);
     return kOk;
 }

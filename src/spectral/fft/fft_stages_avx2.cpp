@@ -1,0 +1,293 @@
+// Vectorised stages of the FFT service for x86-64 with AVX2: the first stage on 32-bit lanes
+// (exact sums of inputs with headroom), the radix-4 stages on 64-bit lanes with the same Q31
+// twiddle products, roundings and clamping as the portable stages. Four butterflies per step.
+#include "spectral/fft/fft_stages_avx2.h"
+
+#include "spectral/fft/fft_butterflies.h"
+
+#if defined(__x86_64__) && defined(__GNUC__)
+
+#include <immintrin.h>
+
+#define SV_AVX2 __attribute__((target("avx2")))
+
+namespace sonvel::fft::avx2 {
+namespace {
+
+using V = __m256i;
+
+SV_AVX2 inline V load(const int32_t *p) { return _mm256_loadu_si256(reinterpret_cast<const V *>(p)); }
+SV_AVX2 inline void store(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
+
+// Two complex values from each of two places.
+SV_AVX2 inline V load2x2(const int32_t *lo, const int32_t *hi) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(lo));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(hi));
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1);
+}
+SV_AVX2 inline void store2x2(int32_t *lo, int32_t *hi, V v) {
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(lo), _mm256_castsi256_si128(v));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(hi), _mm256_extracti128_si256(v, 1));
+}
+
+// Exchange re and im of four complex values.
+SV_AVX2 inline V swap_parts(V v) { return _mm256_shuffle_epi32(v, 0xB1); }
+
+// ---- First stage: exact sums on 32-bit lanes (the inputs have headroom). ----
+
+// -j d for four interleaved values, as (d.im, -d.re).
+SV_AVX2 inline V times_minus_j(V d) {
+    return _mm256_sign_epi32(swap_parts(d), _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1));
+}
+
+SV_AVX2 void first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+    const int stride = p.n / 4;
+    const __m128i g = _mm_cvtsi32_si128(guard);
+    for (int o = 0; o < stride; o += 4) {
+        V d[4];
+        for (int q = 0; q < 4; ++q) {
+            const V x = load(src + 2 * (o + q * stride));
+            d[q] = _mm256_sll_epi32(swap ? swap_parts(x) : x, g);
+        }
+        const V s02 = _mm256_add_epi32(d[0], d[2]);
+        const V d02 = _mm256_sub_epi32(d[0], d[2]);
+        const V s13 = _mm256_add_epi32(d[1], d[3]);
+        const V u = times_minus_j(_mm256_sub_epi32(d[1], d[3]));
+        const V o0 = _mm256_add_epi32(s02, s13);
+        const V o1 = _mm256_add_epi32(d02, u);
+        const V o2 = _mm256_sub_epi32(s02, s13);
+        const V o3 = _mm256_sub_epi32(d02, u);
+        // Transpose: butterfly i's four results are contiguous at its output position.
+        const V t0 = _mm256_unpacklo_epi64(o0, o1);
+        const V t1 = _mm256_unpackhi_epi64(o0, o1);
+        const V t2 = _mm256_unpacklo_epi64(o2, o3);
+        const V t3 = _mm256_unpackhi_epi64(o2, o3);
+        int32_t *y = dst + 2 * p.firstOut[o / 4];
+        const int step = 2 * stride;
+        store(y, _mm256_permute2x128_si256(t0, t2, 0x20));
+        store(y + step, _mm256_permute2x128_si256(t1, t3, 0x20));
+        store(y + 2 * step, _mm256_permute2x128_si256(t0, t2, 0x31));
+        store(y + 3 * step, _mm256_permute2x128_si256(t1, t3, 0x31));
+    }
+}
+
+SV_AVX2 void first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+    const int stride = p.n / 2;
+    const __m128i g = _mm_cvtsi32_si128(guard);
+    for (int o = 0; o < stride; o += 4) {
+        V a = load(src + 2 * o);
+        V b = load(src + 2 * (o + stride));
+        a = _mm256_sll_epi32(swap ? swap_parts(a) : a, g);
+        b = _mm256_sll_epi32(swap ? swap_parts(b) : b, g);
+        const V s = _mm256_add_epi32(a, b);
+        const V d = _mm256_sub_epi32(a, b);
+        const V t0 = _mm256_unpacklo_epi64(s, d);
+        const V t1 = _mm256_unpackhi_epi64(s, d);
+        int32_t *y = dst + 2 * p.firstOut[o / 4];
+        const int step = 2 * (p.n / 4);
+        store2x2(y, y + 2 * step, t0);
+        store2x2(y + step, y + 3 * step, t1);
+    }
+}
+
+// ---- Radix-4 stages: 64-bit lanes, one complex value per lane. ----
+
+// Four complex values as 64-bit re and im lanes.
+struct C4 {
+    V re;
+    V im;
+};
+
+// x * 2^kProductBits: the even 32-bit lanes sign-extended and scaled.
+SV_AVX2 inline C4 widen(V x) {
+    const V scale = _mm256_set1_epi64x(int64_t{1} << kProductBits);
+    return {_mm256_mul_epi32(x, scale), _mm256_mul_epi32(_mm256_srli_epi64(x, 32), scale)};
+}
+
+// (v + 2^(s-1)) >> s for |v| < 2^62: biased to a non-negative value so that the logical shift is
+// the arithmetic one.
+SV_AVX2 inline V round_products(V v) {
+    constexpr int kShift = 31 - kProductBits;
+    const V bias = _mm256_set1_epi64x((int64_t{1} << 62) + (int64_t{1} << (kShift - 1)));
+    const V unbias = _mm256_set1_epi64x(int64_t{1} << (62 - kShift));
+    return _mm256_sub_epi64(_mm256_srli_epi64(_mm256_add_epi64(v, bias), kShift), unbias);
+}
+
+// x * w * 2^kProductBits for four values and twiddles (both interleaved re, im).
+SV_AVX2 inline C4 twiddle(V x, V w) {
+    const V xi = _mm256_srli_epi64(x, 32);
+    const V wi = _mm256_srli_epi64(w, 32);
+    const V re = _mm256_sub_epi64(_mm256_mul_epi32(x, w), _mm256_mul_epi32(xi, wi));
+    const V im = _mm256_add_epi64(_mm256_mul_epi32(x, wi), _mm256_mul_epi32(xi, w));
+    return {round_products(re), round_products(im)};
+}
+
+// Lanes selected by the 32-bit blend mask take the untwiddled (k = 0) value.
+template <int KZeroMask>
+SV_AVX2 inline C4 twiddle_or_widen(V x, V w) {
+    const C4 t = twiddle(x, w);
+    if constexpr (KZeroMask == 0) {
+        return t;
+    } else {
+        const C4 u = widen(x);
+        return {_mm256_blend_epi32(t.re, u.re, KZeroMask), _mm256_blend_epi32(t.im, u.im, KZeroMask)};
+    }
+}
+
+SV_AVX2 inline C4 add(C4 a, C4 b) { return {_mm256_add_epi64(a.re, b.re), _mm256_add_epi64(a.im, b.im)}; }
+SV_AVX2 inline C4 sub(C4 a, C4 b) { return {_mm256_sub_epi64(a.re, b.re), _mm256_sub_epi64(a.im, b.im)}; }
+
+// Four-point DFT with W_4 = -j.
+SV_AVX2 inline void radix4(C4 (&a)[4]) {
+    const C4 s02 = add(a[0], a[2]);
+    const C4 d02 = sub(a[0], a[2]);
+    const C4 s13 = add(a[1], a[3]);
+    const C4 d13 = sub(a[1], a[3]);
+    a[0] = add(s02, s13);
+    a[2] = sub(s02, s13);
+    a[1] = {_mm256_add_epi64(d02.re, d13.im), _mm256_sub_epi64(d02.im, d13.re)};
+    a[3] = {_mm256_sub_epi64(d02.re, d13.im), _mm256_add_epi64(d02.im, d13.re)};
+}
+
+// Low 32 bits of re and im lanes interleaved again (re, im), or (im, re) with Swap.
+template <bool Swap>
+SV_AVX2 inline V pack(V re, V im) {
+    return Swap ? _mm256_blend_epi32(im, _mm256_slli_epi64(re, 32), 0xAA)
+                : _mm256_blend_epi32(re, _mm256_slli_epi64(im, 32), 0xAA);
+}
+
+// Rounding by 2^-shift of values that fit after it (low 32 bits of the logical shift).
+struct RoundPlain {
+    V half;
+    __m128i count;
+    SV_AVX2 V operator()(V v) const { return _mm256_srl_epi64(_mm256_add_epi64(v, half), count); }
+};
+
+// Rounding by 2^-shift clamped to the 32-bit range first (shift <= 32).
+struct RoundClamp {
+    V half;
+    __m128i count;
+    V hi;  // 2^(31+shift) - 1
+    V lo;  // -2^(31+shift)
+    SV_AVX2 V operator()(V v) const {
+        V r = _mm256_add_epi64(v, half);
+        r = _mm256_blendv_epi8(r, hi, _mm256_cmpgt_epi64(r, hi));
+        r = _mm256_blendv_epi8(r, lo, _mm256_cmpgt_epi64(lo, r));
+        return _mm256_srl_epi64(r, count);
+    }
+};
+
+// Four butterflies: inputs d[q], twiddles w[q - 1], results interleaved 32-bit.
+template <int KZeroMask, bool Swap, class Round>
+SV_AVX2 inline void butterflies(V (&d)[4], const V (&w)[3], const Round &round) {
+    C4 a[4] = {widen(d[0]), twiddle_or_widen<KZeroMask>(d[1], w[0]),
+               twiddle_or_widen<KZeroMask>(d[2], w[1]), twiddle_or_widen<KZeroMask>(d[3], w[2])};
+    radix4(a);
+    for (int q = 0; q < 4; ++q) d[q] = pack<Swap>(round(a[q].re), round(a[q].im));
+}
+
+// A radix-4 stage with m >= 4: four consecutive k of one group per step.
+template <bool Swap, class Round>
+SV_AVX2 void stage_wide(int32_t *dat, int n, int m, const int32_t *tw, const Round &round) {
+    const int32_t *w1 = tw;
+    const int32_t *w2 = tw + 2 * m;
+    const int32_t *w3 = tw + 4 * m;
+    for (int base = 0; base < n; base += 4 * m) {
+        int32_t *x = dat + 2 * base;
+        for (int k = 0; k < m; k += 4) {
+            int32_t *y = x + 2 * k;
+            V d[4] = {load(y), load(y + 2 * m), load(y + 4 * m), load(y + 6 * m)};
+            const V w[3] = {load(w1 + 2 * k), load(w2 + 2 * k), load(w3 + 2 * k)};
+            if (k == 0) {
+                butterflies<0x03, Swap>(d, w, round);
+            } else {
+                butterflies<0, Swap>(d, w, round);
+            }
+            for (int q = 0; q < 4; ++q) store(y + 2 * q * m, d[q]);
+        }
+    }
+}
+
+// A radix-4 stage with m = 2: both k of two groups per step.
+template <bool Swap, class Round>
+SV_AVX2 void stage_pairs(int32_t *dat, int n, const int32_t *tw, const Round &round) {
+    constexpr int m = 2;
+    const V w[3] = {_mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw))),
+                    _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 4))),
+                    _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 8)))};
+    for (int base = 0; base < n; base += 8 * m) {
+        int32_t *x = dat + 2 * base;
+        int32_t *z = x + 8 * m;
+        V d[4];
+        for (int q = 0; q < 4; ++q) d[q] = load2x2(x + 2 * q * m, z + 2 * q * m);
+        butterflies<0x33, Swap>(d, w, round);
+        for (int q = 0; q < 4; ++q) store2x2(x + 2 * q * m, z + 2 * q * m, d[q]);
+    }
+}
+
+template <bool Swap, class Round>
+SV_AVX2 void stage(int32_t *d, const Plan &p, int s, const Round &round) {
+    const int m = p.firstRadix << (2 * (s - 1));
+    const int32_t *tw = p.tw + p.twOffset[s];
+    if (m == 2) {
+        stage_pairs<Swap>(d, p.n, tw, round);
+    } else {
+        stage_wide<Swap>(d, p.n, m, tw, round);
+    }
+}
+
+}  // namespace
+
+bool usable() { return __builtin_cpu_supports("avx2"); }
+
+SV_AVX2 int headroom(const int32_t *x, int n) {
+    V acc = _mm256_setzero_si256();
+    for (int i = 0; i < 2 * n; i += 8) {
+        const V v = load(x + i);
+        acc = _mm256_or_si256(acc, _mm256_xor_si256(v, _mm256_srai_epi32(v, 31)));
+    }
+    __m128i r = _mm_or_si128(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
+    r = _mm_or_si128(r, _mm_shuffle_epi32(r, 0x4E));
+    r = _mm_or_si128(r, _mm_shuffle_epi32(r, 0xB1));
+    return fx::hr(_mm_cvtsi128_si32(r));
+}
+
+SV_AVX2 void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+    if (p.firstRadix == 4) {
+        first_stage4(src, dst, p, guard, swap);
+    } else {
+        first_stage2(src, dst, p, guard, swap);
+    }
+}
+
+SV_AVX2 void middle_stage(int32_t *d, const Plan &p, int s, int shift) {
+    const RoundPlain round{_mm256_set1_epi64x(int64_t{1} << (shift - 1)), _mm_cvtsi32_si128(shift)};
+    stage<false>(d, p, s, round);
+}
+
+SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
+    const RoundClamp round{_mm256_set1_epi64x(int64_t{1} << (shift - 1)), _mm_cvtsi32_si128(shift),
+                           _mm256_set1_epi64x((int64_t{1} << (31 + shift)) - 1),
+                           _mm256_set1_epi64x(-(int64_t{1} << (31 + shift)))};
+    if (swap) {
+        stage<true>(d, p, kStages - 1, round);
+    } else {
+        stage<false>(d, p, kStages - 1, round);
+    }
+}
+
+}  // namespace sonvel::fft::avx2
+
+#else
+
+namespace sonvel::fft::avx2 {
+
+bool usable() { return false; }
+int headroom(const int32_t *, int) { return 0; }
+void first_stage(const int32_t *, int32_t *, const Plan &, int, bool) {}
+void middle_stage(int32_t *, const Plan &, int, int) {}
+void last_stage(int32_t *, const Plan &, int, bool) {}
+
+}  // namespace sonvel::fft::avx2
+
+#endif
