@@ -1,6 +1,8 @@
 // Forward and inverse transforms of the FFT service: decimation in time, a radix-4 or radix-2
-// first stage reading the source in digit-reversed order, then three radix-4 stages in place in
-// the destination. 64-bit butterflies; the inverse runs the forward kernel on swapped re / im.
+// first stage reading the source in natural order and writing the destination in digit-reversed
+// order, then three radix-4 stages in place in the destination. 64-bit butterflies; the inverse
+// runs the forward kernel on swapped re / im. These portable stages define the results; on
+// processors with AVX2 the vectorised stages compute the same for inputs with headroom.
 //
 // Scaling: the forward transform is unscaled and the inverse divides by N; both then multiply by
 // 2^-scaleFactor (scaleFactor > 0: rounding right shift, < 0: saturating left shift). Each stage
@@ -207,6 +209,10 @@ void run_transform(const int32_t *src, int32_t *dst, const Plan &p, int shift, b
 
 using namespace sonvel::fft;
 
+// dst = DFT(src) * 2^-scaleFactor: scaleFactor > 0 is a right shift rounding to nearest (ties
+// upward), < 0 a left shift saturating to the 32-bit range. src (N complex values) is only read
+// and must not overlap dst. Non-zero status for a null or misaligned array, an unprepared plan or
+// overlapping arrays (nothing is written then).
 extern "C" SONVEL_API int32_t Sonvel_FFTFwd_CToC_SC32_Sfs(const int32_t *src, int32_t *dst,
                                                          const void *plan, int32_t scaleFactor) {
     const Plan *p = nullptr;
@@ -216,6 +222,7 @@ extern "C" SONVEL_API int32_t Sonvel_FFTFwd_CToC_SC32_Sfs(const int32_t *src, in
     return kOk;
 }
 
+// dst = IDFT(src) (with the 1/N) * 2^-scaleFactor, rounded once; otherwise as the forward one.
 extern "C" SONVEL_API int32_t Sonvel_FFTInv_CToC_SC32_Sfs(const int32_t *src, int32_t *dst,
                                                          const void *plan, int32_t scaleFactor) {
     const Plan *p = nullptr;
