@@ -26,8 +26,9 @@ struct UpdateCase {
         for (int p = 0; p < slots; ++p) lintest::random_spectrum(st->aiFarSpecHist[p], r, 28, rng);
         std::uniform_int_distribution<int32_t> pow(0, powerPeak);
         for (int k = 0; k <= r.l; ++k) st->aiFarPow[k] = pow(rng);
-        std::uniform_int_distribution<int> err(-(1 << errorBits) + 1, (1 << errorBits) - 1);
-        for (int i = r.l; i < r.n; ++i) e[i] = errorBits < 0 ? 0 : scale * err(rng);
+        const int amplitude = errorBits < 0 ? 0 : (1 << errorBits) - 1;
+        std::uniform_int_distribution<int> err(-amplitude, amplitude);
+        for (int i = r.l; i < r.n; ++i) e[i] = scale * err(rng);
         e[r.n + 2] = e[r.n + 3] = 1;
     }
     std::vector<int32_t> update() {
