@@ -16,7 +16,7 @@ namespace {
 constexpr int kWords = lin::kMaxFft + 8;
 constexpr int kBins = lin::kMaxFft / 2 + 4;
 
-// Gain constant 429 normalised by 2^22, and the shift that undoes it (22) plus 12.
+// Gain constant 429 normalised by 2^22; the gain shift undoes those 22 bits plus 12 more.
 constexpr int32_t kGain = 429 << 22;
 constexpr int kGainShift = 34;
 constexpr int kQCap = 100;
@@ -41,7 +41,8 @@ struct Work {
     int32_t t[kWords];  // gradient of one partition
 };
 
-// 2. Rn[k] / 2^qR[k] = 1 / (P - P/4 + 1) for bins 0..L+3.
+// 2. Reciprocal of t = P - P/4 + 1 (about 0.75 P) for bins 0..L+3: 2^31 / t, normalised to full
+// scale, with the Q value of its normalisation shift plus s + 16.
 void reciprocal_far_power(const int32_t *pow, int bins, int s, Recip &r) {
     for (int k = 0; k < bins; ++k) {
         const int32_t t = fx::sat_add(pow[k] - (pow[k] >> 2), 1);
