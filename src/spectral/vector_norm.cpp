@@ -7,7 +7,7 @@
 #include "fixedpoint/block_float.h"
 
 extern "C" SONVEL_API int32_t Sonvel_AEC_VetorNorm(int32_t *v, int32_t q, int32_t n) {
-    if (n < 0) return 31;
+    if (n < 0) return 31;  // a negative count touches nothing
     // 1. Guard words of value 1 behind the vector bound the headroom of a zero spectrum.
     for (int64_t i = int64_t{n} + 1; i <= int64_t{n} + 4; ++i) v[i] = 1;
     // 2. Common headroom over the count rounded up to a multiple of 4.
