@@ -25,7 +25,8 @@ double echo_reduction_db(const std::vector<TraceRow> &rows, int &blocks) {
             ++blocks;
         }
     }
-    if (blocks == 0 || mic <= 0) {
+    constexpr int kMinBlocks = 25;  // 0.2 s: fewer say nothing about the echo path
+    if (blocks < kMinBlocks || mic <= 0) {
         blocks = 0;
         return 0;
     }

@@ -15,7 +15,8 @@ double rms_dbfs(std::span<const int16_t> x);
 
 // Echo reduction in dB over the blocks where the far-end detector is active and the coherence
 // analysis sees no near-end speech (microphone power over output power of the same, time-aligned
-// blocks); `blocks` receives how many blocks qualified. Returns 0 with blocks = 0 when none did.
+// blocks); `blocks` receives how many blocks qualified. Returns 0 with blocks = 0 when fewer than
+// 25 did.
 double echo_reduction_db(const std::vector<TraceRow> &rows, int &blocks);
 
 struct RunFigures {
