@@ -5,6 +5,9 @@
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer, halting on the first report
 #                                                                         build/ci-asan
 #   aarch64  cross build, test programs run under qemu-aarch64            build/ci-aarch64
+# The native configuration also builds the command-line tool with its tests, installs everything
+# into a temporary prefix and builds and runs examples/ against the installed package (through
+# find_package and through pkg-config).
 # Usage: bash scripts/test.sh [native] [asan] [aarch64]   (no argument: all three, in this order)
 set -euo pipefail
 
@@ -24,6 +27,7 @@ for c in "${configs[@]}"; do
 done
 
 packages=(cmake ninja-build g++ libgtest-dev libbenchmark-dev)
+[ -f tools/CMakeLists.txt ] && packages+=(libsndfile1-dev libsamplerate0-dev pkg-config)
 for c in "${configs[@]}"; do
   if [ "$c" = aarch64 ]; then
     packages+=(g++-aarch64-linux-gnu binutils-aarch64-linux-gnu googletest qemu-user)
@@ -39,13 +43,42 @@ tools_flag=()
 run_native() {
   build_and_test native build/ci-native "${generator[@]}" -DCMAKE_BUILD_TYPE=Release \
     -DSONVEL_BUILD_BENCH=ON "${tools_flag[@]}"
+  check_installed build/ci-native
+}
+
+# Installs the build into a temporary prefix, then builds examples/minimal.c against it twice (a
+# separate CMake project using find_package(SonvelAec), and a plain compiler call with pkg-config)
+# and runs both.
+check_installed() {
+  local build=$1 t0=$SECONDS prefix
+  prefix=$(mktemp -d)
+  echo
+  echo "== [install] into $prefix"
+  cmake --install "$build" --prefix "$prefix" > /dev/null || fail install "install" $t0
+  cmake -S examples -B "$prefix/examples-build" "${generator[@]}" -DCMAKE_PREFIX_PATH="$prefix" ||
+    fail install "example configure" $t0
+  cmake --build "$prefix/examples-build" || fail install "example build" $t0
+  "$prefix/examples-build/minimal" || fail install "example run (find_package)" $t0
+  local pc_dir
+  pc_dir=$(dirname "$(find "$prefix" -name sonvel_aec.pc | head -n 1)")
+  # shellcheck disable=SC2046
+  "${CC:-cc}" -std=c11 -Wall -Wextra -Werror examples/minimal.c -o "$prefix/minimal-pkg-config" \
+    $(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs sonvel_aec) -lm ||
+    fail install "example build (pkg-config)" $t0
+  LD_LIBRARY_PATH="$pc_dir/.." "$prefix/minimal-pkg-config" ||
+    fail install "example run (pkg-config)" $t0
+  if [ -x "$prefix/bin/sonvel-aec" ]; then
+    "$prefix/bin/sonvel-aec" version || fail install "installed tool" $t0
+  fi
+  rm -rf "$prefix"
+  summary+=("$(printf '%-8s passed  %s' install "$(elapsed $((SECONDS - t0)))")")
 }
 
 run_asan() {
   ASAN_OPTIONS=halt_on_error=1:detect_leaks=1 \
   UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
     build_and_test asan build/ci-asan "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DSONVEL_SANITIZE=ON
+    -DSONVEL_SANITIZE=ON "${tools_flag[@]}"
 }
 
 run_aarch64() {
