@@ -62,7 +62,7 @@ void build_frames(AecState *st, const int16_t *w, Spectra &f) {
 
 // Step 4: no word of bins 0..N/2 stays zero; the guard words are cleared again.
 void zero_guard(int32_t *spec, int n) {
-    for (int i = 0; i < n + 2; ++i) spec[i] = spec[i] == 0 ? 1 : spec[i];
+    for (int i = 0; i < n + 2; ++i) spec[i] |= static_cast<int32_t>(spec[i] == 0);
     for (int i = n + 2; i < n + 8; ++i) spec[i] = 0;
 }
 

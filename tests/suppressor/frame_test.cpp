@@ -160,6 +160,36 @@ TEST(FrameTest, DelayedFarEndComesFromTheNamedHistorySlot) {
     }
 }
 
+// Every band field at the largest value validation accepts, with echo and near talk running long
+// enough for the echo regime, comfort noise and the raised modes: nothing reads or writes outside
+// the state or the frame step's arrays (checked by the sanitizer build).
+TEST(FrameTest, BandFieldsAtTheirLargestAcceptedValues) {
+    for (bool wide : {false, true}) {
+        const auto widest = [](AecCfg &c) {
+            const int16_t n = c.u8SampleRate != 0 ? 256 : 128;
+            c.s16HfBinLo = c.s16HfBinHi = n;
+            c.s16CohBinLo = 0;
+            c.s16CohBinHi = n;
+            for (int16_t &e : c.as16BandEdge) e = n;
+            c.s16ClampBinLo = n;
+            c.s16ClampBinHi = 32767;
+            c.u8HighFreqMode = 1;
+        };
+        Instance inst(wide, widest);
+        ASSERT_NE(inst.st, nullptr) << wide;
+        const int f = inst.frame_len();
+        const int frames = 300;
+        std::vector<int16_t> far = suptest::speech_like(frames * f, wide ? 16000 : 8000, 10000.0, 3);
+        std::vector<int16_t> near = suptest::speech_like(frames * f, wide ? 16000 : 8000, 3000.0, 4);
+        for (size_t i = 40; i < near.size(); ++i) near[i] = suptest::to_pcm(near[i] + 0.4 * far[i - 40]);
+        std::vector<int16_t> out(f);
+        for (int i = 0; i < frames; ++i) {
+            ASSERT_EQ(Sonvel_AEC_Apply(inst.handle, &near[i * f], &far[i * f], out.data()), 0);
+        }
+        EXPECT_GT(inst.st->s32CnBlockCnt, 251);
+    }
+}
+
 TEST(FrameTest, MuteBoundaryIsSixtyFourTimesTheOutputPower) {
     const int64_t out = int64_t{1000} << 8;
     EXPECT_FALSE(sup::output_too_quiet(int64_t{64000} << 8, out));
