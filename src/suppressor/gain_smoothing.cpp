@@ -36,6 +36,7 @@ int16_t smooth_over_time(int16_t old, int16_t fresh) {
 
 }  // namespace
 
+// Scans m[lo..hi-1] and may zero g[24..last]; the caller keeps hi within its arrays.
 extern "C" SONVEL_API void Sonvel_AEC_HighFreqProc(int16_t *g, const int16_t *m, int16_t lo,
                                                    int16_t hi, int32_t last) {
     // 1. A stretch of q weak bins (a quarter of the band) starts a cut-off.
@@ -62,6 +63,8 @@ extern "C" SONVEL_API void Sonvel_AEC_HighFreqProc(int16_t *g, const int16_t *m,
     }
 }
 
+// Smooths bins 12..c-1 (reading g up to c + 1) and tapers bins last-4..last; the caller keeps
+// c <= last - 1 and last <= 131.
 extern "C" SONVEL_API void Sonvel_AEC_HnledSm(AecState *state, int16_t *g, int32_t c,
                                               int32_t last) {
     // 1. Working copy of the gains.
