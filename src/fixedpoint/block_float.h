@@ -15,10 +15,7 @@ inline constexpr int64_t kMax64 = std::numeric_limits<int64_t>::max();
 inline constexpr int64_t kMin64 = std::numeric_limits<int64_t>::min();
 
 // Bits after the sign bit that equal it, 0..31; hr(0) = hr(-1) = 31.
-inline constexpr int hr(int32_t x) {
-    const uint32_t v = static_cast<uint32_t>(x ^ (x >> 31));
-    return v == 0 ? 31 : __builtin_clz(v) - 1;
-}
+inline constexpr int hr(int32_t x) { return __builtin_clrsb(x); }
 
 inline constexpr int32_t sat32(int64_t v) {
     return v > kMax32 ? kMax32 : (v < kMin32 ? kMin32 : static_cast<int32_t>(v));
@@ -82,9 +79,7 @@ inline constexpr int32_t shift_sat(int32_t x, int c) {
 inline constexpr int64_t shift_sat64(int64_t x, int c) {
     if (c <= 0) return shr_trunc64(x, -c);
     if (x == 0) return 0;
-    const uint64_t v = static_cast<uint64_t>(x ^ (x >> 63));
-    const int headroom = v == 0 ? 63 : __builtin_clzll(v) - 1;
-    if (c > headroom) return x < 0 ? kMin64 : kMax64;
+    if (c > __builtin_clrsbll(x)) return x < 0 ? kMin64 : kMax64;
     return static_cast<int64_t>(static_cast<uint64_t>(x) << c);
 }
 
