@@ -60,7 +60,9 @@ TEST_P(FilterUpdate, ChangesOnlyTheSixPartitionsFromTheStartAndTheirSpectrumWord
             ++changed;
             EXPECT_TRUE(p >= 3 && p <= 8 && i < r.n + 2) << "slot " << p << " word " << i;
         }
-        if (p >= 3 && p <= 8) EXPECT_GT(changed, r.n / 2) << "slot " << p;
+        if (p >= 3 && p <= 8) {
+            EXPECT_GT(changed, r.n / 2) << "slot " << p;
+        }
     }
 }
 
