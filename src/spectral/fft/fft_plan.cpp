@@ -1,5 +1,5 @@
 // Plan set-up of the FFT service: stage layout, output positions of the first stage and the
-// twiddle triples of the later stages, all written inside the caller's plan area.
+// twiddle factors of the radix-4 stages, all written inside the caller's plan area.
 #include <cstring>
 
 #include "spectral/fft/fft_plan.h"

@@ -1,7 +1,7 @@
 // Vectorised stages of the FFT service for x86-64 with AVX2: the first stage on 32-bit lanes
 // (exact sums of inputs with headroom), the radix-4 stages on 64-bit lanes with the same Q31
 // twiddle products, roundings and clamping as the portable stages. Four butterflies per step.
-#include "spectral/fft/fft_stages_avx2.h"
+#include "spectral/fft/fft_stages_simd.h"
 
 #include "spectral/fft/fft_butterflies.h"
 
@@ -11,7 +11,7 @@
 
 #define SV_AVX2 __attribute__((target("avx2")))
 
-namespace sonvel::fft::avx2 {
+namespace sonvel::fft::simd {
 namespace {
 
 using V = __m256i;
@@ -163,7 +163,7 @@ struct RoundPlain {
     SV_AVX2 V operator()(V v) const { return _mm256_srl_epi64(_mm256_add_epi64(v, half), count); }
 };
 
-// Rounding by 2^-shift clamped to the 32-bit range first (shift <= 32).
+// Rounding by 2^-shift clamped to the 32-bit range first (shift <= 31).
 struct RoundClamp {
     V half;
     __m128i count;
@@ -260,8 +260,9 @@ SV_AVX2 void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int gu
     }
 }
 
-SV_AVX2 void middle_stage(int32_t *d, const Plan &p, int s, int shift) {
-    const RoundPlain round{_mm256_set1_epi64x(int64_t{1} << (shift - 1)), _mm_cvtsi32_si128(shift)};
+SV_AVX2 void middle_stage(int32_t *d, const Plan &p, int s) {
+    constexpr int kShift = kProductBits + 2;
+    const RoundPlain round{_mm256_set1_epi64x(int64_t{1} << (kShift - 1)), _mm_cvtsi32_si128(kShift)};
     stage<false>(d, p, s, round);
 }
 
@@ -276,18 +277,18 @@ SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
     }
 }
 
-}  // namespace sonvel::fft::avx2
+}  // namespace sonvel::fft::simd
 
-#else
+#elif !defined(__aarch64__)
 
-namespace sonvel::fft::avx2 {
+namespace sonvel::fft::simd {
 
 bool usable() { return false; }
 int headroom(const int32_t *, int) { return 0; }
 void first_stage(const int32_t *, int32_t *, const Plan &, int, bool) {}
-void middle_stage(int32_t *, const Plan &, int, int) {}
+void middle_stage(int32_t *, const Plan &, int) {}
 void last_stage(int32_t *, const Plan &, int, bool) {}
 
-}  // namespace sonvel::fft::avx2
+}  // namespace sonvel::fft::simd
 
 #endif

@@ -1,13 +1,13 @@
-// Vectorised stages of the FFT service for x86-64 processors with AVX2, used for inputs with
-// log2 N bits of headroom. They compute exactly what the portable stages compute, four
-// butterflies at a time; elsewhere usable() is false and they are never called.
+// Vectorised stages of the FFT service (AVX2 on x86-64, NEON on aarch64), used for inputs with
+// log2 N bits of headroom. They compute exactly what the portable stages compute, several
+// butterflies at a time; on other processors usable() is false and they are never called.
 #pragma once
 
 #include <cstdint>
 
 #include "spectral/fft/fft_plan.h"
 
-namespace sonvel::fft::avx2 {
+namespace sonvel::fft::simd {
 
 // True when this processor runs the vectorised stages.
 bool usable();
@@ -18,11 +18,12 @@ int headroom(const int32_t *x, int n);
 // First stage from src (re / im exchanged with swap) into dst with guard >= 0 guard bits.
 void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap);
 
-// Radix-4 stage s (1 or 2) in place; results rounded by 2^-shift (shift 1..32), not clamped.
-void middle_stage(int32_t *d, const Plan &p, int s, int shift);
+// Radix-4 stage s (1 or 2) in place; results rounded by 2^-(kProductBits + 2), not clamped
+// (with the headroom they fit).
+void middle_stage(int32_t *d, const Plan &p, int s);
 
-// The last stage in place; results rounded by 2^-shift (shift 1..32), clamped, re / im
+// The last stage in place; results rounded by 2^-shift (shift 1..31), clamped, re / im
 // exchanged with swap.
 void last_stage(int32_t *d, const Plan &p, int shift, bool swap);
 
-}  // namespace sonvel::fft::avx2
+}  // namespace sonvel::fft::simd

@@ -1,8 +1,8 @@
 // Forward and inverse transforms of the FFT service: decimation in time, a radix-4 or radix-2
 // first stage reading the source in natural order and writing the destination in digit-reversed
 // order, then three radix-4 stages in place in the destination. 64-bit butterflies; the inverse
-// runs the forward kernel on swapped re / im. These portable stages define the results; on
-// processors with AVX2 the vectorised stages compute the same for inputs with headroom.
+// runs the forward kernel on swapped re / im. These portable stages define the results; the
+// vectorised stages (AVX2, NEON) compute the same for inputs with headroom.
 //
 // Scaling: the forward transform is unscaled and the inverse divides by N; both then multiply by
 // 2^-scaleFactor (scaleFactor > 0: rounding right shift, < 0: saturating left shift). Each stage
@@ -19,7 +19,7 @@
 #include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_butterflies.h"
 #include "spectral/fft/fft_plan.h"
-#include "spectral/fft/fft_stages_avx2.h"
+#include "spectral/fft/fft_stages_simd.h"
 #include "spectral/fft/fft_transform.h"
 
 namespace sonvel::fft {
@@ -149,11 +149,11 @@ void stages(const int32_t *src, int32_t *dst, const Plan &p, int G, int shift) {
 bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, int shift, bool swap) {
     const int guard = p.order - 1;
     const int last = kProductBits + guard - len_bits(p, kStages - 2) + shift;
-    if (!avx2::usable() || last < 1 || last > 31) return false;
-    if (avx2::headroom(src, p.n) < p.order) return false;
-    avx2::first_stage(src, dst, p, guard - len_bits(p, 0), swap);
-    for (int s = 1; s < kStages - 1; ++s) avx2::middle_stage(dst, p, s, kProductBits + 2);
-    avx2::last_stage(dst, p, last, swap);
+    if (!simd::usable() || last < 1 || last > 31) return false;
+    if (simd::headroom(src, p.n) < p.order) return false;
+    simd::first_stage(src, dst, p, guard - len_bits(p, 0), swap);
+    for (int s = 1; s < kStages - 1; ++s) simd::middle_stage(dst, p, s);
+    simd::last_stage(dst, p, last, swap);
     return true;
 }
 
