@@ -45,6 +45,24 @@ inline uint32_t pick_nan(uint32_t a, uint32_t b) {
     return (is_nan(a) ? a : b) | kQuietBit;
 }
 
+
+// a*b + c with a single rounding, as std::fma, without a library call where the target has no
+// fused instruction: the product of two floats is exact in double, and when the double sum is exact
+// too (checked by the two-sum error term) its conversion to float is the one rounding. Only sums
+// that lose bits in double take the library path; a Newton step never does.
+inline float fused_madd(float a, float b, float c) {
+#if defined(__FP_FAST_FMAF)
+    return std::fma(a, b, c);
+#else
+    const double p = static_cast<double>(a) * static_cast<double>(b);
+    const double cd = static_cast<double>(c);
+    const double s = p + cd;
+    const double bv = s - p;
+    const double err = (p - (s - bv)) + (cd - bv);
+    if (err == 0.0) return static_cast<float>(s);
+    return std::fma(a, b, c);
+#endif
+}
 }  // namespace detail
 
 namespace portable {
@@ -116,7 +134,7 @@ inline float recip_step(float x, float r) {
     const uint32_t ur = bits(r);
     if (is_nan(nx) || is_nan(ur)) return from_bits(pick_nan(nx, ur));
     if ((is_inf(nx) && is_zero(ur)) || (is_zero(nx) && is_inf(ur))) return 2.0f;
-    return std::fma(from_bits(nx), r, 2.0f);
+    return fused_madd(from_bits(nx), r, 2.0f);
 }
 
 // (3 - x*p) / 2 with a single rounding; 0 times infinity gives exactly 1.5.
@@ -129,9 +147,9 @@ inline float rsqrt_step(float x, float p) {
     // 1.5 - (x/2)*p rounds the exact (3 - x*p)/2 once, provided the halving is exact. When neither
     // operand halves exactly both are below 2^-125, their product cannot affect 1.5.
     const float hx = from_bits(nx) * 0.5f;
-    if (hx * 2.0f == from_bits(nx)) return std::fma(hx, p, 1.5f);
+    if (hx * 2.0f == from_bits(nx)) return fused_madd(hx, p, 1.5f);
     const float hp = p * 0.5f;
-    if (hp * 2.0f == p) return std::fma(from_bits(nx), hp, 1.5f);
+    if (hp * 2.0f == p) return fused_madd(from_bits(nx), hp, 1.5f);
     return 1.5f;
 }
 

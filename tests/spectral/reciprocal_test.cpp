@@ -106,6 +106,23 @@ TEST(Reciprocal, StepsSpecialOperandsAndSingleRounding) {
     EXPECT_EQ(bits(pt::rsqrt_step(from_bits(0xFF800003u), from_bits(0x7F800007u))), 0x7FC00003u);
 }
 
+// The fused multiply-add without a fused instruction must round exactly like std::fma, also where
+// the double sum is inexact (tiny products against 2, huge exponent gaps, cancellation).
+TEST(Reciprocal, FusedMultiplyAddMatchesLibraryFma) {
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<uint32_t> any;
+    std::uniform_real_distribution<float> near_one(0.5f, 2.0f);
+    for (int i = 0; i < 200000; ++i) {
+        const float a = i % 2 ? near_one(rng) : from_bits(any(rng) & 0xBFFFFFFFu);
+        const float b = i % 2 ? 1.0f / a * near_one(rng) : from_bits(any(rng) & 0xBFFFFFFFu);
+        const float c = i % 3 ? -2.0f : from_bits(any(rng));
+        if (std::isnan(a) || std::isnan(b) || std::isnan(c)) continue;
+        EXPECT_SAME(sp::detail::fused_madd(a, b, c), std::fma(a, b, c));
+    }
+    EXPECT_SAME(sp::detail::fused_madd(0x1p-70f, 1.0f, 2.0f), std::fma(0x1p-70f, 1.0f, 2.0f));
+    EXPECT_SAME(sp::detail::fused_madd(-0x1p-149f, 1.0f, 0x1p-149f), 0.0f);
+}
+
 TEST(Reciprocal, RefinedResultsWithinAnUlp) {
     std::mt19937 rng(1);
     std::uniform_real_distribution<float> mant(1.0f, 2.0f);
