@@ -23,7 +23,7 @@ struct Processed {
 // Processes whole frames through Apply on one instance, and the same blocks through the stage
 // entry point on a second instance to read the linear stage's error block after each block.
 Processed process(bool wide, const std::vector<int16_t> &near, const std::vector<int16_t> &far,
-                  void (*tweak)(AecCfg &) = nullptr) {
+                  void (*tweak)(AecCfg &) = nullptr, bool with_linear = true) {
     Instance a(wide, tweak);
     Instance b(wide, tweak);
     EXPECT_NE(a.st, nullptr);
@@ -36,7 +36,7 @@ Processed process(bool wide, const std::vector<int16_t> &near, const std::vector
     }
     std::vector<int16_t> blk(half);
     const int s = b.st->s16RateShift;
-    for (int j = 0; (j + 1) * half <= frames * f; ++j) {
+    for (int j = 0; with_linear && (j + 1) * half <= frames * f; ++j) {
         EXPECT_EQ(Sonvel_AEC_SUB_Proc(b.st, &near[j * half], &far[j * half], blk.data()), 0);
         for (int i = 0; i < half; ++i) {
             const int32_t e = b.st->ai32ErrBlk[i] >> s;
@@ -50,10 +50,10 @@ double energy(const std::vector<int16_t> &x, int from, int to) { return suptest:
 
 double db(double num, double den) { return 10.0 * std::log10((num + 1e-9) / (den + 1e-9)); }
 
-// Echo of the far end: a bulk delay and a decaying, sign-alternating impulse response within 48 ms.
+// Echo of the far end: a bulk delay of 4 ms and a decaying impulse response of random signs.
 std::vector<int16_t> echo_of(const std::vector<int16_t> &far, int rate, double gain) {
     const int bulk = rate * 4 / 1000;
-    const int taps = rate * 40 / 1000;
+    const int taps = rate * 24 / 1000;
     std::vector<double> h(taps);
     suptest::Noise noise(77);
     for (int k = 0; k < taps; ++k) h[k] = gain * std::exp(-k / (rate * 0.002)) * noise.next();
@@ -78,7 +78,7 @@ TEST(EndToEndTest, QuietFarEndPassesTheNearEndThroughDelayed) {
         const int frames = 430;  // 4.3 s; pass-through from block 477 (3.816 s)
         const std::vector<int16_t> near = suptest::speech_like(frames * f, rate, 9000.0, 21);
         const std::vector<int16_t> far(frames * f, 0);
-        const Processed r = process(wide, near, far);
+        const Processed r = process(wide, near, far, nullptr, false);
         const int delay = f + half;
         const int from = 479 * half + delay;
         int worst = 0;
@@ -98,7 +98,7 @@ TEST(EndToEndTest, EchoIsSuppressedWellBeyondTheLinearStage) {
             suptest::in_spurts(suptest::speech_like(frames * f, rate, 12000.0, 5), rate, 1.2, 0.6);
         const std::vector<int16_t> near = echo_of(far, rate, 0.5);
         const Processed r = process(wide, near, far);
-        const Processed quiet = process(wide, near, far, [](AecCfg &c) { c.u8CnEnable = 0; });
+        const Processed quiet = process(wide, near, far, [](AecCfg &c) { c.u8CnEnable = 0; }, false);
         const int from = frames * f / 2;
         const int to = frames * f - 2 * f;
         const double echo = energy(near, from, to);
@@ -122,7 +122,7 @@ TEST(EndToEndTest, NearEndSpeechAlonePassesWithLittleAttenuation) {
         std::vector<int16_t> far(frames * f);
         suptest::Noise noise(2);
         for (int16_t &v : far) v = suptest::to_pcm(20.0 * noise.next());
-        const Processed r = process(wide, near, far);
+        const Processed r = process(wide, near, far, nullptr, false);
         const int from = frames * f / 4;
         const int to = frames * f - 2 * f;
         const double kept = db(energy(r.out, from + f + half, to + f + half), energy(near, from, to));
