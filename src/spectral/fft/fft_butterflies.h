@@ -62,8 +62,8 @@ template <bool Swap, bool Sat>
 struct StoreRound {
     int shift;
     int32_t round(int64_t v) const {
-        const int64_t r = (v >> shift) + ((v >> (shift - 1)) & 1);
-        return Sat ? fx::sat32(r) : static_cast<int32_t>(r);
+        if constexpr (Sat) return fx::rnd(v, shift);
+        return static_cast<int32_t>((v >> shift) + ((v >> (shift - 1)) & 1));
     }
     void operator()(int32_t *p, int64_t re, int64_t im) const {
         p[Swap ? 1 : 0] = round(re);
