@@ -112,7 +112,8 @@ int process_command(const std::vector<std::string> &args) {
     ProgressBar bar("processing", static_cast<double>(n) / rate);
     const RunResult run = run_canceller(o.api, rec.cfg, !rec.host_values, rate, near, far,
                                         [&](double f) { bar.update(f * 0.5); });
-    const std::vector<TraceRow> rows = trace_signal(rec.cfg, rate, near, far);
+    const std::vector<TraceRow> rows =
+        trace_signal(rec.cfg, rate, near, far, [&](double f) { bar.update(0.5 + f * 0.5); });
     bar.update(1.0);
     std::vector<int16_t> out(run.out.begin() + delay, run.out.end());
     out = resample(out, rate, mic.rate);

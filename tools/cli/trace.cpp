@@ -79,7 +79,8 @@ TraceRow BlockTracer::step(const int16_t *near, const int16_t *far) {
 }
 
 std::vector<TraceRow> trace_signal(const AecCfg &cfg, int rate, std::span<const int16_t> near,
-                                   std::span<const int16_t> far) {
+                                   std::span<const int16_t> far,
+                                   const std::function<void(double)> &progress) {
     BlockTracer tracer(cfg, rate);
     const std::size_t l = static_cast<std::size_t>(tracer.block());
     std::vector<TraceRow> rows;
@@ -91,6 +92,7 @@ std::vector<TraceRow> trace_signal(const AecCfg &cfg, int rate, std::span<const 
             bf[i] = at + i < far.size() ? far[at + i] : 0;
         }
         rows.push_back(tracer.step(bn.data(), bf.data()));
+        if (progress && rows.size() % 256 == 0) progress(static_cast<double>(at) / near.size());
     }
     return rows;
 }

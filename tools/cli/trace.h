@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -58,9 +59,11 @@ private:
     double prev_mic_energy_ = 0;
 };
 
-// Runs the tracer over whole signals (padded with zeros to whole blocks).
+// Runs the tracer over whole signals (padded with zeros to whole blocks); `progress`, when given,
+// is called now and then with the fraction done.
 std::vector<TraceRow> trace_signal(const AecCfg &cfg, int rate, std::span<const int16_t> near,
-                                   std::span<const int16_t> far);
+                                   std::span<const int16_t> far,
+                                   const std::function<void(double)> &progress = {});
 
 // The CSV text of the rows, with a header line.
 std::string trace_csv(const std::vector<TraceRow> &rows);
