@@ -63,7 +63,8 @@ std::vector<Block> inputs(int n, int64_t lim, unsigned seed) {
     std::vector<Block> blocks;
     for (int r = 0; r < 40; ++r) {
         Block x(2 * n, 0);
-        for (int i = 0; i < 2 * n; ++i) x[i] = (r % 2 == 0 && i % 2 == 1) ? 0 : static_cast<int32_t>(any(rng));
+        for (int i = 0; i < 2 * n; ++i)
+            x[i] = (r % 2 == 0 && i % 2 == 1) ? 0 : static_cast<int32_t>(any(rng));
         blocks.push_back(x);
     }
     Block low(2 * n, 0);

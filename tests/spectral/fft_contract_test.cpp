@@ -48,7 +48,9 @@ TEST(FftContract, RefusedArgumentsWriteNothing) {
 }
 
 // (v + 2^(k-1)) >> k.
-int32_t round_shift(int64_t v, int k) { return static_cast<int32_t>((v + (int64_t{1} << (k - 1))) >> k); }
+int32_t round_shift(int64_t v, int k) {
+    return static_cast<int32_t>((v + (int64_t{1} << (k - 1))) >> k);
+}
 
 TEST(FftContract, ScaleFactorShiftsTheResult) {
     PlanArea plan{};

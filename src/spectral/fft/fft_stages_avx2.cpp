@@ -16,7 +16,9 @@ namespace {
 
 using V = __m256i;
 
-SV_AVX2 inline V load(const int32_t *p) { return _mm256_loadu_si256(reinterpret_cast<const V *>(p)); }
+SV_AVX2 inline V load(const int32_t *p) {
+    return _mm256_loadu_si256(reinterpret_cast<const V *>(p));
+}
 SV_AVX2 inline void store(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
 
 // Two complex values from each of two places.
@@ -130,12 +132,17 @@ SV_AVX2 inline C4 twiddle_or_widen(V x, V w) {
         return t;
     } else {
         const C4 u = widen(x);
-        return {_mm256_blend_epi32(t.re, u.re, KZeroMask), _mm256_blend_epi32(t.im, u.im, KZeroMask)};
+        return {_mm256_blend_epi32(t.re, u.re, KZeroMask),
+                _mm256_blend_epi32(t.im, u.im, KZeroMask)};
     }
 }
 
-SV_AVX2 inline C4 add(C4 a, C4 b) { return {_mm256_add_epi64(a.re, b.re), _mm256_add_epi64(a.im, b.im)}; }
-SV_AVX2 inline C4 sub(C4 a, C4 b) { return {_mm256_sub_epi64(a.re, b.re), _mm256_sub_epi64(a.im, b.im)}; }
+SV_AVX2 inline C4 add(C4 a, C4 b) {
+    return {_mm256_add_epi64(a.re, b.re), _mm256_add_epi64(a.im, b.im)};
+}
+SV_AVX2 inline C4 sub(C4 a, C4 b) {
+    return {_mm256_sub_epi64(a.re, b.re), _mm256_sub_epi64(a.im, b.im)};
+}
 
 // Four-point DFT with W_4 = -j.
 SV_AVX2 inline void radix4(C4 (&a)[4]) {
@@ -212,9 +219,10 @@ SV_AVX2 void stage_wide(int32_t *dat, int n, int m, const int32_t *tw, const Rou
 template <bool Swap, class Round>
 SV_AVX2 void stage_pairs(int32_t *dat, int n, const int32_t *tw, const Round &round) {
     constexpr int m = 2;
-    const V w[3] = {_mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw))),
-                    _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 4))),
-                    _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 8)))};
+    const V w[3] = {
+        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw))),
+        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 4))),
+        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 8)))};
     for (int base = 0; base < n; base += 8 * m) {
         int32_t *x = dat + 2 * base;
         int32_t *z = x + 8 * m;
@@ -262,7 +270,8 @@ SV_AVX2 void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int gu
 
 SV_AVX2 void middle_stage(int32_t *d, const Plan &p, int s) {
     constexpr int kShift = kProductBits + 2;
-    const RoundPlain round{_mm256_set1_epi64x(int64_t{1} << (kShift - 1)), _mm_cvtsi32_si128(kShift)};
+    const RoundPlain round{_mm256_set1_epi64x(int64_t{1} << (kShift - 1)),
+                           _mm_cvtsi32_si128(kShift)};
     stage<false>(d, p, s, round);
 }
 

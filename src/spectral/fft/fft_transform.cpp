@@ -214,7 +214,7 @@ using namespace sonvel::fft;
 // and must not overlap dst. Non-zero status for a null or misaligned array, an unprepared plan or
 // overlapping arrays (nothing is written then).
 extern "C" SONVEL_API int32_t Sonvel_FFTFwd_CToC_SC32_Sfs(const int32_t *src, int32_t *dst,
-                                                         const void *plan, int32_t scaleFactor) {
+                                                          const void *plan, int32_t scaleFactor) {
     const Plan *p = nullptr;
     const int32_t status = check(src, dst, plan, &p);
     if (status != kOk) return status;
@@ -224,11 +224,10 @@ extern "C" SONVEL_API int32_t Sonvel_FFTFwd_CToC_SC32_Sfs(const int32_t *src, in
 
 // dst = IDFT(src) (with the 1/N) * 2^-scaleFactor, rounded once; otherwise as the forward one.
 extern "C" SONVEL_API int32_t Sonvel_FFTInv_CToC_SC32_Sfs(const int32_t *src, int32_t *dst,
-                                                         const void *plan, int32_t scaleFactor) {
+                                                          const void *plan, int32_t scaleFactor) {
     const Plan *p = nullptr;
     const int32_t status = check(src, dst, plan, &p);
     if (status != kOk) return status;
-    run_transform(src, dst, *p, clamp_shift(int64_t{scaleFactor} + p->order), true,
-                  Kernels::Best);
+    run_transform(src, dst, *p, clamp_shift(int64_t{scaleFactor} + p->order), true, Kernels::Best);
     return kOk;
 }
