@@ -10,7 +10,7 @@
 
 #include "sonvel_aec.h"
 
-#define FRAME 160 /* samples per 10 ms at 16000 Hz */
+#define FRAME 160  /* samples per 10 ms at 16000 Hz */
 #define FRAMES 400 /* four seconds */
 #define DELAY 40   /* echo path delay in samples */
 

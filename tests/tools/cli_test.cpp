@@ -14,10 +14,12 @@
 #include <string>
 #include <vector>
 
+#include "cli/canceller.h"
 #include "cli/demo_scenario.h"
 #include "cli/error.h"
 #include "cli/params.h"
 #include "cli/resample.h"
+#include "cli/trace.h"
 #include "cli/wav_io.h"
 
 namespace fs = std::filesystem;
@@ -42,7 +44,8 @@ protected:
         char tmpl[] = "/tmp/sonvel-cli-test-XXXXXX";
         dir_ = mkdtemp(tmpl);
         static const cli::Scenario s = cli::make_scenario(8000);
-        mic_ = std::vector<int16_t>(s.mic.begin(), s.mic.begin() + 8000 * 8);  // far end alone, then near
+        mic_ = std::vector<int16_t>(s.mic.begin(),
+                                    s.mic.begin() + 8000 * 8);  // far end alone, then near
         ref_ = std::vector<int16_t>(s.ref.begin(), s.ref.begin() + 8000 * 8);
         cli::write_wav(path("mic.wav"), "test file", 8000, mic_);
         cli::write_wav(path("ref.wav"), "test file", 8000, ref_);
@@ -55,7 +58,8 @@ protected:
         const std::string cmd = std::string(SONVEL_AEC_TOOL) + " " + args + " >" + path("stdout") +
                                 " 2>" + path("stderr");
         const int rc = std::system(cmd.c_str());
-        return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(dir_ / "stdout"), slurp(dir_ / "stderr")};
+        return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(dir_ / "stdout"),
+                slurp(dir_ / "stderr")};
     }
 
     // Files other than the inputs and the captured streams.
@@ -63,7 +67,8 @@ protected:
         std::vector<std::string> names;
         for (const auto &e : fs::directory_iterator(dir_)) {
             const std::string n = e.path().filename().string();
-            if (n != "mic.wav" && n != "ref.wav" && n != "stdout" && n != "stderr") names.push_back(n);
+            if (n != "mic.wav" && n != "ref.wav" && n != "stdout" && n != "stderr")
+                names.push_back(n);
         }
         return names;
     }
@@ -83,7 +88,8 @@ protected:
     std::vector<int16_t> mic_, ref_;
 };
 
-double snr_db(const std::vector<int16_t> &ref, const std::vector<int16_t> &x, std::size_t from, std::size_t to) {
+double snr_db(const std::vector<int16_t> &ref, const std::vector<int16_t> &x, std::size_t from,
+              std::size_t to) {
     double s = 0, n = 0;
     for (std::size_t i = from; i < to; ++i) {
         s += static_cast<double>(ref[i]) * ref[i];
@@ -122,16 +128,20 @@ TEST_F(Tool, BadInputIsRefusedWithOneMessageAndNoOutput) {
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
         const std::vector<std::string> left = leftovers();
         EXPECT_EQ(std::count_if(left.begin(), left.end(),
-                                [](const std::string &n) { return n == "out.wav" || n == "trace.csv" ||
-                                                                  n.find("partial") != std::string::npos; }),
+                                [](const std::string &n) {
+                                    return n == "out.wav" || n == "trace.csv" ||
+                                           n.find("partial") != std::string::npos;
+                                }),
                   0);
     }
     EXPECT_EQ(tool("process " + path("mic.wav")).status, 2);  // usage error
 }
 
 TEST_F(Tool, ShortReferenceIsPaddedWithAWarning) {
-    cli::write_wav(path("short.wav"), "test file", 8000, std::vector<int16_t>(ref_.begin(), ref_.begin() + 4000));
-    const ToolRun r = tool("process " + path("mic.wav") + " " + path("short.wav") + " -o " + path("out.wav"));
+    cli::write_wav(path("short.wav"), "test file", 8000,
+                   std::vector<int16_t>(ref_.begin(), ref_.begin() + 4000));
+    const ToolRun r =
+        tool("process " + path("mic.wav") + " " + path("short.wav") + " -o " + path("out.wav"));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.err.find("warning"), std::string::npos);
     EXPECT_NE(r.err.find("short.wav"), std::string::npos);
@@ -174,8 +184,8 @@ TEST_F(Tool, ConfigFileAndOptionsSetTheRecordAndRefusalsNameTheField) {
 
     // The library's refusal: field, allowed range and status code, from a file or an option.
     std::ofstream(path("refused.cfg")) << "u8NlpLevel = 3\n";
-    ToolRun r = tool("process " + path("mic.wav") + " " + path("ref.wav") + " -o " + path("out.wav") +
-                 " --config " + path("refused.cfg"));
+    ToolRun r = tool("process " + path("mic.wav") + " " + path("ref.wav") + " -o " +
+                     path("out.wav") + " --config " + path("refused.cfg"));
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("u8NlpLevel = 3"), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("status -22"), std::string::npos) << r.err;
@@ -199,7 +209,8 @@ TEST_F(Tool, ConfigFileAndOptionsSetTheRecordAndRefusalsNameTheField) {
 TEST_F(Tool, ResamplingRoundTripAt48kHz) {
     std::vector<int16_t> tone(48000);
     for (std::size_t i = 0; i < tone.size(); ++i) {
-        tone[i] = static_cast<int16_t>(std::lround(8000.0 * std::sin(2.0 * M_PI * 1000.0 * i / 48000.0)));
+        tone[i] =
+            static_cast<int16_t>(std::lround(8000.0 * std::sin(2.0 * M_PI * 1000.0 * i / 48000.0)));
     }
     const std::vector<int16_t> down = cli::resample(tone, 48000, 16000);
     EXPECT_EQ(down.size(), 16000u);
@@ -210,8 +221,8 @@ TEST_F(Tool, ResamplingRoundTripAt48kHz) {
     // A 48 kHz recording goes through the canceller and comes back at 48 kHz, the same length.
     cli::write_wav(path("mic48.wav"), "test file", 48000, cli::resample(mic_, 8000, 48000));
     cli::write_wav(path("ref48.wav"), "test file", 48000, cli::resample(ref_, 8000, 48000));
-    const ToolRun r = tool("process --resample " + path("mic48.wav") + " " + path("ref48.wav") + " -o " +
-                       path("out48.wav"));
+    const ToolRun r = tool("process --resample " + path("mic48.wav") + " " + path("ref48.wav") +
+                           " -o " + path("out48.wav"));
     ASSERT_EQ(r.status, 0) << r.err;
     const cli::Audio out = cli::read_mono(path("out48.wav"), "out");
     EXPECT_EQ(out.rate, 48000);
@@ -219,10 +230,11 @@ TEST_F(Tool, ResamplingRoundTripAt48kHz) {
 }
 
 TEST_F(Tool, ProcessCancelsEchoAndBothInterfacesAgree) {
-    ToolRun r = tool("process " + path("mic.wav") + " " + path("ref.wav") + " -o " + path("core.wav") +
-                 " --trace " + path("trace.csv") + " --api core --suppression-level 1 --coh-threshold 20000"
-                 " --coh-band 8,17 --band-edges 5,17,28,32,45,56 --clamp-bins 5,10"
-                 " --band-shifts 11,12,16,14,15,12,16");
+    ToolRun r = tool("process " + path("mic.wav") + " " + path("ref.wav") + " -o " +
+                     path("core.wav") + " --trace " + path("trace.csv") +
+                     " --api core --suppression-level 1 --coh-threshold 20000"
+                     " --coh-band 8,17 --band-edges 5,17,28,32,45,56 --clamp-bins 5,10"
+                     " --band-shifts 11,12,16,14,15,12,16");
     ASSERT_EQ(r.status, 0) << r.err;
     for (const char *line : {"duration", "real-time factor", "levels", "echo reduction"}) {
         EXPECT_NE(r.out.find(line), std::string::npos) << r.out;
@@ -242,10 +254,31 @@ TEST_F(Tool, ProcessCancelsEchoAndBothInterfacesAgree) {
     EXPECT_EQ(trace.rfind("time_s,near_level_dbfs,far_level_dbfs,near_active", 0), 0u);
 
     // The plug-in's built-in values, given through the core path above, give the same output.
-    r = tool("process " + path("mic.wav") + " " + path("ref.wav") + " -o " + path("host.wav") + " --api host -q");
+    r = tool("process " + path("mic.wav") + " " + path("ref.wav") + " -o " + path("host.wav") +
+             " --api host -q");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.empty());
     EXPECT_EQ(cli::read_mono(path("host.wav"), "out").samples, core.samples);
+}
+
+// The trace instance, fed 8 ms blocks, sees exactly what the frame-by-frame output path
+// processes: its output block k is the output path's samples k*L.. delayed by one frame.
+TEST_F(Tool, TraceFollowsTheOutputPath) {
+    for (const int rate : {8000, 16000}) {
+        SCOPED_TRACE(rate);
+        const AecCfg cfg = cli::library_defaults(rate);
+        const std::span<const int16_t> near(mic_), far(ref_);
+        const cli::RunResult run =
+            cli::run_canceller(cli::Api::Core, cfg, false, rate, near, far, {});
+        const std::vector<cli::TraceRow> rows = cli::trace_signal(cfg, rate, near, far);
+        const int f = cli::frame_length(rate), l = cli::block_length(rate);
+        ASSERT_EQ(rows.size(), (mic_.size() + l - 1) / l);
+        for (std::size_t k = 0; (k + 1) * l + f <= run.out.size(); ++k) {
+            double e = 0;
+            for (int i = 0; i < l; ++i) e += std::pow(run.out[f + k * l + i], 2.0);
+            ASSERT_EQ(rows[k].out_energy, e) << "block " << k;
+        }
+    }
 }
 
 TEST_F(Tool, DemoWritesItsFilesAndTable) {

@@ -24,7 +24,8 @@ struct ParamSpec {
 
 constexpr ParamSpec kParams[] = {
     {"--comfort-noise", "u8CnEnable", 1, "on|off", "comfort noise in suppressed parts"},
-    {"--suppression-level", "u8NlpLevel", 1, "0..2", "far-end level below which the near end passes"},
+    {"--suppression-level", "u8NlpLevel", 1, "0..2",
+     "far-end level below which the near end passes"},
     {"--high-freq-mode", "u8HighFreqMode", 1, "0|1", "high-frequency gain shaping mode"},
     {"--start-part", "u8StartPart", 1, "0..6", "bulk delay of the echo filter, in 8 ms blocks"},
     {"--coh-threshold", "s16CohThr", 1, "Q15|0.x", "incoherence threshold of raised suppression"},
@@ -133,7 +134,8 @@ ProcessOptions parse_process_args(const std::vector<std::string> &args) {
     if (files.size() != 2) throw UsageError("process needs two input files: MIC.wav REF.wav");
     o.mic = files[0];
     o.ref = files[1];
-    if (o.out.empty() && !o.show_config) throw UsageError("process needs an output file: -o OUT.wav");
+    if (o.out.empty() && !o.show_config)
+        throw UsageError("process needs an output file: -o OUT.wav");
     return o;
 }
 
@@ -144,7 +146,8 @@ DemoOptions parse_demo_args(const std::vector<std::string> &args) {
         const std::string &n = w.name();
         if (n == "--rate") {
             const std::string v = w.value();
-            if (v != "8000" && v != "16000") throw UsageError("--rate: expected 8000 or 16000, got '" + v + "'");
+            if (v != "8000" && v != "16000")
+                throw UsageError("--rate: expected 8000 or 16000, got '" + v + "'");
             o.rate = std::atoi(v.c_str());
         } else if (n == "--out") {
             o.dir = w.value();

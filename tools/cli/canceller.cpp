@@ -21,11 +21,13 @@ public:
     CoreEngine(const AecCfg &cfg) : mem_(new uint64_t[SONVEL_AEC_INSTANCE_BYTES / 8]) {
         check_record(cfg);
         const int32_t rc = Sonvel_AEC_Init(&handle_, mem_.get(), SONVEL_AEC_INSTANCE_BYTES, &cfg);
-        if (rc != SONVEL_AEC_OK) throw Error("the canceller refused to start (status " + std::to_string(rc) + ")");
+        if (rc != SONVEL_AEC_OK)
+            throw Error("the canceller refused to start (status " + std::to_string(rc) + ")");
     }
     void process(const int16_t *near, const int16_t *far, int16_t *out) {
         const int32_t rc = Sonvel_AEC_Apply(handle_, near, far, out);
-        if (rc != SONVEL_AEC_OK) throw Error("the canceller failed (status " + std::to_string(rc) + ")");
+        if (rc != SONVEL_AEC_OK)
+            throw Error("the canceller failed (status " + std::to_string(rc) + ")");
     }
 
 private:
@@ -77,8 +79,8 @@ private:
 };
 
 template <class Engine>
-RunResult loop(Engine &engine, int frame, std::span<const int16_t> near, std::span<const int16_t> far,
-               const ProgressFn &progress) {
+RunResult loop(Engine &engine, int frame, std::span<const int16_t> near,
+               std::span<const int16_t> far, const ProgressFn &progress) {
     const std::size_t n = near.size();
     const std::size_t frames = (n + frame - 1) / frame;
     std::vector<int16_t> in_near(frames * frame, 0), in_far(frames * frame, 0);
@@ -102,9 +104,15 @@ RunResult loop(Engine &engine, int frame, std::span<const int16_t> near, std::sp
 
 }  // namespace
 
-int frame_length(int rate) { return rate == 8000 ? 80 : 160; }
-int block_length(int rate) { return rate == 8000 ? 64 : 128; }
-int latency_samples(int rate) { return frame_length(rate) + block_length(rate); }
+int frame_length(int rate) {
+    return rate == 8000 ? 80 : 160;
+}
+int block_length(int rate) {
+    return rate == 8000 ? 64 : 128;
+}
+int latency_samples(int rate) {
+    return frame_length(rate) + block_length(rate);
+}
 
 RunResult run_canceller(Api api, const AecCfg &cfg, bool use_host_cfg, int rate,
                         std::span<const int16_t> near, std::span<const int16_t> far,

@@ -31,7 +31,8 @@ void write_csv(const std::string &path, const std::string &text) {
     PendingFile file(path, "trace file");
     FILE *f = fdopen(file.release_fd(), "w");
     const bool ok = f != nullptr && std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    if (f == nullptr || std::fclose(f) != 0 || !ok) throw Error("cannot write trace file '" + path + "'");
+    if (f == nullptr || std::fclose(f) != 0 || !ok)
+        throw Error("cannot write trace file '" + path + "'");
     file.commit();
 }
 
@@ -50,7 +51,8 @@ void print_table(const Scenario &s, const std::vector<int16_t> &out) {
         std::snprintf(time, sizeof time, "%g-%g", seg.start, seg.end);
         if (seg.far) std::snprintf(erle, sizeof erle, "%.1f dB", mic - o);
         if (seg.near) std::snprintf(change, sizeof change, "%+.1f dB", o - clean);
-        std::printf("%-16s %9s %9.1f %9.1f %11s %11s\n", seg.name.c_str(), time, mic, o, erle, change);
+        std::printf("%-16s %9s %9.1f %9.1f %11s %11s\n", seg.name.c_str(), time, mic, o, erle,
+                    change);
     }
 }
 
@@ -83,11 +85,12 @@ int demo_command(const std::vector<std::string> &args) {
     write_csv(dir + "trace.csv", trace_csv(rows));
 
     const double duration = static_cast<double>(s.mic.size()) / o.rate;
-    std::printf("demo: %.0f s at %d Hz, %s interface, echo path with %.1f ms bulk delay\n", duration,
-                o.rate, host ? "host plug-in" : "core", 1000.0 * s.bulk_delay / o.rate);
-    std::printf("wrote %smic.wav ref.wav near.wav out.wav trace.csv (out.wav is aligned with "
-                "mic.wav: the %.0f ms latency is removed)\n",
-                dir.c_str(), 1000.0 * delay / o.rate);
+    std::printf("demo: %.0f s at %d Hz, %s interface, echo path with %.1f ms bulk delay\n",
+                duration, o.rate, host ? "host plug-in" : "core", 1000.0 * s.bulk_delay / o.rate);
+    std::printf(
+        "wrote %smic.wav ref.wav near.wav out.wav trace.csv (out.wav is aligned with "
+        "mic.wav: the %.0f ms latency is removed)\n",
+        dir.c_str(), 1000.0 * delay / o.rate);
     print_table(s, out);
     std::printf("\nprocessing: %.3f s for %.0f s of audio (real-time factor %.4f)\n", run.seconds,
                 duration, run.seconds / duration);

@@ -14,7 +14,7 @@ namespace {
 constexpr double kPi = std::numbers::pi;
 
 struct Voice {
-    double f0;        // mean pitch, Hz
+    double f0;  // mean pitch, Hz
     double formant_scale;
     unsigned seed;
 };
@@ -57,7 +57,8 @@ std::vector<double> talker(const Voice &v, std::size_t n, int rate) {
         for (int s = 0; s < syllables && t < n; ++s) {
             const auto len = static_cast<std::size_t>((0.12 + 0.16 * uni(rng)) * rate);
             const double *vowel = kVowels[static_cast<int>(uni(rng) * 8) % 8];
-            for (int k = 0; k < 3; ++k) f[k].tune(vowel[k] * v.formant_scale, 60.0 + 40.0 * k, rate);
+            for (int k = 0; k < 3; ++k)
+                f[k].tune(vowel[k] * v.formant_scale, 60.0 + 40.0 * k, rate);
             const double pitch = v.f0 * (0.85 + 0.3 * uni(rng));
             const auto burst = static_cast<std::size_t>(uni(rng) < 0.5 ? 0.04 * rate : 0);
             for (std::size_t i = 0; i < len && t < n; ++i, ++t) {
@@ -90,7 +91,7 @@ std::vector<double> room(int rate, int bulk) {
     const auto len = static_cast<std::size_t>(bulk + 0.05 * rate);
     std::vector<double> h(len, 0.0);
     h[static_cast<std::size_t>(bulk)] = 0.6;
-    const double tau = 0.008 * rate;  // 60 dB down after about 55 ms
+    const double tau = 0.008 * rate;                      // 60 dB down after about 55 ms
     const double tail = 0.07 * std::sqrt(8000.0 / rate);  // the same tail energy at both rates
     for (std::size_t i = static_cast<std::size_t>(bulk) + 1; i < len; ++i) {
         h[i] = tail * gauss(rng) * std::exp(-static_cast<double>(i - bulk) / tau);
@@ -127,7 +128,8 @@ void gate(std::vector<double> &x, int rate, const std::vector<std::pair<double, 
     for (std::size_t i = 0; i < x.size(); ++i) {
         double g = 0;
         for (const auto &[a, b] : on) {
-            const double s = static_cast<double>(i) - a * rate, e = b * rate - static_cast<double>(i);
+            const double s = static_cast<double>(i) - a * rate,
+                         e = b * rate - static_cast<double>(i);
             g = std::max(g, std::clamp(std::min(s, e) / fade, 0.0, 1.0));
         }
         x[i] *= g;

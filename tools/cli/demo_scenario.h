@@ -18,9 +18,10 @@ struct Segment {
 struct Scenario {
     int rate = 16000;
     std::vector<Segment> segments;
-    std::vector<int16_t> ref;   // far-end talker: what the loudspeaker plays
-    std::vector<int16_t> mic;   // echo + near-end talker + noise
-    std::vector<int16_t> near;  // the near-end talker and the noise alone (what the output should be)
+    std::vector<int16_t> ref;  // far-end talker: what the loudspeaker plays
+    std::vector<int16_t> mic;  // echo + near-end talker + noise
+    std::vector<int16_t>
+        near;  // the near-end talker and the noise alone (what the output should be)
     std::vector<int16_t> echo;  // the echo alone
     int bulk_delay = 0;         // samples of the echo path's pure delay
 };

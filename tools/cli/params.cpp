@@ -32,8 +32,9 @@ long parse_integer(std::string_view text, const Field &field, const std::string 
         throw Error(where + ": " + std::string(field.name) + ": '" + s + "' is not an integer");
     }
     if (v < lo || v > hi) {
-        throw Error(where + ": " + std::string(field.name) + ": " + s + " does not fit the field (" +
-                    std::to_string(lo) + ".." + std::to_string(hi) + ")");
+        throw Error(where + ": " + std::string(field.name) + ": " + s +
+                    " does not fit the field (" + std::to_string(lo) + ".." + std::to_string(hi) +
+                    ")");
     }
     return v;
 }
@@ -115,7 +116,8 @@ void assign_field(AecCfg &cfg, const Field &field, int first, int count, std::st
     std::vector<std::string_view> parts;
     for (std::size_t start = 0;;) {
         const auto comma = text.find(',', start);
-        parts.push_back(text.substr(start, comma == std::string_view::npos ? comma : comma - start));
+        parts.push_back(
+            text.substr(start, comma == std::string_view::npos ? comma : comma - start));
         if (comma == std::string_view::npos) break;
         start = comma + 1;
     }
@@ -124,7 +126,8 @@ void assign_field(AecCfg &cfg, const Field &field, int first, int count, std::st
                     (count == 1 ? " value" : " comma-separated values") + ", got " +
                     std::to_string(parts.size()));
     }
-    for (int i = 0; i < count; ++i) store(cfg, field, first + i, parse_integer(parts[i], field, where));
+    for (int i = 0; i < count; ++i)
+        store(cfg, field, first + i, parse_integer(parts[i], field, where));
 }
 
 void load_config_file(AecCfg &cfg, const std::string &path) {
@@ -133,7 +136,8 @@ void load_config_file(AecCfg &cfg, const std::string &path) {
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
         std::string_view text = line;
-        if (const auto hash = text.find('#'); hash != std::string_view::npos) text = text.substr(0, hash);
+        if (const auto hash = text.find('#'); hash != std::string_view::npos)
+            text = text.substr(0, hash);
         if (trim(text).empty()) continue;
         config_line(cfg, text, path + ":" + std::to_string(number));
     }
@@ -164,20 +168,32 @@ AecCfg host_builtin_record(int rate) {
 Refusal explain_refusal(int32_t status, const AecCfg &cfg) {
     const std::string b = std::to_string(cfg.u8SampleRate == 0 ? 128 : 256);
     switch (status) {
-        case SONVEL_AEC_ERR_CFG_START_PART: return {"u8StartPart", "0..6"};
-        case SONVEL_AEC_ERR_CFG_NLP_LEVEL: return {"u8NlpLevel", "0..2"};
-        case SONVEL_AEC_ERR_CFG_HIGH_FREQ_MODE: return {"u8HighFreqMode", "0..1"};
-        case SONVEL_AEC_ERR_CFG_SAMPLE_RATE: return {"u8SampleRate", "0..1"};
-        case SONVEL_AEC_ERR_CFG_COH_THR: return {"s16CohThr", "0..32767"};
-        case SONVEL_AEC_ERR_CFG_HF_BIN_ORDER: return {"s16HfBinLo", "0..s16HfBinHi"};
-        case SONVEL_AEC_ERR_CFG_HF_BIN_HI: return {"s16HfBinHi", "s16HfBinLo.." + b};
-        case SONVEL_AEC_ERR_CFG_COH_BIN_ORDER: return {"s16CohBinLo", "0..s16CohBinHi"};
-        case SONVEL_AEC_ERR_CFG_COH_BIN_HI: return {"s16CohBinHi", "s16CohBinLo.." + b};
+        case SONVEL_AEC_ERR_CFG_START_PART:
+            return {"u8StartPart", "0..6"};
+        case SONVEL_AEC_ERR_CFG_NLP_LEVEL:
+            return {"u8NlpLevel", "0..2"};
+        case SONVEL_AEC_ERR_CFG_HIGH_FREQ_MODE:
+            return {"u8HighFreqMode", "0..1"};
+        case SONVEL_AEC_ERR_CFG_SAMPLE_RATE:
+            return {"u8SampleRate", "0..1"};
+        case SONVEL_AEC_ERR_CFG_COH_THR:
+            return {"s16CohThr", "0..32767"};
+        case SONVEL_AEC_ERR_CFG_HF_BIN_ORDER:
+            return {"s16HfBinLo", "0..s16HfBinHi"};
+        case SONVEL_AEC_ERR_CFG_HF_BIN_HI:
+            return {"s16HfBinHi", "s16HfBinLo.." + b};
+        case SONVEL_AEC_ERR_CFG_COH_BIN_ORDER:
+            return {"s16CohBinLo", "0..s16CohBinHi"};
+        case SONVEL_AEC_ERR_CFG_COH_BIN_HI:
+            return {"s16CohBinHi", "s16CohBinLo.." + b};
         case SONVEL_AEC_ERR_CFG_BAND_EDGE:
             return {"as16BandEdge", "non-decreasing, 0 <= e0 <= ... <= e5 <= " + b};
-        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_ORDER: return {"s16ClampBinLo", "0..s16ClampBinHi"};
-        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_LO: return {"s16ClampBinLo", "0.." + b};
-        default: return {};
+        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_ORDER:
+            return {"s16ClampBinLo", "0..s16ClampBinHi"};
+        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_LO:
+            return {"s16ClampBinLo", "0.." + b};
+        default:
+            return {};
     }
 }
 

@@ -47,7 +47,8 @@ void PendingFile::commit() {
     if (fd_ >= 0) {
         const int rc = close(fd_);
         fd_ = -1;
-        if (rc != 0) throw Error("cannot write " + role_ + " '" + path_ + "': " + std::strerror(errno));
+        if (rc != 0)
+            throw Error("cannot write " + role_ + " '" + path_ + "': " + std::strerror(errno));
     }
     if (std::rename(temp_.c_str(), path_.c_str()) != 0) {
         throw Error("cannot write " + role_ + " '" + path_ + "': " + std::strerror(errno));

@@ -20,7 +20,9 @@ namespace {
 
 constexpr int kResampleRate = 16000;
 
-bool supported_rate(int rate) { return rate == 8000 || rate == 16000; }
+bool supported_rate(int rate) {
+    return rate == 8000 || rate == 16000;
+}
 
 // The rate the canceller runs at; refuses mismatched or unsupported rates.
 int working_rate(const ProcessOptions &o, const Audio &mic, const Audio &ref) {
@@ -46,7 +48,8 @@ struct Record {
 
 Record build_record(const ProcessOptions &o, int rate) {
     const bool host = o.api == Api::Host;
-    Record r{host ? host_builtin_record(rate) : library_defaults(rate), host && o.config.empty() && o.params.empty()};
+    Record r{host ? host_builtin_record(rate) : library_defaults(rate),
+             host && o.config.empty() && o.params.empty()};
     if (!o.config.empty()) load_config_file(r.cfg, o.config);
     apply_param_options(r.cfg, o.params);
     r.cfg.u8SampleRate = rate == 8000 ? 0 : 1;

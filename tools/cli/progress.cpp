@@ -15,7 +15,8 @@ ProgressBar::ProgressBar(std::string label, double seconds)
     : label_(std::move(label)), enabled_(isatty(STDERR_FILENO) == 1 && seconds > kMinSeconds) {}
 
 ProgressBar::~ProgressBar() {
-    if (enabled_ && shown_ >= 0) std::fprintf(stderr, "\r%*s\r", kWidth + 20 + static_cast<int>(label_.size()), "");
+    if (enabled_ && shown_ >= 0)
+        std::fprintf(stderr, "\r%*s\r", kWidth + 20 + static_cast<int>(label_.size()), "");
 }
 
 void ProgressBar::update(double fraction) {

@@ -25,7 +25,8 @@ std::vector<int16_t> resample(std::span<const int16_t> in, int from, int to) {
         throw Error("resampling from " + std::to_string(from) + " to " + std::to_string(to) +
                     " Hz failed: " + src_strerror(rc));
     }
-    dst.resize(static_cast<std::size_t>(n_out), 0.0f);  // fills the tail if the converter fell short
+    dst.resize(static_cast<std::size_t>(n_out),
+               0.0f);  // fills the tail if the converter fell short
     std::vector<int16_t> out(dst.size());
     src_float_to_short_array(dst.data(), out.data(), static_cast<int>(out.size()));
     return out;

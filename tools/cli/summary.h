@@ -20,9 +20,9 @@ double rms_dbfs(std::span<const int16_t> x);
 double echo_reduction_db(const std::vector<TraceRow> &rows, int &blocks);
 
 struct RunFigures {
-    double duration = 0;   // seconds of audio
-    long frames = 0;       // 10 ms frames processed
-    double seconds = 0;    // processing time
+    double duration = 0;  // seconds of audio
+    long frames = 0;      // 10 ms frames processed
+    double seconds = 0;   // processing time
     double mic_db = 0, ref_db = 0, out_db = 0;
     double erle_db = 0;
     int erle_blocks = 0;

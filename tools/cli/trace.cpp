@@ -40,10 +40,13 @@ constexpr double kMuteRatio = 64.0;      // near-end to output power ratio of a 
 }  // namespace
 
 BlockTracer::BlockTracer(const AecCfg &cfg, int rate)
-    : mem_(new uint64_t[SONVEL_AEC_INSTANCE_BYTES / 8]), rate_(rate), block_(rate == 8000 ? 64 : 128) {
+    : mem_(new uint64_t[SONVEL_AEC_INSTANCE_BYTES / 8]),
+      rate_(rate),
+      block_(rate == 8000 ? 64 : 128) {
     void *handle = nullptr;
     const int32_t rc = Sonvel_AEC_Init(&handle, mem_.get(), SONVEL_AEC_INSTANCE_BYTES, &cfg);
-    if (rc != SONVEL_AEC_OK) throw Error("the trace instance refused to start (status " + std::to_string(rc) + ")");
+    if (rc != SONVEL_AEC_OK)
+        throw Error("the trace instance refused to start (status " + std::to_string(rc) + ")");
     const auto *header = static_cast<const sonvel::AecHeader *>(handle);
     state_ = reinterpret_cast<AecState *>(static_cast<uint8_t *>(handle) + header->u32StateOffset);
 }
@@ -53,7 +56,8 @@ BlockTracer::~BlockTracer() = default;
 TraceRow BlockTracer::step(const int16_t *near, const int16_t *far) {
     int16_t out[128];
     const int32_t rc = Sonvel_AEC_SUB_Proc(state_, near, far, out);
-    if (rc != SONVEL_AEC_OK) throw Error("the trace instance failed (status " + std::to_string(rc) + ")");
+    if (rc != SONVEL_AEC_OK)
+        throw Error("the trace instance failed (status " + std::to_string(rc) + ")");
     const AecState &st = *state_;
     TraceRow r;
     r.time = static_cast<double>(index_++) * block_ / rate_;
@@ -103,8 +107,9 @@ std::string trace_csv(const std::vector<TraceRow> &rows) {
         "near_state,diverged,overdrive,band_gain,incoherence,comfort_noise,pass_through,mute\n";
     char line[256];
     for (const TraceRow &r : rows) {
-        std::snprintf(line, sizeof line, "%.3f,%.1f,%.1f,%d,%d,%d,%d,%d,%d,%.3f,%.4f,%.4f,%d,%d,%d\n",
-                      r.time, r.near_db, r.far_db, r.near_active, r.far_active, r.delay, r.echo_state,
+        std::snprintf(line, sizeof line,
+                      "%.3f,%.1f,%.1f,%d,%d,%d,%d,%d,%d,%.3f,%.4f,%.4f,%d,%d,%d\n", r.time,
+                      r.near_db, r.far_db, r.near_active, r.far_active, r.delay, r.echo_state,
                       r.near_state, r.diverged, r.overdrive, r.band_gain, r.incoherence,
                       r.comfort_noise, r.pass_through, r.mute);
         s += line;

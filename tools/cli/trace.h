@@ -20,10 +20,10 @@ struct AecState;
 namespace cli {
 
 struct TraceRow {
-    double time = 0;         // start of the block, seconds
-    double near_db = 0;      // near-end block level, dBFS (the canceller's own level measure)
-    double far_db = 0;       // newest far-end block level, dBFS
-    int near_active = 0;     // activity detector flags
+    double time = 0;      // start of the block, seconds
+    double near_db = 0;   // near-end block level, dBFS (the canceller's own level measure)
+    double far_db = 0;    // newest far-end block level, dBFS
+    int near_active = 0;  // activity detector flags
     int far_active = 0;
     int delay = 0;           // index of the strongest filter partition (echo delay in blocks)
     int echo_state = 0;      // coherence analysis: echo present

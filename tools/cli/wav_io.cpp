@@ -14,7 +14,8 @@ namespace cli {
 Audio read_mono(const std::string &path, const std::string &role) {
     const std::string what = role + " '" + path + "'";
     struct stat st {};
-    if (stat(path.c_str(), &st) != 0) throw Error("cannot read " + what + ": " + std::strerror(errno));
+    if (stat(path.c_str(), &st) != 0)
+        throw Error("cannot read " + what + ": " + std::strerror(errno));
     if (S_ISDIR(st.st_mode)) throw Error("cannot read " + what + ": it is a directory");
     SF_INFO info{};
     SNDFILE *f = sf_open(path.c_str(), SFM_READ, &info);
