@@ -1,7 +1,9 @@
-// Separate instances share nothing: two instances driven at the same time from two threads
-// produce exactly what each produces alone.
+// Separate instances share nothing: eight instances driven at the same time from eight threads,
+// each with its own audio, rate and parameters, produce exactly what each produces alone. The
+// ThreadSanitizer build runs this test to catch any shared writable data.
 #include <gtest/gtest.h>
 
+#include <latch>
 #include <thread>
 #include <vector>
 
@@ -12,18 +14,27 @@ namespace {
 
 using sonvel::test::GuardedBlock;
 
+constexpr int kThreads = 8;
+
 struct Job {
     AecCfg cfg;
     std::vector<int16_t> near, far, out;
 };
 
-Job make_job(uint8_t rate, uint32_t seed) {
-    Job j{sonvel::test::default_cfg(rate), {}, {}, {}};
-    const size_t n = static_cast<size_t>(sonvel::test::frame_len(j.cfg)) * 60;
-    j.far = sonvel::test::test_signal(n, seed);
-    j.near = sonvel::test::echo_of(j.far, 30 + seed, 2);
+// Job k: its own rate, suppression level, bulk delay, echo path and double-talk pattern.
+Job make_job(int k) {
+    Job j{sonvel::test::default_cfg(static_cast<uint8_t>(k & 1)), {}, {}, {}};
+    j.cfg.u8NlpLevel = static_cast<uint8_t>(k % 3);
+    j.cfg.u8StartPart = static_cast<uint8_t>(k % 4);
+    j.cfg.u8CnEnable = static_cast<uint8_t>(k < 6);
+    const auto seed = static_cast<uint32_t>(11 + 7 * k);
+    const size_t n = static_cast<size_t>(sonvel::test::frame_len(j.cfg)) * 100;
+    j.far = sonvel::test::test_signal(n, seed, 3000 + 2500 * k);
+    j.near = sonvel::test::echo_of(j.far, static_cast<size_t>(20 + 40 * k), 1 + k % 3);
     const auto talk = sonvel::test::test_signal(n, seed + 100, 1500);
-    for (size_t i = n / 2; i < n; ++i) j.near[i] = static_cast<int16_t>(j.near[i] + talk[i]);
+    for (size_t i = n / (2 + k % 3); i < n; ++i) {
+        j.near[i] = static_cast<int16_t>(j.near[i] / 2 + talk[i]);
+    }
     return j;
 }
 
@@ -32,19 +43,27 @@ void run(Job &j) {
     void *h = nullptr;
     ASSERT_EQ(Sonvel_AEC_Init(&h, block.data(), 62064, &j.cfg), 0);
     j.out = sonvel::test::apply_frames(h, j.near, j.far, sonvel::test::frame_len(j.cfg));
+    EXPECT_TRUE(block.canaries_intact());
 }
 
-TEST(Concurrency, TwoThreadsMatchOneAfterTheOther) {
-    Job a = make_job(1, 3), b = make_job(0, 4);
-    run(a);
-    run(b);
-    Job a2 = make_job(1, 3), b2 = make_job(0, 4);
-    std::thread ta([&] { run(a2); });
-    std::thread tb([&] { run(b2); });
-    ta.join();
-    tb.join();
-    EXPECT_EQ(a.out, a2.out);
-    EXPECT_EQ(b.out, b2.out);
+TEST(Concurrency, EightThreadsMatchSerialRuns) {
+    std::vector<Job> serial, parallel;
+    for (int k = 0; k < kThreads; ++k) {
+        serial.push_back(make_job(k));
+        parallel.push_back(make_job(k));
+        run(serial.back());
+    }
+    std::latch start(kThreads);
+    std::vector<std::thread> threads;
+    for (Job &j : parallel) {
+        threads.emplace_back([&start, &j] {
+            start.arrive_and_wait();
+            run(j);
+        });
+    }
+    for (std::thread &t : threads) t.join();
+    for (int k = 0; k < kThreads; ++k) EXPECT_EQ(serial[k].out, parallel[k].out) << "job " << k;
+    EXPECT_NE(serial[0].out, serial[2].out) << "jobs must differ to prove anything";
 }
 
 }  // namespace
