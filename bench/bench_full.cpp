@@ -23,7 +23,8 @@ int16_t clip16(double v) {
 }
 
 // Harmonics of a gliding pitch plus noise in 200 ms syllables, inside talk spurts.
-std::vector<double> talk(int rate, double pitch0, double spurt_s, double pause_s, double offset_s, uint32_t seed) {
+std::vector<double> talk(int rate, double pitch0, double spurt_s, double pause_s, double offset_s,
+                         uint32_t seed) {
     const int total = static_cast<int>(kSeconds * rate);
     std::vector<double> x(total);
     double phase = 0.0;
@@ -61,7 +62,8 @@ struct Call {
         std::vector<double> h(taps);
         for (int k = 0; k < taps; ++k) {
             seed = seed * 1664525u + 1013904223u;
-            h[k] = 0.4 * std::exp(-k / (0.004 * rate)) * static_cast<double>(static_cast<int32_t>(seed)) / 2147483648.0;
+            h[k] = 0.4 * std::exp(-k / (0.004 * rate)) *
+                   static_cast<double>(static_cast<int32_t>(seed)) / 2147483648.0;
         }
         for (size_t i = 0; i < f.size(); ++i) {
             double echo = 0.0;
@@ -83,7 +85,8 @@ struct Instance {
         AecCfg cfg = Sonvel_AEC_gastMrvAecCfgTab;
         cfg.u8SampleRate = rate == 16000 ? 1 : 0;
         if (Sonvel_AEC_Init(&handle, mem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg) == 0) {
-            st = reinterpret_cast<AecState *>(static_cast<uint8_t *>(handle) + sonvel::kHeaderBytes);
+            st =
+                reinterpret_cast<AecState *>(static_cast<uint8_t *>(handle) + sonvel::kHeaderBytes);
         }
     }
 };
@@ -105,7 +108,8 @@ void BM_FullFrame(benchmark::State &state) {
         benchmark::DoNotOptimize(out.data());
         f = f + 1 == frames ? 0 : f + 1;
     }
-    state.counters["frames/s"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["frames/s"] =
+        benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
 }
 
 // The suppression frame step alone, repeated on the state of one block in the middle of the call.
@@ -128,7 +132,15 @@ void BM_SuppressorBlock(benchmark::State &state) {
     }
 }
 
-BENCHMARK(BM_FullFrame)->Name("FullFrameDoubleTalk")->Arg(8000)->Arg(16000)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_SuppressorBlock)->Name("SuppressorBlock")->Arg(8000)->Arg(16000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_FullFrame)
+    ->Name("FullFrameDoubleTalk")
+    ->Arg(8000)
+    ->Arg(16000)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_SuppressorBlock)
+    ->Name("SuppressorBlock")
+    ->Arg(8000)
+    ->Arg(16000)
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace

@@ -107,8 +107,8 @@ int16_t band_mean(const int16_t *v, int lo, int hi, int bins) {
     return mean_of_sum(band_sum(v, lo, hi), static_cast<int16_t>(hi - lo));
 }
 
-PrefBand preferred_band(const AecState *st, const int16_t *coh_ed, const int16_t *xd, const int16_t *hnl,
-                        int bins) {
+PrefBand preferred_band(const AecState *st, const int16_t *coh_ed, const int16_t *xd,
+                        const int16_t *hnl, int bins) {
     int lo = st->s16PrefBandLo < 0 ? 0 : (st->s16PrefBandLo > bins ? bins : st->s16PrefBandLo);
     int hi = st->s16PrefBandHi < lo ? lo : (st->s16PrefBandHi > bins ? bins : st->s16PrefBandHi);
     if (hi - lo > kPrefBins) hi = lo + kPrefBins;
@@ -153,7 +153,8 @@ void copy_bins(int16_t *dst, const int16_t *src, int count) {
 
 namespace sup {
 
-int16_t decide(AecState *st, const PrefBand &pref, const int16_t *coh_ed, const int16_t *xd, int16_t *hnl) {
+int16_t decide(AecState *st, const PrefBand &pref, const int16_t *coh_ed, const int16_t *xd,
+               int16_t *hnl) {
     const int gains = st->s16HalfFftLen + 1;
 
     // Near-end state.

@@ -21,11 +21,12 @@ struct PrefBand {
     int16_t fb_low;
 };
 
-PrefBand preferred_band(const AecState *st, const int16_t *coh_ed, const int16_t *xd, const int16_t *hnl,
-                        int bins);
+PrefBand preferred_band(const AecState *st, const int16_t *coh_ed, const int16_t *xd,
+                        const int16_t *hnl, int bins);
 
 // Near-end state, incoherence minimum, regime (gains hnl[0..L], echo state) and new minimum of the
 // low band gain; returns the band gain.
-int16_t decide(AecState *st, const PrefBand &pref, const int16_t *coh_ed, const int16_t *xd, int16_t *hnl);
+int16_t decide(AecState *st, const PrefBand &pref, const int16_t *coh_ed, const int16_t *xd,
+               int16_t *hnl);
 
 }  // namespace sup

@@ -18,9 +18,10 @@ inline int32_t power_sum_term(sp::BinPower b, int s) {
 }
 
 // Sum of the terms over bins 0..bins-1 of a packed spectrum.
-inline int64_t power_sum(const int32_t *spec, int bins, int s) {
+inline int64_t power_sum(const int32_t *spectrum, int bins, int s) {
     int64_t sum = 0;
-    for (int k = 0; k < bins; ++k) sum += power_sum_term(sp::bin_power_f(spec[2 * k], spec[2 * k + 1]), s);
+    for (int k = 0; k < bins; ++k)
+        sum += power_sum_term(sp::bin_power_f(spectrum[2 * k], spectrum[2 * k + 1]), s);
     return sum;
 }
 

@@ -93,7 +93,8 @@ extern "C" SONVEL_API void Sonvel_AEC_HnlCtrl1(AecState *state) {
         }
     } else {
         // 3. No echo: the smoothed overdrive, at least the floor of the near-end state.
-        const int16_t floor = state->s32NearState == 1 ? state->s16OvrdFloor0 : state->s16OvrdFloor1;
+        const int16_t floor =
+            state->s32NearState == 1 ? state->s16OvrdFloor0 : state->s16OvrdFloor1;
         if (state->s16OvrdSm < floor) state->s16OvrdSm = floor;
         fill_bins(bin_ovrd, state->s16OvrdSm, half + 1);
     }

@@ -30,14 +30,16 @@ struct Spectra {
 
 // Step 1: periodic sine window of length N from its rising half.
 void build_window(const AecState *st, int16_t *w) {
-    const int16_t *table = st->u16SampleRate == 0 ? Sonvel_AEC_gasAecWindow_65 : Sonvel_AEC_gasAecWindow_129;
+    const int16_t *table =
+        st->u16SampleRate == 0 ? Sonvel_AEC_gasAecWindow_65 : Sonvel_AEC_gasAecWindow_129;
     const int n = st->s16FftLen2;
     const int half = st->s16BlockLen;
     for (int i = 0; i < half; ++i) w[i] = table[i];
     for (int i = half; i < n; ++i) w[i] = table[n - i];
 }
 
-// Previous and current block of a 32-bit signal as one frame; the current block becomes the previous.
+// Previous and current block of a 32-bit signal as one frame; the current block becomes the
+// previous.
 void join_blocks(int32_t *frame, int32_t *prev, const int32_t *cur, int half) {
     for (int i = 0; i < half; ++i) frame[i] = prev[i];
     for (int i = 0; i < half; ++i) frame[half + i] = cur[i];
@@ -61,9 +63,9 @@ void build_frames(AecState *st, const int16_t *w, Spectra &f) {
 }
 
 // Step 4: no word of bins 0..N/2 stays zero; the guard words are cleared again.
-void zero_guard(int32_t *spec, int n) {
-    for (int i = 0; i < n + 2; ++i) spec[i] |= static_cast<int32_t>(spec[i] == 0);
-    for (int i = n + 2; i < n + 8; ++i) spec[i] = 0;
+void zero_guard(int32_t *spectrum, int n) {
+    for (int i = 0; i < n + 2; ++i) spectrum[i] |= static_cast<int32_t>(spectrum[i] == 0);
+    for (int i = n + 2; i < n + 8; ++i) spectrum[i] = 0;
 }
 
 // Step 5: instantaneous near-end power per bin (twice the power on the scale of Sd) and its sum.
@@ -130,8 +132,10 @@ int16_t min_exp(const int16_t *exp, int bins, int16_t start) {
 void smooth_cross(AecState *st, const Spectra &f) {
     const int16_t s = st->s16RateShift;
     const int32_t bins = st->s16HalfFftLen + 2;
-    Sonvel_AEC_Complex_ConjMult_Smooth_Q(f.x, f.d, st->ai32SxdMan, s, st->as16SxdExp, kSmooth, bins);
-    Sonvel_AEC_Complex_ConjMult_Smooth_Q(f.e, f.d, st->ai32SedMan, s, st->as16SedExp, kSmooth, bins);
+    Sonvel_AEC_Complex_ConjMult_Smooth_Q(f.x, f.d, st->ai32SxdMan, s, st->as16SxdExp, kSmooth,
+                                         bins);
+    Sonvel_AEC_Complex_ConjMult_Smooth_Q(f.e, f.d, st->ai32SedMan, s, st->as16SedExp, kSmooth,
+                                         bins);
 }
 
 // Step 12: mute the block when the suppressed output keeps less than 1/64 of the near-end power.
@@ -165,7 +169,7 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Nlp(AecState *state, int16_t *out) {
     Sonvel_AEC_Realfft(f.d, n, plan);
     Sonvel_AEC_Realfft(f.e, n, plan);
     Sonvel_AEC_Realfft(f.y, n, plan);
-    for (int32_t *spec : {f.x, f.d, f.e, f.y}) zero_guard(spec, n);
+    for (int32_t *spectrum : {f.x, f.d, f.e, f.y}) zero_guard(spectrum, n);
 
     // 5-7. Near-end power, far-end quiet detector, delayed far end.
     const int64_t sum_d = near_power(state, f.d);
@@ -174,7 +178,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Nlp(AecState *state, int16_t *out) {
 
     // 8-10. Smoothed powers, band sums for the divergence guard, smoothed cross-spectra.
     smooth_powers(state, f);
-    const int c = min_exp(state->as16SdExp, half + 1, min_exp(state->as16SeExp, half + 1, INT16_MAX)) - 1;
+    const int c =
+        min_exp(state->as16SdExp, half + 1, min_exp(state->as16SeExp, half + 1, INT16_MAX)) - 1;
     const int32_t se_sum = band_sum(state->ai32SeMan, state->as16SeExp, half + 1, c);
     const int32_t sd_sum = band_sum(state->ai32SdMan, state->as16SdExp, half + 1, c);
     smooth_cross(state, f);

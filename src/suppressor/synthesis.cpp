@@ -9,19 +9,20 @@
 
 namespace sup {
 
-int32_t synthesize(AecState *state, int32_t *spec, const int16_t *win, int32_t *frame, int16_t *out) {
+int32_t synthesize(AecState *state, int32_t *spectrum, const int16_t *win, int32_t *frame,
+                   int16_t *out) {
     const int n = state->s16FftLen;
     const int half = state->s16BlockLen;
     const int order = state->s16FftOrder;
 
     // 1. Normalise to log2 N guard bits and transform back.
-    const int32_t k = Sonvel_AEC_VetorNorm(spec, order, n + 1);
-    const int32_t status = Sonvel_AEC_Realifft(spec, n, state->au8FftPlan);
+    const int32_t k = Sonvel_AEC_VetorNorm(spectrum, order, n + 1);
+    const int32_t status = Sonvel_AEC_Realifft(spectrum, n, state->au8FftPlan);
 
     // 2. Undo the normaliser's shift, the input shift and the Q15 window.
     const int t = static_cast<int16_t>(order + 1 - state->s16RateShift - k);
     for (int i = 0; i < state->s16FftLen2; ++i) {
-        const int64_t p = static_cast<int64_t>(spec[i]) * win[i];
+        const int64_t p = static_cast<int64_t>(spectrum[i]) * win[i];
         frame[i] = fx::rnd(fx::shift_sat64(p, t), 16);
     }
 
@@ -34,7 +35,8 @@ int32_t synthesize(AecState *state, int32_t *spec, const int16_t *win, int32_t *
 
 }  // namespace sup
 
-extern "C" SONVEL_API int32_t Sonvel_AEC_OutPutSmooth(AecState *state, int32_t *spec, const int16_t *win,
-                                                      int32_t *frame, int16_t *out) {
-    return sup::synthesize(state, spec, win, frame, out);
+extern "C" SONVEL_API int32_t Sonvel_AEC_OutPutSmooth(AecState *state, int32_t *spectrum,
+                                                      const int16_t *win, int32_t *frame,
+                                                      int16_t *out) {
+    return sup::synthesize(state, spectrum, win, frame, out);
 }

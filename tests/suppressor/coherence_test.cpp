@@ -40,15 +40,19 @@ TEST(CoherenceTest, MatchesReferenceForEachPairAtBothRates) {
     for (int half : {64, 128}) {
         auto st = bare_state(half);
         Noise n(11);
-        const auto level = [&] { return std::ldexp(1.0 + 0.999 * std::fabs(n.next()), static_cast<int>(8 * n.next())); };
+        const auto level = [&] {
+            return std::ldexp(1.0 + 0.999 * std::fabs(n.next()), static_cast<int>(8 * n.next()));
+        };
         // Random powers, and cross-spectra of random coherence and phase.
         for (int k = 0; k < half + 4; ++k) {
             to_block_float(level(), st->ai32SdMan[k], st->as16SdExp[k]);
             to_block_float(level(), st->ai32SeMan[k], st->as16SeExp[k]);
             to_block_float(level(), st->ai32SxMan[k], st->as16SxExp[k]);
             for (bool far : {false, true}) {
-                const double sa = far ? value(st->ai32SxMan[k], st->as16SxExp[k]) : value(st->ai32SeMan[k], st->as16SeExp[k]);
-                const double mag = std::sqrt(std::fabs(n.next()) * sa * value(st->ai32SdMan[k], st->as16SdExp[k]));
+                const double sa = far ? value(st->ai32SxMan[k], st->as16SxExp[k])
+                                      : value(st->ai32SeMan[k], st->as16SeExp[k]);
+                const double mag =
+                    std::sqrt(std::fabs(n.next()) * sa * value(st->ai32SdMan[k], st->as16SdExp[k]));
                 const double theta = 3.0 * n.next();
                 int32_t *m = far ? st->ai32SxdMan : st->ai32SedMan;
                 int16_t *q = far ? st->as16SxdExp : st->as16SedExp;
@@ -65,9 +69,12 @@ TEST(CoherenceTest, MatchesReferenceForEachPairAtBothRates) {
             for (int k = 0; k < half + 4; ++k) {
                 const double re = value(m[2 * k], q[2 * k]);
                 const double im = value(m[2 * k + 1], q[2 * k + 1]);
-                const double sa = far ? value(st->ai32SxMan[k], st->as16SxExp[k]) : value(st->ai32SeMan[k], st->as16SeExp[k]);
-                const double coh = (re * re + im * im) / (sa * value(st->ai32SdMan[k], st->as16SdExp[k]));
-                EXPECT_NEAR(out[k], std::min(32767.0, coh * 32768.0), 2.0) << "far " << far << " L " << half << " bin " << k;
+                const double sa = far ? value(st->ai32SxMan[k], st->as16SxExp[k])
+                                      : value(st->ai32SeMan[k], st->as16SeExp[k]);
+                const double coh =
+                    (re * re + im * im) / (sa * value(st->ai32SdMan[k], st->as16SdExp[k]));
+                EXPECT_NEAR(out[k], std::min(32767.0, coh * 32768.0), 2.0)
+                    << "far " << far << " L " << half << " bin " << k;
             }
         }
     }
@@ -79,16 +86,22 @@ TEST(CoherenceTest, NothingCancelledIsFullyCoherentAndUnrelatedFarIsIncoherent) 
         const int16_t s = half == 64 ? 8 : 7;
         std::vector<int32_t> d(2 * half + 8, 0), x(2 * half + 8, 0);
         Noise n(5);
-        for (int b = 0; b < 60; ++b) {  // smoothed as the frame step does; the error is the near end
+        for (int b = 0; b < 60;
+             ++b) {  // smoothed as the frame step does; the error is the near end
             for (int i = 0; i < 2 * half + 2; ++i) {
                 d[i] = static_cast<int32_t>(2e7 * n.next()) | 1;
                 x[i] = static_cast<int32_t>(2e7 * n.next()) | 1;
             }
-            Sonvel_AEC_Complex_Energy_Smooth_F(d.data(), st->ai32SeMan, s, st->as16SeExp, 29490, half + 4);
-            Sonvel_AEC_Complex_Energy_Smooth_F(d.data(), st->ai32SdMan, s, st->as16SdExp, 29490, half + 4);
-            Sonvel_AEC_Complex_Energy_Smooth_F(x.data(), st->ai32SxMan, s, st->as16SxExp, 29490, half + 4);
-            Sonvel_AEC_Complex_ConjMult_Smooth_Q(x.data(), d.data(), st->ai32SxdMan, s, st->as16SxdExp, 29490, half + 2);
-            Sonvel_AEC_Complex_ConjMult_Smooth_Q(d.data(), d.data(), st->ai32SedMan, s, st->as16SedExp, 29490, half + 2);
+            Sonvel_AEC_Complex_Energy_Smooth_F(d.data(), st->ai32SeMan, s, st->as16SeExp, 29490,
+                                               half + 4);
+            Sonvel_AEC_Complex_Energy_Smooth_F(d.data(), st->ai32SdMan, s, st->as16SdExp, 29490,
+                                               half + 4);
+            Sonvel_AEC_Complex_Energy_Smooth_F(x.data(), st->ai32SxMan, s, st->as16SxExp, 29490,
+                                               half + 4);
+            Sonvel_AEC_Complex_ConjMult_Smooth_Q(x.data(), d.data(), st->ai32SxdMan, s,
+                                                 st->as16SxdExp, 29490, half + 2);
+            Sonvel_AEC_Complex_ConjMult_Smooth_Q(d.data(), d.data(), st->ai32SedMan, s,
+                                                 st->as16SedExp, 29490, half + 2);
         }
         int16_t coh_ed[132], coh_xd[132];
         Sonvel_AEC_CrossCoh(st.get(), coh_ed, 0);

@@ -41,17 +41,17 @@ int16_t recomputed(int16_t local_min) {
 }
 
 TEST(ControlTest, TargetOverdriveReachesTheAttenuationTarget) {
-    EXPECT_NEAR(recomputed(3277), 1536, 4);  // 0.1^3 = 1e-3
+    EXPECT_NEAR(recomputed(3277), 1536, 4);    // 0.1^3 = 1e-3
     EXPECT_NEAR(recomputed(16384), 5104, 10);  // 0.5^x = 1e-3: x = 9.97
-    EXPECT_EQ(recomputed(32767), 32767);  // almost no attenuation in the gain: saturates
-    EXPECT_EQ(recomputed(0), 512);  // treated as 1: about 0.66, raised to the floor
+    EXPECT_EQ(recomputed(32767), 32767);       // almost no attenuation in the gain: saturates
+    EXPECT_EQ(recomputed(0), 512);             // treated as 1: about 0.66, raised to the floor
     EXPECT_EQ(recomputed(1), 512);
 }
 
 TEST(ControlTest, RecomputesOnTheSecondBlockAfterANewMinimum) {
     auto st = control_state(2);
     st->s16FbLocalMin = 3277;
-    st->s32NewMin = 1;  // found in block b
+    st->s32NewMin = 1;             // found in block b
     Sonvel_AEC_HnlCtrl(st.get());  // b + 1
     EXPECT_EQ(st->s16Ovrd, 1024);
     EXPECT_EQ(st->s32MinHoldCnt, 1);
@@ -110,7 +110,8 @@ TEST(ControlTest, TrackersCreepAndSaturate) {
 }
 
 TEST(ControlTest, SmoothingSettlesJustBelowAConstantTarget) {
-    for (const auto &[target, rest] : {std::pair{1536, 1526}, std::pair{2560, 2550}, std::pair{512, 511}}) {
+    for (const auto &[target, rest] :
+         {std::pair{1536, 1526}, std::pair{2560, 2550}, std::pair{512, 511}}) {
         auto st = control_state(2);
         st->s16Ovrd = static_cast<int16_t>(target);
         for (int i = 0; i < 3000; ++i) Sonvel_AEC_HnlCtrl(st.get());

@@ -40,13 +40,16 @@ Processed process(bool wide, const std::vector<int16_t> &near, const std::vector
         EXPECT_EQ(Sonvel_AEC_SUB_Proc(b.st, &near[j * half], &far[j * half], blk.data()), 0);
         for (int i = 0; i < half; ++i) {
             const int32_t e = b.st->ai32ErrBlk[i] >> s;
-            r.linear[j * half + i] = static_cast<int16_t>(e > 32767 ? 32767 : (e < -32768 ? -32768 : e));
+            r.linear[j * half + i] =
+                static_cast<int16_t>(e > 32767 ? 32767 : (e < -32768 ? -32768 : e));
         }
     }
     return r;
 }
 
-double energy(const std::vector<int16_t> &x, int from, int to) { return suptest::energy(&x[from], to - from); }
+double energy(const std::vector<int16_t> &x, int from, int to) {
+    return suptest::energy(&x[from], to - from);
+}
 
 double db(double num, double den) { return 10.0 * std::log10((num + 1e-9) / (den + 1e-9)); }
 
@@ -82,9 +85,12 @@ TEST(EndToEndTest, QuietFarEndPassesTheNearEndThroughDelayed) {
         const int delay = f + half;
         const int from = 479 * half + delay;
         int worst = 0;
-        for (int t = from; t < frames * f; ++t) worst = std::max(worst, std::abs(r.out[t] - near[t - delay]));
-        std::printf("[ figures ] %d Hz pass-through: largest deviation from the near end delayed by %d samples: %d\n",
-                    rate, delay, worst);
+        for (int t = from; t < frames * f; ++t)
+            worst = std::max(worst, std::abs(r.out[t] - near[t - delay]));
+        std::printf(
+            "[ figures ] %d Hz pass-through: largest deviation from the near end delayed by %d "
+            "samples: %d\n",
+            rate, delay, worst);
         EXPECT_LE(worst, 1) << rate;
     }
 }
@@ -98,15 +104,19 @@ TEST(EndToEndTest, EchoIsSuppressedWellBeyondTheLinearStage) {
             suptest::in_spurts(suptest::speech_like(frames * f, rate, 12000.0, 5), rate, 1.2, 0.6);
         const std::vector<int16_t> near = echo_of(far, rate, 0.5);
         const Processed r = process(wide, near, far);
-        const Processed quiet = process(wide, near, far, [](AecCfg &c) { c.u8CnEnable = 0; }, false);
+        const Processed quiet = process(
+            wide, near, far, [](AecCfg &c) { c.u8CnEnable = 0; }, false);
         const int from = frames * f / 2;
         const int to = frames * f - 2 * f;
         const double echo = energy(near, from, to);
         const double linear = db(energy(r.linear, from, to), echo);
         const double full = db(energy(r.out, from + f, to + f), echo);
         const double no_cn = db(energy(quiet.out, from + f, to + f), echo);
-        std::printf("[ figures ] %d Hz echo only, relative to the echo: linear stage %.1f dB, with suppressor "
-                    "%.1f dB (%.1f dB without comfort noise)\n", rate, linear, full, no_cn);
+        std::printf(
+            "[ figures ] %d Hz echo only, relative to the echo: linear stage %.1f dB, with "
+            "suppressor "
+            "%.1f dB (%.1f dB without comfort noise)\n",
+            rate, linear, full, no_cn);
         EXPECT_LT(full, linear - 5.0) << rate;
         EXPECT_LT(no_cn, linear - 8.0) << rate;
     }
@@ -125,8 +135,11 @@ TEST(EndToEndTest, NearEndSpeechAlonePassesWithLittleAttenuation) {
         const Processed r = process(wide, near, far, nullptr, false);
         const int from = frames * f / 4;
         const int to = frames * f - 2 * f;
-        const double kept = db(energy(r.out, from + f + half, to + f + half), energy(near, from, to));
-        std::printf("[ figures ] %d Hz near end alone: output level %.2f dB relative to the near end\n", rate, kept);
+        const double kept =
+            db(energy(r.out, from + f + half, to + f + half), energy(near, from, to));
+        std::printf(
+            "[ figures ] %d Hz near end alone: output level %.2f dB relative to the near end\n",
+            rate, kept);
         EXPECT_GT(kept, -3.0) << rate;
     }
 }

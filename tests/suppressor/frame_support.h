@@ -26,7 +26,8 @@ struct Instance {
         cfg.u8SampleRate = wide ? 1 : 0;
         if (tweak != nullptr) tweak(cfg);
         if (Sonvel_AEC_Init(&handle, mem.get(), sonvel::kInstanceBytes, &cfg) == 0) {
-            st = reinterpret_cast<AecState *>(reinterpret_cast<uint8_t *>(mem.get()) + sonvel::kHeaderBytes);
+            st = reinterpret_cast<AecState *>(reinterpret_cast<uint8_t *>(mem.get()) +
+                                              sonvel::kHeaderBytes);
         }
     }
     int frame_len() const { return cfg.u8SampleRate != 0 ? 160 : 80; }
@@ -35,14 +36,14 @@ struct Instance {
 
 // Uniform noise in [-1, 1) from a fixed linear congruential sequence.
 class Noise {
-public:
+  public:
     explicit Noise(uint32_t seed) : s_(seed) {}
     double next() {
         s_ = s_ * 1664525u + 1013904223u;
         return static_cast<double>(static_cast<int32_t>(s_)) / 2147483648.0;
     }
 
-private:
+  private:
     uint32_t s_;
 };
 
@@ -73,7 +74,8 @@ inline std::vector<int16_t> speech_like(int samples, int rate, double amplitude,
 }
 
 // Talk spurts of talk_s seconds separated by silences of pause_s seconds.
-inline std::vector<int16_t> in_spurts(std::vector<int16_t> x, int rate, double talk_s, double pause_s) {
+inline std::vector<int16_t> in_spurts(std::vector<int16_t> x, int rate, double talk_s,
+                                      double pause_s) {
     const int talk = static_cast<int>(talk_s * rate);
     const int period = talk + static_cast<int>(pause_s * rate);
     for (size_t n = 0; n < x.size(); ++n) {

@@ -17,7 +17,8 @@ using suptest::Instance;
 
 // Near-end samples in the time buffer; error and echo blocks as the linear stage leaves them when
 // it cancels nothing and everything, respectively.
-void load_block(AecState *st, int half, uint32_t seed, double near_amp, double far_amp, bool cancelled) {
+void load_block(AecState *st, int half, uint32_t seed, double near_amp, double far_amp,
+                bool cancelled) {
     suptest::Noise noise(seed);
     for (int i = 0; i < 2 * half; ++i) {
         st->as16NearTimeBuf[i] = suptest::to_pcm(near_amp * noise.next());
@@ -120,9 +121,12 @@ TEST(FrameTest, PassedThroughBlockIsTheStandAloneSynthesisOfTheNearEnd) {
 
         // The near-end spectrum as the frame step forms it, with its zero words raised to 1.
         std::vector<int16_t> w(n);
-        for (int i = 0; i < n; ++i) w[i] = (wide ? Sonvel_AEC_gasAecWindow_129 : Sonvel_AEC_gasAecWindow_65)[i <= half ? i : n - i];
+        for (int i = 0; i < n; ++i)
+            w[i] = (wide ? Sonvel_AEC_gasAecWindow_129
+                         : Sonvel_AEC_gasAecWindow_65)[i <= half ? i : n - i];
         std::vector<int32_t> d(n + 8, 0), frame(n);
-        for (int i = 0; i < n; ++i) d[i] = (w[i] * inst.st->as16NearTimeBuf[i]) >> (15 - inst.st->s16RateShift);
+        for (int i = 0; i < n; ++i)
+            d[i] = (w[i] * inst.st->as16NearTimeBuf[i]) >> (15 - inst.st->s16RateShift);
         Sonvel_AEC_Realfft(d.data(), n, inst.st->au8FftPlan);
         for (int i = 0; i < n + 2; ++i) d[i] = d[i] == 0 ? 1 : d[i];
         Instance alone(wide);
@@ -154,7 +158,8 @@ TEST(FrameTest, DelayedFarEndComesFromTheNamedHistorySlot) {
             } else {
                 EXPECT_GT(sx, 0) << idx;
             }
-            EXPECT_NE(inst.st->aiNlpSpecHist[0][2], 1 << 24);  // slot 0 receives the current far end
+            EXPECT_NE(inst.st->aiNlpSpecHist[0][2],
+                      1 << 24);  // slot 0 receives the current far end
             for (int slot = 7; slot < 12; ++slot) EXPECT_EQ(inst.st->aiNlpSpecHist[slot][0], 0);
         }
     }
@@ -179,9 +184,12 @@ TEST(FrameTest, BandFieldsAtTheirLargestAcceptedValues) {
         ASSERT_NE(inst.st, nullptr) << wide;
         const int f = inst.frame_len();
         const int frames = 300;
-        std::vector<int16_t> far = suptest::speech_like(frames * f, wide ? 16000 : 8000, 10000.0, 3);
-        std::vector<int16_t> near = suptest::speech_like(frames * f, wide ? 16000 : 8000, 3000.0, 4);
-        for (size_t i = 40; i < near.size(); ++i) near[i] = suptest::to_pcm(near[i] + 0.4 * far[i - 40]);
+        std::vector<int16_t> far =
+            suptest::speech_like(frames * f, wide ? 16000 : 8000, 10000.0, 3);
+        std::vector<int16_t> near =
+            suptest::speech_like(frames * f, wide ? 16000 : 8000, 3000.0, 4);
+        for (size_t i = 40; i < near.size(); ++i)
+            near[i] = suptest::to_pcm(near[i] + 0.4 * far[i - 40]);
         std::vector<int16_t> out(f);
         for (int i = 0; i < frames; ++i) {
             ASSERT_EQ(Sonvel_AEC_Apply(inst.handle, &near[i * f], &far[i * f], out.data()), 0);

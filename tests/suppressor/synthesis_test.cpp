@@ -12,7 +12,9 @@ namespace {
 
 using suptest::Instance;
 
-const int16_t *window_half(bool wide) { return wide ? Sonvel_AEC_gasAecWindow_129 : Sonvel_AEC_gasAecWindow_65; }
+const int16_t *window_half(bool wide) {
+    return wide ? Sonvel_AEC_gasAecWindow_129 : Sonvel_AEC_gasAecWindow_65;
+}
 
 std::vector<int16_t> full_window(bool wide) {
     const int n = wide ? 256 : 128;
@@ -36,11 +38,12 @@ TEST(SynthesisTest, EmptySpectrumGivesThePreviousUpperHalf) {
         Instance inst(wide);
         ASSERT_NE(inst.st, nullptr);
         const int n = 2 * inst.block_len();
-        for (int i = 0; i < n; ++i) inst.st->ai32OlaBuf[i] = (i - n / 2) * 500;  // last one saturates
-        std::vector<int32_t> spec(n + 8, 0), frame(n, -7);
+        for (int i = 0; i < n; ++i)
+            inst.st->ai32OlaBuf[i] = (i - n / 2) * 500;  // last one saturates
+        std::vector<int32_t> spectrum(n + 8, 0), frame(n, -7);
         std::vector<int16_t> out(n / 2);
         const std::vector<int16_t> w = full_window(wide);
-        Sonvel_AEC_OutPutSmooth(inst.st, spec.data(), w.data(), frame.data(), out.data());
+        Sonvel_AEC_OutPutSmooth(inst.st, spectrum.data(), w.data(), frame.data(), out.data());
         for (int i = 0; i < n / 2; ++i) {
             EXPECT_EQ(out[i], i * 500 > 32767 ? 32767 : i * 500) << i;
             EXPECT_EQ(inst.st->ai32OlaBuf[i], 0);
@@ -66,17 +69,18 @@ TEST(SynthesisTest, AnalysisThenSynthesisRestoresTheInputOneBlockLate) {
 
         std::vector<int16_t> y;
         for (int b = 0; b < blocks; ++b) {
-            std::vector<int32_t> spec(n + 8, 0), frame(n);
-            for (int i = 0; i < n; ++i) spec[i] = (w[i] * x[b * half + i]) >> (15 - s);
-            Sonvel_AEC_Realfft(spec.data(), n, inst.st->au8FftPlan);
+            std::vector<int32_t> spectrum(n + 8, 0), frame(n);
+            for (int i = 0; i < n; ++i) spectrum[i] = (w[i] * x[b * half + i]) >> (15 - s);
+            Sonvel_AEC_Realfft(spectrum.data(), n, inst.st->au8FftPlan);
             std::vector<int16_t> out(half);
-            Sonvel_AEC_OutPutSmooth(inst.st, spec.data(), w.data(), frame.data(), out.data());
+            Sonvel_AEC_OutPutSmooth(inst.st, spectrum.data(), w.data(), frame.data(), out.data());
             y.insert(y.end(), out.begin(), out.end());
         }
         // Output block b is input block b - 1 (the frame of block b spans blocks b - 1 and b). The
         // windows peak at 32767 / 32768, so the gain is short of one by about 2^-14.
         for (int i = 2 * half; i < blocks * half; ++i) {
-            ASSERT_NEAR(y[i], x[i], 2.0 + std::abs(x[i]) / 16384.0) << "rate " << wide << " sample " << i;
+            ASSERT_NEAR(y[i], x[i], 2.0 + std::abs(x[i]) / 16384.0)
+                << "rate " << wide << " sample " << i;
         }
     }
 }
