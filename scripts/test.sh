@@ -5,10 +5,13 @@
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer, halting on the first report
 #                                                                         build/ci-asan
 #   aarch64  cross build, test programs run under qemu-aarch64            build/ci-aarch64
+#   fuzz     clang build of the libFuzzer targets (address + undefined-behaviour sanitizers),
+#            each run for a bounded time over a copy of its seed corpus     build/ci-fuzz
 # The native configuration also builds the command-line tool with its tests, installs everything
 # into a temporary prefix and builds and runs examples/ against the installed package (through
 # find_package and through pkg-config).
-# Usage: bash scripts/test.sh [native] [asan] [aarch64]   (no argument: all three, in this order)
+# Usage: bash scripts/test.sh [native] [asan] [aarch64] [fuzz]   (no argument: all four, in order)
+# FUZZ_SECONDS sets the time per fuzz target (default 30).
 set -euo pipefail
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -17,12 +20,12 @@ source scripts/lib/ci.sh
 
 configs=("$@")
 if [ ${#configs[@]} -eq 0 ]; then
-  configs=(native asan aarch64)
+  configs=(native asan aarch64 fuzz)
 fi
 for c in "${configs[@]}"; do
   case $c in
-    native | asan | aarch64) ;;
-    *) die "unknown configuration '$c' (expected native, asan or aarch64)" ;;
+    native | asan | aarch64 | fuzz) ;;
+    *) die "unknown configuration '$c' (expected native, asan, aarch64 or fuzz)" ;;
   esac
 done
 
@@ -31,6 +34,9 @@ packages=(cmake ninja-build g++ libgtest-dev libbenchmark-dev)
 for c in "${configs[@]}"; do
   if [ "$c" = aarch64 ]; then
     packages+=(g++-aarch64-linux-gnu binutils-aarch64-linux-gnu googletest qemu-user)
+  fi
+  if [ "$c" = fuzz ]; then
+    packages+=(clang libclang-rt-14-dev)
   fi
 done
 ensure_packages "${packages[@]}"
@@ -84,6 +90,35 @@ run_asan() {
 run_aarch64() {
   build_and_test aarch64 build/ci-aarch64 "${generator[@]}" -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_TOOLCHAIN_FILE="$repo/cmake/toolchain-aarch64.cmake"
+}
+
+# Builds the fuzz targets with clang and runs each for FUZZ_SECONDS over a temporary copy of its
+# seed corpus (the committed corpus stays as it is); any crash, sanitizer report or failed check
+# stops the run. Standard error of the targets is closed: the host wrapper reports every refused
+# call there, and the fuzzer's own and the sanitizers' reports still come through.
+run_fuzz() {
+  local t0=$SECONDS dir=build/ci-fuzz seconds=${FUZZ_SECONDS:-30} target work
+  echo
+  echo "== [fuzz] configure ($dir)"
+  CC=clang CXX=clang++ cmake -S . -B "$dir" "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DSONVEL_BUILD_FUZZ=ON -DSONVEL_BUILD_TESTS=OFF || fail fuzz configure $t0
+  echo "== [fuzz] build"
+  cmake --build "$dir" --target fuzz || fail fuzz build $t0
+  for target in params apply host spectral; do
+    echo "== [fuzz] fuzz_$target for ${seconds}s"
+    work=$(mktemp -d)
+    mkdir "$work/corpus"
+    cp fuzz/corpus/$target/* "$work/corpus"/
+    if ! "$dir/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=10 -close_fd_mask=2 \
+      -print_final_stats=1 -artifact_prefix="$work/" "$work/corpus" > "$work/log" 2>&1; then
+      tail -n 40 "$work/log"
+      echo "the failing input is in $work"
+      fail fuzz "fuzz_$target" $t0
+    fi
+    grep -E '^(#[0-9]+[[:space:]]+DONE|stat::number_of_executed_units)' "$work/log" || true
+    rm -rf "$work"
+  done
+  summary+=("$(printf '%-8s passed  %s' fuzz "$(elapsed $((SECONDS - t0)))")")
 }
 
 start=$SECONDS
