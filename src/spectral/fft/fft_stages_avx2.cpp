@@ -7,6 +7,7 @@
 
 #if defined(__x86_64__) && defined(__GNUC__)
 
+#include <cpuid.h>
 #include <immintrin.h>
 
 #define SV_AVX2 __attribute__((target("avx2")))
@@ -246,7 +247,16 @@ SV_AVX2 void stage(int32_t *d, const Plan &p, int s, const Round &round) {
 
 }  // namespace
 
-bool usable() { return __builtin_cpu_supports("avx2"); }
+// AVX2 in the processor (CPUID leaf 7) and YMM state enabled by the operating system (OSXSAVE,
+// AVX and XCR0 bits 1-2), read directly rather than through the compiler runtime's CPU model.
+bool available() {
+    unsigned a = 0, b = 0, c = 0, d = 0;
+    if (!__get_cpuid(1, &a, &b, &c, &d) || (c & bit_OSXSAVE) == 0 || (c & bit_AVX) == 0) return false;
+    unsigned xcr0_lo = 0, xcr0_hi = 0;
+    __asm__("xgetbv" : "=a"(xcr0_lo), "=d"(xcr0_hi) : "c"(0));
+    if ((xcr0_lo & 6u) != 6u) return false;
+    return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_AVX2) != 0;
+}
 
 SV_AVX2 int headroom(const int32_t *x, int n) {
     V acc = _mm256_setzero_si256();
@@ -292,7 +302,7 @@ SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
 
 namespace sonvel::fft::simd {
 
-bool usable() { return false; }
+bool available() { return false; }
 int headroom(const int32_t *, int) { return 0; }
 void first_stage(const int32_t *, int32_t *, const Plan &, int, bool) {}
 void middle_stage(int32_t *, const Plan &, int) {}

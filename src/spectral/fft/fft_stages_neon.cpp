@@ -166,7 +166,7 @@ void stage(int32_t *d, const Plan &p, int s, const Round &round) {
 
 }  // namespace
 
-bool usable() { return true; }
+bool available() { return true; }
 
 int headroom(const int32_t *x, int n) {
     uint32x4_t acc = vdupq_n_u32(0);

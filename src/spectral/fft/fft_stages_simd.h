@@ -1,6 +1,6 @@
 // Vectorised stages of the FFT service (AVX2 on x86-64, NEON on aarch64), used for inputs with
 // log2 N bits of headroom. They compute exactly what the portable stages compute, several
-// butterflies at a time; on other processors usable() is false and they are never called.
+// butterflies at a time; on other processors available() is false and they are never called.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,9 @@
 
 namespace sonvel::fft::simd {
 
-// True when this processor runs the vectorised stages.
-bool usable();
+// True when this processor runs the vectorised stages. Asked once, when a plan is prepared, and
+// recorded in the plan: the library keeps no global state, not even a cached processor check.
+bool available();
 
 // Common headroom of the 2n words of x.
 int headroom(const int32_t *x, int n);

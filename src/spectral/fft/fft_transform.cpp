@@ -149,7 +149,7 @@ void stages(const int32_t *src, int32_t *dst, const Plan &p, int G, int shift) {
 bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, int shift, bool swap) {
     const int guard = p.order - 1;
     const int last = kProductBits + guard - len_bits(p, kStages - 2) + shift;
-    if (!simd::usable() || last < 1 || last > 31) return false;
+    if (!p.vectorised || last < 1 || last > 31) return false;
     if (simd::headroom(src, p.n) < p.order) return false;
     simd::first_stage(src, dst, p, guard - len_bits(p, 0), swap);
     for (int s = 1; s < kStages - 1; ++s) simd::middle_stage(dst, p, s);
