@@ -4,13 +4,15 @@
 #   native   Release build with the benchmarks (built, not run)          build/ci-native
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer, halting on the first report
 #                                                                         build/ci-asan
+#   tsan     ThreadSanitizer build of the interface tests; runs the concurrency test
+#                                                                         build/ci-tsan
 #   aarch64  cross build, test programs run under qemu-aarch64            build/ci-aarch64
 #   fuzz     clang build of the libFuzzer targets (address + undefined-behaviour sanitizers),
 #            each run for a bounded time over a copy of its seed corpus     build/ci-fuzz
 # The native configuration also builds the command-line tool with its tests, installs everything
 # into a temporary prefix and builds and runs examples/ against the installed package (through
 # find_package and through pkg-config).
-# Usage: bash scripts/test.sh [native] [asan] [aarch64] [fuzz]   (no argument: all four, in order)
+# Usage: bash scripts/test.sh [native] [asan] [tsan] [aarch64] [fuzz]   (no argument: all, in order)
 # FUZZ_SECONDS sets the time per fuzz target (default 30).
 set -euo pipefail
 
@@ -20,12 +22,12 @@ source scripts/lib/ci.sh
 
 configs=("$@")
 if [ ${#configs[@]} -eq 0 ]; then
-  configs=(native asan aarch64 fuzz)
+  configs=(native asan tsan aarch64 fuzz)
 fi
 for c in "${configs[@]}"; do
   case $c in
-    native | asan | aarch64 | fuzz) ;;
-    *) die "unknown configuration '$c' (expected native, asan, aarch64 or fuzz)" ;;
+    native | asan | tsan | aarch64 | fuzz) ;;
+    *) die "unknown configuration '$c' (expected native, asan, tsan, aarch64 or fuzz)" ;;
   esac
 done
 
@@ -85,6 +87,22 @@ run_asan() {
   UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
     build_and_test asan build/ci-asan "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DSONVEL_SANITIZE=ON "${tools_flag[@]}"
+}
+
+# Only the interface test program is built; only its concurrency test runs (the others are
+# single-threaded and already covered by the asan configuration).
+run_tsan() {
+  local t0=$SECONDS dir=build/ci-tsan
+  echo
+  echo "== [tsan] configure ($dir)"
+  cmake -S . -B "$dir" "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSONVEL_TSAN=ON ||
+    fail tsan configure $t0
+  echo "== [tsan] build"
+  cmake --build "$dir" --target test_interface || fail tsan build $t0
+  echo "== [tsan] test"
+  TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+    "$dir/tests/test_interface" --gtest_filter='Concurrency.*' || fail tsan test $t0
+  summary+=("$(printf '%-8s passed  %s' tsan "$(elapsed $((SECONDS - t0)))")")
 }
 
 run_aarch64() {
