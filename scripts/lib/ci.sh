@@ -35,11 +35,13 @@ ensure_packages() {
     sudo=(sudo)
   fi
   echo "== installing: ${missing[*]}"
+  local t0=$SECONDS
   "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update ||
     die "apt-get update failed"
   "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
     apt-get install -y --no-install-recommends "${missing[@]}" ||
     die "apt-get install failed"
+  summary+=("$(printf '%-8s %d installed  %s' packages ${#missing[@]} "$(elapsed $((SECONDS - t0)))")")
 }
 
 # build_and_test NAME BUILD_DIR CMAKE_ARGS...: configure, build, run every test; stops the script
