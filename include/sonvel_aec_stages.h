@@ -35,7 +35,7 @@ SONVEL_API void Sonvel_AEC_HnledSm(AecState *state, int16_t *g, int32_t c, int32
 SONVEL_API void Sonvel_AEC_ComfortNoiseEstimate(AecState *state);
 SONVEL_API void Sonvel_AEC_ComfortNoise(AecState *state, const int16_t *g, const int32_t *E,
                                         int32_t *OUT);
-SONVEL_API int32_t Sonvel_AEC_OutPutSmooth(AecState *state, int32_t *spec, const int16_t *win,
+SONVEL_API int32_t Sonvel_AEC_OutPutSmooth(AecState *state, int32_t *spectrum, const int16_t *win,
                                            int32_t *frame, int16_t *out);
 
 /* Suppressor tables. */
