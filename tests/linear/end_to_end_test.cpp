@@ -29,7 +29,7 @@ void make_signals(int rate, int total, std::vector<int16_t> &far, std::vector<in
     }
     far.resize(total);
     near.resize(total);
-    for (int i = 0; i < total; ++i) far[i] = clip16(3000.0 * g(rng));
+    for (auto &x : far) x = clip16(3000.0 * g(rng));
     for (int i = 0; i < total; ++i) {
         double acc = 0;
         for (int k = 0; k < int(h.size()) && k <= i; ++k) acc += h[k] * far[i - k];

@@ -13,23 +13,18 @@
 namespace lintest {
 
 struct Rate {
-    int n;
-    int l;
-    int order;
-    int s;
-    int factor;
+    int n, l, order, s, factor;  // transform length, block length, log2 N, rate shift, rate factor
 };
 
 inline constexpr Rate k8k{128, 64, 7, 8, 1};
 inline constexpr Rate k16k{256, 128, 8, 7, 2};
+inline constexpr Rate kRates[] = {k8k, k16k};
 
 inline std::unique_ptr<AecState> make_state(const Rate &r, int startPart = 0) {
     auto st = std::make_unique<AecState>();
     std::memset(st.get(), 0, sizeof(AecState));
-    st->s16FftLen = static_cast<int16_t>(r.n);
-    st->s16FftLen2 = static_cast<int16_t>(r.n);
-    st->s16BlockLen = static_cast<int16_t>(r.l);
-    st->s16HalfFftLen = static_cast<int16_t>(r.l);
+    st->s16FftLen = st->s16FftLen2 = static_cast<int16_t>(r.n);
+    st->s16BlockLen = st->s16HalfFftLen = static_cast<int16_t>(r.l);
     st->s16FftOrder = static_cast<int16_t>(r.order);
     st->s16RateShift = static_cast<int16_t>(r.s);
     st->s32RateFactor = r.factor;
