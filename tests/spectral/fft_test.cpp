@@ -1,0 +1,214 @@
+// The complex FFT service and the real FFT pair over it: accuracy against a long-double DFT (worst
+// errors in units of the last place, printed and bounded), refused arguments, the scale factor and
+// clamping, the vectorised stages against the portable ones, and the real pair against direct
+// calls of the service.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "sonvel_aec_fft.h"
+#include "sonvel_aec_spectral.h"
+#include "spectral/fft/fft_plan.h"
+#include "spectral/fft/fft_transform.h"
+
+namespace {
+
+constexpr int32_t kMin = std::numeric_limits<int32_t>::min(), kMax = std::numeric_limits<int32_t>::max();
+
+struct alignas(8) PlanArea { uint8_t bytes[SONVEL_FFT_PLAN_BYTES + 8]; };  // 8 marker bytes behind
+
+using Block = std::vector<int32_t>;  // re / im interleaved unless said otherwise
+
+PlanArea prepared(int order) {
+    PlanArea plan{};
+    EXPECT_EQ(Sonvel_FFTInit_C_SC32(plan.bytes, order), 0);
+    return plan;
+}
+
+// count words in [-lim, lim - 1].
+Block random_block(int count, int64_t lim, std::mt19937 &rng) {
+    std::uniform_int_distribution<int64_t> any(-lim, lim - 1);
+    Block x(count);
+    for (auto &v : x) v = static_cast<int32_t>(any(rng));
+    return x;
+}
+
+// Worst |y - DFT(x) / divisor| over all words, the reference clamped to the 32-bit range; sign -1
+// is the forward transform.
+long double dft_error(const Block &x, const Block &y, int sign, long double divisor) {
+    const int n = static_cast<int>(x.size() / 2);
+    const long double pi = 3.141592653589793238462643383279502884L;
+    std::vector<long double> cs(n), sn(n);
+    for (int t = 0; t < n; ++t) cs[t] = std::cos(2 * pi * t / n), sn[t] = sign * std::sin(2 * pi * t / n);
+    const auto error = [&](int32_t got, long double want) { return std::fabs(got - std::clamp(want / divisor, -0x1p31L, 0x1p31L - 1)); };
+    long double worst = 0, re, im;
+    for (int k = 0; k < n; ++k) {
+        re = im = 0;
+        for (int t = 0; t < n; ++t) {
+            re += x[2 * t] * cs[(k * t) % n] - x[2 * t + 1] * sn[(k * t) % n];
+            im += x[2 * t] * sn[(k * t) % n] + x[2 * t + 1] * cs[(k * t) % n];
+        }
+        worst = std::max({worst, error(y[2 * k], re), error(y[2 * k + 1], im)});
+    }
+    return worst;
+}
+
+// Random real and complex blocks, then the extremes: a negative full-scale real constant,
+// alternating full-scale real signs, a complex corner constant. Inputs with log2 N bits of
+// headroom (as every caller gives them), and full-scale inputs with the forward result scaled
+// down by N.
+TEST(FftService, MatchesLongDoubleDft) {
+    for (int order : {7, 8}) {
+        const PlanArea plan = prepared(order);
+        const int n = 1 << order;
+        for (const bool full_scale : {false, true}) {
+            const int64_t lim = int64_t{1} << (full_scale ? 31 : 31 - order);
+            const int fwd_shift = full_scale ? order : 0;
+            std::mt19937 rng(static_cast<unsigned>(order));
+            long double fwd = 0, inv = 0;
+            for (int r = 0; r < 43; ++r) {
+                Block x = random_block(2 * n, lim, rng), y(2 * n);
+                for (int i = 0; i < n; ++i) {
+                    if (r % 2 == 0) x[2 * i + 1] = 0;
+                    if (r < 40) continue;
+                    x[2 * i] = static_cast<int32_t>(r == 41 && i % 2 ? lim - 1 : -lim);
+                    x[2 * i + 1] = static_cast<int32_t>(r == 42 ? -lim : 0);
+                }
+                ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, fwd_shift), 0);
+                fwd = std::fmax(fwd, dft_error(x, y, -1, std::ldexp(1.0L, fwd_shift)));
+                ASSERT_EQ(Sonvel_FFTInv_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, 0), 0);
+                inv = std::fmax(inv, dft_error(x, y, +1, n));
+            }
+            std::printf("N = %d%s: worst error forward %.3Lf, inverse %.3Lf (units of the last place)\n", n,
+                        full_scale ? ", full-scale input (forward / N)" : "", fwd, inv);
+            EXPECT_LE(fwd, 3.0L);
+            EXPECT_LE(inv, full_scale ? 3.0L : 0.75L);
+        }
+    }
+}
+
+TEST(FftService, RefusedArgumentsWriteNothing) {
+    PlanArea plan{};
+    for (int order : {-1, 0, 6, 9, 16}) EXPECT_NE(Sonvel_FFTInit_C_SC32(plan.bytes, order), 0);
+    EXPECT_NE(Sonvel_FFTInit_C_SC32(nullptr, 8), 0);
+    EXPECT_NE(Sonvel_FFTInit_C_SC32(plan.bytes + 4, 8), 0);
+    for (uint8_t b : plan.bytes) ASSERT_EQ(b, 0);
+    Block src(512, 1000), dst(512, 7);
+    for (auto *fn : {&Sonvel_FFTFwd_CToC_SC32_Sfs, &Sonvel_FFTInv_CToC_SC32_Sfs}) {
+        EXPECT_NE(fn(src.data(), dst.data(), plan.bytes, 0), 0);  // never prepared
+        ASSERT_EQ(Sonvel_FFTInit_C_SC32(plan.bytes, 8), 0);
+        EXPECT_EQ(plan.bytes[SONVEL_FFT_PLAN_BYTES], 0);  // stays inside its area
+        EXPECT_NE(fn(nullptr, dst.data(), plan.bytes, 0), 0);
+        EXPECT_NE(fn(src.data(), nullptr, plan.bytes, 0), 0);
+        EXPECT_NE(fn(src.data(), dst.data(), nullptr, 0), 0);
+        EXPECT_NE(fn(src.data(), dst.data(), plan.bytes + 4, 0), 0);
+        EXPECT_NE(fn(src.data(), src.data() + 2, plan.bytes, 0), 0);  // overlapping
+        PlanArea damaged = plan;
+        damaged.bytes[0] ^= 1;
+        EXPECT_NE(fn(src.data(), dst.data(), damaged.bytes, 0), 0);
+        for (int32_t v : dst) ASSERT_EQ(v, 7);
+        plan = PlanArea{};
+    }
+}
+
+// A constant block: bin 0 is exactly the sum, every other bin exactly zero. Right shifts round
+// (v + 2^(k-1)) >> k, left shifts saturate, any factor is accepted; the inverse divides by N and
+// scales in one rounding; overflowing sums clamp instead of wrapping.
+TEST(FftService, ScaleFactorRoundsSaturatesAndClamps) {
+    const PlanArea plan = prepared(8);
+    const auto round_shift = [](int64_t v, int k) -> int32_t { return k <= 0 ? v << -k : (v + (int64_t{1} << (k - 1))) >> k; };
+    Block x(512), y(512), spec(512, 0);
+    for (int i = 0; i < 256; ++i) x[2 * i] = 3001, x[2 * i + 1] = -1999;
+    const Block original = x;
+    for (int sf : {-4, -1, 0, 1, 3, 9, 20}) {
+        ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, sf), 0);
+        EXPECT_EQ((Block{y[0], y[1], y[2]}), (Block{round_shift(3001 * 256, sf), round_shift(-1999 * 256, sf), 0})) << sf;
+    }
+    ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, -20), 0);
+    EXPECT_EQ((Block{y[0], y[1]}), (Block{kMax, kMin}));
+    for (const auto &[sf, want] : {std::pair{kMin, kMax}, std::pair{kMax, 0}}) {
+        ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, sf), 0);
+        EXPECT_EQ(y[0], want) << sf;
+    }
+    EXPECT_EQ(x, original);
+    spec[0] = 5 * 256 + 100;
+    for (int sf : {-2, 0, 2}) {
+        ASSERT_EQ(Sonvel_FFTInv_CToC_SC32_Sfs(spec.data(), y.data(), plan.bytes, sf), 0);
+        for (int i = 0; i < 256; ++i) ASSERT_EQ((Block{y[2 * i], y[2 * i + 1]}), (Block{round_shift(spec[0], 8 + sf), 0})) << sf;
+    }
+    for (int order : {7, 8}) {
+        for (int32_t v : {kMax, kMin}) {
+            const Block in(2 << order, v);
+            ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(in.data(), y.data(), prepared(order).bytes, 0), 0);
+            EXPECT_EQ((Block{y[0], y[1]}), (Block{v, v})) << order;
+        }
+    }
+}
+
+// The vectorised stages (where the processor has them) give the portable stages' bits, so every
+// target computes the same spectra: random parts, often pinned to the extremes, and constant blocks.
+TEST(FftService, VectorisedStagesMatchPortableStages) {
+    using namespace sonvel::fft;
+    for (int order : {7, 8}) {
+        const PlanArea area = prepared(order);
+        const Plan &plan = *reinterpret_cast<const Plan *>(area.bytes);
+        const int32_t lim = int32_t{1} << (31 - order);
+        std::mt19937 rng(static_cast<unsigned>(order) * 7u);
+        for (int r = 0; r < 200; ++r) {
+            Block x = random_block(2 << order, lim, rng);
+            for (auto &v : x) v = rng() % 4 == 0 ? -lim : rng() % 3 == 0 ? lim - 1 : v;
+            if (r % 10 == 0) std::fill(x.begin(), x.end(), r % 20 == 0 ? -lim : lim - 1);
+            for (bool inverse : {false, true}) {
+                for (int sf : {-2, 0, 1, 3}) {
+                    Block a(2 << order, 1), b(2 << order, 2);
+                    run_transform(x.data(), a.data(), plan, sf + (inverse ? order : 0), inverse, Kernels::Portable);
+                    run_transform(x.data(), b.data(), plan, sf + (inverse ? order : 0), inverse, Kernels::Best);
+                    ASSERT_EQ(a, b) << "order " << order << ", inverse " << inverse << ", shift " << sf << ", case " << r;
+                }
+            }
+        }
+    }
+}
+
+// Forward: bins 0..N/2 exactly as the service computes them for zero imaginary parts, the words
+// behind left alone. Inverse: the service's result for the conjugate-symmetric completion, whose
+// imaginary parts are negated with saturation except for bin N-1 (two's complement); buf[N],
+// buf[N+1] and the words behind keep their values.
+TEST(RealFft, MatchesTheService) {
+    for (int order : {7, 8}) {
+        const PlanArea plan = prepared(order);
+        const int n = 1 << order, lim = 1 << (31 - order);
+        std::mt19937 rng(static_cast<unsigned>(order));
+        const Block x = random_block(n, lim, rng);
+        Block c(2 * n, 0), want(2 * n), buf = x;
+        for (int i = 0; i < n; ++i) c[2 * i] = x[i];
+        ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(c.data(), want.data(), plan.bytes, 0), 0);
+        buf.resize(n + 6, 77);
+        ASSERT_EQ(Sonvel_AEC_Realfft(buf.data(), n, plan.bytes), 0);
+        EXPECT_EQ(Block(buf.begin(), buf.begin() + n + 2), Block(want.begin(), want.begin() + n + 2));
+        EXPECT_EQ(Block(buf.begin() + n + 2, buf.end()), Block(4, 77));
+
+        Block spec = random_block(n + 2, lim, rng);
+        spec[1] = 12345, spec[n + 1] = -54321, spec[3] = spec[5] = spec[n - 1] = kMin;
+        c.assign(spec.begin(), spec.end());
+        for (int k = n / 2 + 1; k < n; ++k) {
+            const int32_t im = spec[2 * (n - k) + 1];
+            c.insert(c.end(), {spec[2 * (n - k)], im == kMin ? (k == n - 1 ? kMin : kMax) : -im});
+        }
+        ASSERT_EQ(Sonvel_FFTInv_CToC_SC32_Sfs(c.data(), want.data(), plan.bytes, 0), 0);
+        buf = spec;
+        buf.insert(buf.end(), {4, 5});
+        ASSERT_EQ(Sonvel_AEC_Realifft(buf.data(), n, plan.bytes), 0);
+        for (int i = 0; i < n; ++i) ASSERT_EQ(buf[i], want[2 * i]) << i;
+        EXPECT_EQ((Block{buf[n], buf[n + 1], buf[n + 2], buf[n + 3]}), (Block{spec[n], spec[n + 1], 4, 5}));
+    }
+}
+
+}  // namespace
