@@ -165,10 +165,47 @@ inline float recip_estimate(float x) { return portable::recip_estimate(x); }
 inline float rsqrt_estimate(float x) { return portable::rsqrt_estimate(x); }
 inline float recip_step(float x, float r) { return portable::recip_step(x, r); }
 inline float rsqrt_step(float x, float p) { return portable::rsqrt_step(x, p); }
+
+// Without the native instructions, operands of a moderate exponent (field 2..250: no zero,
+// denormal, infinity or NaN anywhere in the refinement) take a short path with the same bits:
+// the estimate is a table look-up beside the exponent arithmetic, and each step is
+// c + a*b in double rounded once to single. The step is exact in double there: a*b has at most 48
+// significant bits, and its magnitude is within a few per cent of |c| / 2 (c = 2 for the
+// reciprocal, 1.5 for the square root, whose halving of x is exact), so the sum spans at most 50
+// bits; its conversion to single is the one rounding of the fused step.
+namespace detail {
+
+inline bool moderate_exponent(uint32_t u) { return ((u >> 23) & 0xFFu) - 2u <= 248u; }
+
+inline float exact_step(float a, float b, double c) {
+    return static_cast<float>(c + static_cast<double>(a) * static_cast<double>(b));
+}
+
+inline float recip_estimate_moderate(uint32_t u) {
+    const uint32_t e = (u >> 23) & 0xFFu;
+    return from_bits((u & kSign) | ((253u - e) << 23) |
+                     (uint32_t{kRecipEstimate[(u >> 15) & 0xFFu]} << 15));
+}
+
+// Positive operands only.
+inline float rsqrt_estimate_moderate(uint32_t u) {
+    const uint32_t e = u >> 23;
+    const uint32_t scaled = (e & 1u) == 0 ? 256u | ((u >> 15) & 0xFFu) : 128u | ((u >> 16) & 0x7Fu);
+    return from_bits(((380u - e) / 2u) << 23 | (uint32_t{kRsqrtEstimate[scaled - 128u]} << 15));
+}
+
+}  // namespace detail
 #endif
 
 // 1/x: the estimate refined three times, r <- r * (2 - x*r).
 inline float recip(float x) {
+#if !defined(__aarch64__)
+    if (detail::moderate_exponent(detail::bits(x))) {
+        float r = detail::recip_estimate_moderate(detail::bits(x));
+        for (int i = 0; i < 3; ++i) r = r * detail::exact_step(-x, r, 2.0);
+        return r;
+    }
+#endif
     float r = recip_estimate(x);
     for (int i = 0; i < 3; ++i) {
         const float t = recip_step(x, r);
@@ -179,6 +216,14 @@ inline float recip(float x) {
 
 // 1/sqrt(x): the estimate refined three times, r <- r * (3 - x*r*r)/2.
 inline float rsqrt(float x) {
+#if !defined(__aarch64__)
+    if (detail::moderate_exponent(detail::bits(x)) && x > 0.0f) {
+        const float hx = -x * 0.5f;
+        float r = detail::rsqrt_estimate_moderate(detail::bits(x));
+        for (int i = 0; i < 3; ++i) r = r * detail::exact_step(hx, r * r, 1.5);
+        return r;
+    }
+#endif
     float r = rsqrt_estimate(x);
     for (int i = 0; i < 3; ++i) {
         const float p = r * r;
