@@ -6,17 +6,40 @@
 
 #include "fixedpoint/block_float.h"
 
+namespace {
+
+// min(31, headroom of v[0..m-1]): the headroom of the OR of all magnitudes (x ^ sign), a loop the
+// compiler vectorises.
+int common_headroom(const int32_t *v, int64_t m) {
+    uint32_t bits = 0;
+    for (int64_t i = 0; i < m; ++i) bits |= static_cast<uint32_t>(v[i] ^ (v[i] >> 31));
+    return bits == 0 ? 31 : __builtin_clz(bits) - 1;
+}
+
+// fx::shift_wrap of every word by one count c in -32..32, the direction decided once.
+void shift_all(int32_t *v, int64_t m, int c) {
+    if (c >= 32) {
+        for (int64_t i = 0; i < m; ++i) v[i] = 0;
+    } else if (c >= 0) {
+        for (int64_t i = 0; i < m; ++i) v[i] = static_cast<int32_t>(static_cast<uint32_t>(v[i]) << c);
+    } else {
+        const int r = std::min(-c, 31);
+        for (int64_t i = 0; i < m; ++i) v[i] >>= r;
+    }
+}
+
+}  // namespace
+
 extern "C" SONVEL_API int32_t Sonvel_AEC_VetorNorm(int32_t *v, int32_t q, int32_t n) {
     if (n < 0) return 31;  // a negative count touches nothing
     // 1. Guard words of value 1 behind the vector bound the headroom of a zero spectrum.
     for (int64_t i = int64_t{n} + 1; i <= int64_t{n} + 4; ++i) v[i] = 1;
     // 2. Common headroom over the count rounded up to a multiple of 4.
     const int64_t m = (static_cast<int64_t>(n) + 3) & ~int64_t{3};
-    int h = 31;
-    for (int64_t i = 0; i < m; ++i) h = std::min(h, fx::hr(v[i]));
+    const int h = common_headroom(v, m);
     // 3. One shift for all words, not saturating: a left shift stays within the headroom.
     const int c = static_cast<int>(std::clamp<int64_t>(int64_t{h} - q, -32, 32));
-    for (int64_t i = 0; i < m; ++i) v[i] = fx::shift_wrap(v[i], c);
+    shift_all(v, m, c);
     // 4. The caller undoes the normalisation with h.
     return h;
 }
