@@ -3,13 +3,60 @@
 // 32767, any band shifts), then a sequence of runs of frames from several signal kinds, parameter
 // changes to other accepted records, and refused changes. Every frame must be accepted (a refusal
 // would mean a damaged guard word, that is a stray write inside the instance), the parameter
-// copies in the instance must survive every frame, and a refused change must leave them alone.
+// copies in the instance must survive every frame. An accepted change may write nothing but the
+// parameter copies and the coupling table built from them, a refused one nothing at all: the
+// instance block is compared byte for byte around each change, which also finds writes past an
+// array that stay inside the block, where the address sanitizer cannot see them.
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "fuzz_bytes.h"
 #include "sonvel_aec.h"
+#include "state/aec_header.h"
+#include "state/aec_state.h"
 
 namespace {
+
+struct Range {
+    size_t offset;
+    size_t size;
+};
+
+#define STATE_FIELD(f) Range{sonvel::kHeaderBytes + offsetof(AecState, f), sizeof(AecState::f)}
+// What a parameter change rewrites.
+const Range kChangeable[] = {
+    STATE_FIELD(u32CnEnable),   STATE_FIELD(s16StartPart),   STATE_FIELD(u16NlpLevel),
+    STATE_FIELD(u16HighFreqMode), STATE_FIELD(u16SampleRate), STATE_FIELD(s16CohThr),
+    STATE_FIELD(s16HfBinLo),    STATE_FIELD(s16HfBinHi),     STATE_FIELD(s16CohBinLo),
+    STATE_FIELD(s16CohBinHi),   STATE_FIELD(as16BandEdge),   STATE_FIELD(s16ClampBinLo),
+    STATE_FIELD(s16ClampBinHi), STATE_FIELD(as16BandShift),  STATE_FIELD(ai32BandCoupling),
+};
+#undef STATE_FIELD
+
+using Snapshot = std::vector<uint8_t>;
+
+Snapshot snapshot(const void *h) {
+    const auto *p = static_cast<const uint8_t *>(h);
+    return Snapshot(p, p + SONVEL_AEC_INSTANCE_BYTES);
+}
+
+bool changeable(size_t offset) {
+    for (const Range &r : kChangeable) {
+        if (offset >= r.offset && offset < r.offset + r.size) return true;
+    }
+    return false;
+}
+
+void expect_written_only_where_allowed(const Snapshot &before, const void *h, bool accepted) {
+    const auto *now = static_cast<const uint8_t *>(h);
+    for (size_t i = 0; i < before.size(); ++i) {
+        if (before[i] != now[i] && !(accepted && changeable(i))) {
+            fuzz::fail(accepted ? "parameter change wrote outside the parameters"
+                                : "refused parameter change wrote to the instance");
+        }
+    }
+}
 
 AecCfg params_of(void *h) {
     AecCfg c{};
@@ -36,7 +83,9 @@ void run_frames(fuzz::ByteReader &in, void *h, size_t frame, int &budget) {
 
 AecCfg change_params(fuzz::ByteReader &in, void *h, uint8_t rate) {
     const AecCfg next = fuzz::read_back_form(fuzz::valid_record(in, rate));
+    const Snapshot before = snapshot(h);
     fuzz::expect(Sonvel_AEC_SetParams(h, &next) == SONVEL_AEC_OK, "valid change refused");
+    expect_written_only_where_allowed(before, h, true);
     return next;
 }
 
@@ -45,7 +94,9 @@ void refused_change(fuzz::ByteReader &in, void *h) {
     in.bytes(&bad, sizeof bad);
     const int32_t check = Sonvel_AEC_Check(&bad);
     if (check == SONVEL_AEC_OK) return;
+    const Snapshot before = snapshot(h);
     fuzz::expect(Sonvel_AEC_SetParams(h, &bad) == check, "change and validation disagree");
+    expect_written_only_where_allowed(before, h, false);
 }
 
 }  // namespace
