@@ -9,6 +9,7 @@
 // array that stay inside the block, where the address sanitizer cannot see them.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "fuzz_bytes.h"
@@ -32,6 +33,16 @@ const Range kChangeable[] = {
     STATE_FIELD(s16CohBinHi),   STATE_FIELD(as16BandEdge),   STATE_FIELD(s16ClampBinLo),
     STATE_FIELD(s16ClampBinHi), STATE_FIELD(as16BandShift),  STATE_FIELD(ai32BandCoupling),
 };
+// What no frame and no parameter change may touch: the FFT plan, the rate-derived sizes, the
+// magics and the closing band edge.
+const Range kConstant[] = {
+    STATE_FIELD(au8FftPlan),   STATE_FIELD(s16BandEdgeEnd), STATE_FIELD(u32StateMagic),
+    STATE_FIELD(u16InitMagic), STATE_FIELD(s16BlockLen),    STATE_FIELD(s16HalfFftLen),
+    STATE_FIELD(s16FftLen),    STATE_FIELD(s16FftLen2),     STATE_FIELD(s16FftOrder),
+    STATE_FIELD(s16RateShift), STATE_FIELD(s32RateFactor),
+    Range{offsetof(sonvel::AecHeader, u32StateOffset), 6},  // state offset and rate byte
+    Range{offsetof(sonvel::AecHeader, u16HdrMagic), 2},
+};
 #undef STATE_FIELD
 
 using Snapshot = std::vector<uint8_t>;
@@ -39,6 +50,15 @@ using Snapshot = std::vector<uint8_t>;
 Snapshot snapshot(const void *h) {
     const auto *p = static_cast<const uint8_t *>(h);
     return Snapshot(p, p + SONVEL_AEC_INSTANCE_BYTES);
+}
+
+void expect_constant_parts(const Snapshot &initial, const void *h) {
+    const auto *now = static_cast<const uint8_t *>(h);
+    for (const Range &r : kConstant) {
+        if (std::memcmp(initial.data() + r.offset, now + r.offset, r.size) != 0) {
+            fuzz::fail("a constant part of the instance changed");
+        }
+    }
 }
 
 bool changeable(size_t offset) {
@@ -112,6 +132,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::expect(Sonvel_AEC_Init(&h, inst.memory(), SONVEL_AEC_INSTANCE_BYTES, &cfg) ==
                      SONVEL_AEC_OK,
                  "valid record refused");
+    const Snapshot initial = snapshot(h);
     int budget = kFrameBudget;
     for (int step = 0; step < 16 && budget > 0 && !in.empty(); ++step) {
         const uint8_t op = in.u8();
@@ -121,6 +142,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             default: run_frames(in, h, frame, budget); break;
         }
         fuzz::expect(fuzz::same_record(params_of(h), cfg), "parameter copies changed");
+        expect_constant_parts(initial, h);
     }
     run_frames(in, h, frame, budget);  // at least one frame even for the shortest inputs
     fuzz::expect(fuzz::same_record(params_of(h), cfg), "parameter copies changed");
