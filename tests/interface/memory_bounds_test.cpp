@@ -1,141 +1,92 @@
-// Long runs at the limits: records at the edges of what validation accepts, switched while
-// running, with extreme audio (full-scale noise and squares, the most negative sample, DC,
-// silence, alternating extremes). Nothing outside the 62064-byte block and the caller's output
-// frame may be written, and the input frames are never written.
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <random>
-#include <vector>
-
+// Long runs at the limits: records at the edges of what validation accepts (bin fields and band
+// edges up to the FFT length, any band shift, an unbounded clamp bin), switched while running,
+// with extreme audio (full-scale noise and squares, the most negative sample, DC, silence,
+// alternating extremes). Nothing outside the 62064-byte block and the caller's output frame may
+// be written, and the input frames are never written; under the sanitizer build this also
+// catches out-of-range reads inside the block. Each record's band coupling table is checked
+// against a model on the way.
 #include "interface/instance_block.h"
-#include "sonvel_aec.h"
 
 namespace {
 
-using sonvel::test::GuardedBlock;
-
-// Records at the limits, applied in turn.
-AecCfg limit_record(int which, uint8_t rate) {
-    const int16_t b = rate == 0 ? 128 : 256;
-    AecCfg c = sonvel::test::default_cfg(rate);
-    c.u8StartPart = 6;
-    c.u8NlpLevel = static_cast<uint8_t>(which % 3);
-    c.u8HighFreqMode = static_cast<uint8_t>(which & 1);
-    c.u8CnEnable = static_cast<uint8_t>(which != 1);
-    switch (which) {
-    case 0:  // every bin field at the bound, largest shifts and threshold
-        c.s16CohThr = 32767;
-        c.s16HfBinLo = b, c.s16HfBinHi = b, c.s16CohBinLo = b, c.s16CohBinHi = b;
-        for (int16_t &e : c.as16BandEdge) e = b;
-        c.s16ClampBinLo = b, c.s16ClampBinHi = 32767;
-        for (int16_t &s : c.as16BandShift) s = 31;
-        break;
-    case 1:  // bands covering everything, zero threshold, negative and huge shifts
-        c.s16CohThr = 0;
-        c.s16HfBinLo = 0, c.s16HfBinHi = b, c.s16CohBinLo = 0, c.s16CohBinHi = b;
-        for (int k = 0; k < 6; ++k) c.as16BandEdge[k] = static_cast<int16_t>(k == 5 ? b : k);
-        c.s16ClampBinLo = 0, c.s16ClampBinHi = 32767;
-        for (int k = 0; k < 7; ++k) c.as16BandShift[k] = static_cast<int16_t>(k & 1 ? -32768 : 32767);
-        break;
-    default:  // everything empty at bin 0
-        c.u8StartPart = 0;
-        c.s16HfBinLo = 0, c.s16HfBinHi = 0, c.s16CohBinLo = 0, c.s16CohBinHi = 0;
-        for (int16_t &e : c.as16BandEdge) e = 0;
-        c.s16ClampBinLo = 0, c.s16ClampBinHi = 0;
-        for (int16_t &s : c.as16BandShift) s = 13;
-        break;
+// Bin fields of record `which` at the limits of the rate's bound b: every one at the bound; bands
+// covering everything; the upper half, beyond the last bin; everything empty at bin 0.
+void limit_record(AecCfg &c, int which, int16_t b) {
+    const int16_t h = static_cast<int16_t>(b / 2 + 1), lo[] = {b, 0, h, 0}, hi[] = {b, b, b, 0};
+    c.s16HfBinLo = c.s16CohBinLo = c.s16ClampBinLo = lo[which];
+    c.s16HfBinHi = c.s16CohBinHi = hi[which];
+    c.s16ClampBinHi = which < 2 ? int16_t{32767} : hi[which];
+    c.s16CohThr = which == 0 ? int16_t{32767} : which == 1 ? int16_t{0} : c.s16CohThr;
+    if (which == 3) c.u8StartPart = 0;
+    for (int k = 0; k < 6; ++k) {
+        const int16_t edges[] = {b, static_cast<int16_t>(k < 4 ? k : b - 5 + k), static_cast<int16_t>(k < 5 ? h + 5 * k : b), 0};
+        c.as16BandEdge[k] = edges[which];
     }
-    return c;
 }
 
-// Segment `kind` of extreme audio, frame `i` of it, into `dst`.
+// Band k covers the bins with k edges at or below them; its gain is 4 shifted left by h modulo 32,
+// kept to 32 bits. Bins above the last one (M) are never written.
+int32_t coupling_model(const AecCfg &c, int bin) {
+    int band = 0;
+    while (band < 6 && c.as16BandEdge[band] <= bin) ++band;
+    return static_cast<int32_t>(4u << (static_cast<uint16_t>(c.as16BandShift[band]) & 31u));
+}
+
+// Frame `i` of segment kind `kind` of extreme audio.
 void extreme_frame(int16_t *dst, int n, int kind, int i, std::mt19937 &rng) {
     for (int t = 0; t < n; ++t) {
         const int pos = i * n + t;
-        int v = 0;
-        switch (kind) {
-        case 0: v = static_cast<int16_t>(rng()); break;                    // full-scale noise
-        case 1: v = (pos / 9) % 2 ? 32767 : -32768; break;                 // full-scale square
-        case 2: v = -32768; break;                                         // DC at the most negative
-        case 3: v = 0; break;                                              // silence
-        case 4: v = pos % 2 ? 32767 : -32768; break;                       // alternating extremes
-        case 5: v = static_cast<int16_t>(rng()) / 4096; break;             // very low level noise
-        default: v = (pos % 97) < 3 ? 32767 : 0; break;                    // sparse clicks
-        }
-        dst[t] = static_cast<int16_t>(v);
+        const int v[] = {static_cast<int16_t>(rng()), (pos / 9) % 2 ? 32767 : -32768, -32768, 0,
+                         pos % 2 ? 32767 : -32768, static_cast<int16_t>(rng()) / 4096, (pos % 97) < 3 ? 32767 : 0};
+        dst[t] = static_cast<int16_t>(v[kind]);
     }
-}
-
-// Frames of F samples with canaries around each, in one buffer.
-struct GuardedFrames {
-    explicit GuardedFrames(int f) : f(f), buf(static_cast<size_t>(3 * (f + 2 * kPad)), kCanary) {}
-    int16_t *frame(int k) { return buf.data() + k * (f + 2 * kPad) + kPad; }
-    bool canaries_intact() const {
-        for (int k = 0; k < 3; ++k) {
-            const int16_t *b = buf.data() + k * (f + 2 * kPad);
-            for (int t = 0; t < kPad; ++t) {
-                if (b[t] != kCanary || b[kPad + f + t] != kCanary) return false;
-            }
-        }
-        return true;
-    }
-    static constexpr int kPad = 64;
-    static constexpr int16_t kCanary = 0x3C5A;
-    int f;
-    std::vector<int16_t> buf;
-};
-
-void long_run(uint8_t rate) {
-    const int f = rate == 0 ? 80 : 160;
-    GuardedBlock block;
-    GuardedFrames frames(f);
-    AecCfg cfg = limit_record(0, rate);
-    ASSERT_EQ(Sonvel_AEC_Check(&cfg), 0);
-    void *h = nullptr;
-    ASSERT_EQ(Sonvel_AEC_Init(&h, block.data(), 62064, &cfg), 0);
-
-    std::mt19937 rng(rate + 1u);
-    int16_t *near = frames.frame(0);
-    int16_t *far = frames.frame(1);
-    int16_t *out = frames.frame(2);
-    std::vector<int16_t> nearCopy(static_cast<size_t>(f)), farCopy(static_cast<size_t>(f));
-    constexpr int kFrames = 1800, kSegment = 40, kRecordPeriod = 300;
-    for (int i = 0; i < kFrames; ++i) {
-        if (i % kRecordPeriod == 0) {
-            cfg = limit_record(i / kRecordPeriod % 3, rate);
-            ASSERT_EQ(Sonvel_AEC_SetParams(h, &cfg), 0) << i;
-        }
-        // Near and far end switch between kinds independently; the near end is sometimes the
-        // far end itself (a full-scale echo with no delay).
-        const int seg = i / kSegment;
-        extreme_frame(far, f, seg % 7, i % kSegment, rng);
-        if (seg % 5 == 2) {
-            std::memcpy(near, far, static_cast<size_t>(f) * 2);
-        } else {
-            extreme_frame(near, f, (seg * 3 + 1) % 7, i % kSegment, rng);
-        }
-        std::memcpy(nearCopy.data(), near, static_cast<size_t>(f) * 2);
-        std::memcpy(farCopy.data(), far, static_cast<size_t>(f) * 2);
-        ASSERT_EQ(Sonvel_AEC_Apply(h, near, far, out), 0) << i;
-        ASSERT_EQ(std::memcmp(nearCopy.data(), near, static_cast<size_t>(f) * 2), 0) << i;
-        ASSERT_EQ(std::memcmp(farCopy.data(), far, static_cast<size_t>(f) * 2), 0) << i;
-        ASSERT_TRUE(frames.canaries_intact()) << i;
-        if (i % 100 == 99) {
-            ASSERT_TRUE(block.canaries_intact()) << i;
-        }
-    }
-    EXPECT_TRUE(block.canaries_intact());
-    const AecState *st = block.state();
-    EXPECT_EQ(st->u32GuardA, 0x5A5A5A5Au);
-    EXPECT_EQ(st->u32GuardB, 0x5A5A5A5Au);
-    EXPECT_EQ(st->u32GuardC, 0x5A5A5A5Au);
 }
 
 TEST(MemoryBounds, LongRunsAtTheLimitsStayInsideTheBlock) {
+    const int16_t shiftSets[][7] = {{0, 1, 2, 3, 4, 5, 6},           {13, 14, 15, 16, 17, 18, 19},
+                                    {26, 27, 28, 29, 30, 31, 32},    {33, -1, -32768, 32767, 64, 0, 31},
+                                    {-13, 45, 1000, 2, 12, 29, 30}};
+    constexpr int kPad = 64, kFrames = 2400, kSegment = 40;
+    constexpr int16_t kCanary = 0x3C5A;
     for (uint8_t rate : {uint8_t{0}, uint8_t{1}}) {
-        long_run(rate);
-        if (HasFatalFailure()) return;
+        const int f = rate == 0 ? 80 : 160, m = rate == 0 ? 64 : 128, stride = f + 2 * kPad;
+        sonvel::test::GuardedBlock block;
+        void *h = block.init(sonvel::test::default_cfg(rate));
+        std::vector<int16_t> frames(static_cast<size_t>(3 * stride), kCanary), copies;  // each between canaries
+        int16_t *near = &frames[kPad], *far = near + stride, *out = far + stride;
+        std::mt19937 rng(rate + 1u);
+        for (int i = 0; i < kFrames; ++i) {
+            const int seg = i / kSegment;  // every record with every shift set and level
+            if (i % kSegment == 0) {
+                AecCfg cfg = sonvel::test::default_cfg(rate);
+                cfg.u8CnEnable = static_cast<uint8_t>(seg % 7 != 1), cfg.u8StartPart = 6;
+                cfg.u8NlpLevel = static_cast<uint8_t>(seg % 3), cfg.u8HighFreqMode = static_cast<uint8_t>(seg & 1);
+                limit_record(cfg, seg % 4, rate == 0 ? 128 : 256);
+                std::memcpy(cfg.as16BandShift, shiftSets[seg % 5], sizeof cfg.as16BandShift);
+                ASSERT_EQ(Sonvel_AEC_SetParams(h, &cfg), 0) << i;
+                for (int bin = 0; bin < sonvel::kBinWords; ++bin) {
+                    const int32_t want = bin <= m ? coupling_model(cfg, bin) : 0;
+                    ASSERT_EQ(block.state()->ai32BandCoupling[bin], want) << i << " bin " << bin;
+                }
+            }
+            // Near and far end switch between kinds independently; the near end is sometimes the
+            // far end itself (a full-scale echo with no delay).
+            extreme_frame(far, f, seg % 7, i % kSegment, rng);
+            if (seg % 5 == 2) {
+                std::memcpy(near, far, static_cast<size_t>(f) * 2);
+            } else {
+                extreme_frame(near, f, (seg * 3 + 1) % 7, i % kSegment, rng);
+            }
+            copies.assign(frames.begin(), frames.end());
+            ASSERT_EQ(Sonvel_AEC_Apply(h, near, far, out), 0) << i;
+            for (int t = 0; t < 3 * stride; ++t) {  // all but the output frame
+                ASSERT_TRUE(frames[t] == copies[t] || (t >= 2 * stride + kPad && t < 2 * stride + kPad + f)) << i << " at " << t;
+            }
+            ASSERT_TRUE(i % 100 != 99 || block.canaries_intact()) << i;
+        }
+        EXPECT_TRUE(block.canaries_intact());
+        const AecState *st = block.state();
+        EXPECT_TRUE(st->u32GuardA == 0x5A5A5A5Au && st->u32GuardB == st->u32GuardA && st->u32GuardC == st->u32GuardA);
     }
 }
 

@@ -6,69 +6,48 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <functional>
-#include <vector>
 
 #include "interface/instance_block.h"
-#include "sonvel_aec.h"
 #include "sonvel_aec_host.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define SONVEL_TEST_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SONVEL_TEST_ASAN 1
-#endif
-#endif
 
 namespace {
 
-#ifdef SONVEL_TEST_ASAN
+#if defined(__SANITIZE_ADDRESS__)
 // AddressSanitizer surrounds every stack array with red zones: the bound only shows that the
 // measurement works and that nothing recurses.
 constexpr size_t kBound = 64 * 1024;
 #else
 constexpr size_t kBound = 16 * 1024;
 #endif
-
 constexpr size_t kThreadStack = 1024 * 1024;
 constexpr uint8_t kPaint = 0xA7;
 
-struct Probe {
-    const std::function<void()> *work;
-    uintptr_t top;
-};
+struct Probe { const std::function<void()> *work; uintptr_t top; };
 
 // Keeps the work's frames below the recorded top.
 __attribute__((noinline)) void run_work(Probe *p) { (*p->work)(); }
 
-void *thread_body(void *arg) {
-    auto *p = static_cast<Probe *>(arg);
-    p->top = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-    run_work(p);
-    return nullptr;
-}
-
-// Bytes of stack below the calling frame that `work` touched.
+// Bytes of stack below the thread's first frame that `work` touched.
 size_t painted_stack_use(const std::function<void()> &work) {
-    void *mem = std::aligned_alloc(4096, kThreadStack);
+    auto *mem = static_cast<uint8_t *>(std::aligned_alloc(4096, kThreadStack));
     std::memset(mem, kPaint, kThreadStack);
     pthread_attr_t attr;
     pthread_attr_init(&attr);
     pthread_attr_setstack(&attr, mem, kThreadStack);
     Probe p{&work, 0};
     pthread_t t;
-    EXPECT_EQ(pthread_create(&t, &attr, thread_body, &p), 0);
+    EXPECT_EQ(pthread_create(&t, &attr, [](void *arg) -> void * {
+        auto *probe = static_cast<Probe *>(arg);
+        probe->top = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+        run_work(probe);
+        return nullptr;
+    }, &p), 0);
     pthread_join(t, nullptr);
     pthread_attr_destroy(&attr);
-    const auto *b = static_cast<const uint8_t *>(mem);
-    size_t lowest = 0;
-    while (lowest < kThreadStack && b[lowest] == kPaint) ++lowest;
-    const uintptr_t deepest = reinterpret_cast<uintptr_t>(mem) + lowest;
+    const auto deepest = reinterpret_cast<uintptr_t>(
+        std::find_if(mem, mem + kThreadStack, [](uint8_t b) { return b != kPaint; }));
     std::free(mem);
     return p.top > deepest ? p.top - deepest : 0;
 }
@@ -89,53 +68,42 @@ void mixed_audio(size_t n, uint32_t seed, std::vector<int16_t> &near, std::vecto
 }
 
 TEST(StackUsage, ApplyAndHostProcessStayWithinTheBound) {
-    size_t applyMax = 0;
-    for (uint8_t rate : {uint8_t{0}, uint8_t{1}}) {
-        for (int variant = 0; variant < 6; ++variant) {
-            AecCfg cfg = sonvel::test::default_cfg(rate);
-            cfg.u8NlpLevel = static_cast<uint8_t>(variant % 3);
-            cfg.u8HighFreqMode = static_cast<uint8_t>(variant / 3);
-            cfg.u8CnEnable = static_cast<uint8_t>(variant != 4);
-            const int f = sonvel::test::frame_len(cfg);
-            std::vector<int16_t> near, far;
-            mixed_audio(static_cast<size_t>(f) * 240, 3 + variant, near, far);
-            sonvel::test::GuardedBlock block;
-            void *h = nullptr;
-            ASSERT_EQ(Sonvel_AEC_Init(&h, block.data(), 62064, &cfg), 0);
-            std::vector<int16_t> out(near.size());
-            const size_t used = painted_stack_use([&] {
-                for (size_t i = 0; i + static_cast<size_t>(f) <= near.size(); i += f) {
-                    Sonvel_AEC_Apply(h, &near[i], &far[i], &out[i]);
-                }
-            });
-            EXPECT_GT(used, 256u) << "the measurement saw no work";
-            applyMax = std::max(applyMax, used);
-        }
+    std::vector<int16_t> near, far, out;
+    size_t applyMax = 0, processMax = 0;
+    for (int variant = 0; variant < 12; ++variant) {  // both rates, every level and mode
+        AecCfg cfg = sonvel::test::default_cfg(static_cast<uint8_t>(variant / 6));
+        cfg.u8NlpLevel = static_cast<uint8_t>(variant % 3), cfg.u8HighFreqMode = static_cast<uint8_t>(variant % 6 / 3);
+        cfg.u8CnEnable = static_cast<uint8_t>(variant % 6 != 4);
+        const size_t f = static_cast<size_t>(sonvel::test::frame_len(cfg));
+        mixed_audio(f * 240, 3 + variant % 6, near, far);
+        out.resize(near.size());
+        sonvel::test::GuardedBlock block;
+        void *h = block.init(cfg);
+        const size_t used = painted_stack_use([&] {
+            for (size_t i = 0; i < near.size(); i += f) Sonvel_AEC_Apply(h, &near[i], &far[i], &out[i]);
+        });
+        EXPECT_GT(used, 256u) << "the measurement saw no work";
+        applyMax = std::max(applyMax, used);
     }
-
-    size_t processMax = 0;
     for (int32_t rate : {8000, 16000}) {
         KxAecConfig aec{};
         KxAecHostConfig host{nullptr, nullptr, &aec};
         void *h = nullptr;
         ASSERT_EQ(KX_AEC_Init(&h, rate, &host), 0);
-        const size_t f = rate / 100;
-        std::vector<int16_t> near, far;
+        const size_t f = static_cast<size_t>(rate / 100);
         mixed_audio(f * 240, 9, near, far);
-        std::vector<int16_t> out(near.size());
-        const size_t used = painted_stack_use([&] {
+        out.resize(near.size());
+        processMax = std::max(processMax, painted_stack_use([&] {
             for (size_t i = 0; i < near.size(); i += 8 * f) {
                 KxAecFrame in{&near[i], &far[i], nullptr, nullptr, static_cast<int32_t>(16 * f)};
                 KxAecFrame o{&out[i], nullptr, nullptr, nullptr, 0};
                 KX_AEC_Process(h, &in, &o);
             }
-        });
+        }));
         KX_AEC_DeInit(h);
-        processMax = std::max(processMax, used);
     }
-
-    std::printf("stack use: Sonvel_AEC_Apply %zu bytes, KX_AEC_Process %zu bytes (bound %zu)\n",
-                applyMax, processMax, kBound);
+    std::printf("stack use: Sonvel_AEC_Apply %zu bytes, KX_AEC_Process %zu bytes (bound %zu)\n", applyMax,
+                processMax, kBound);
     RecordProperty("apply_stack_bytes", static_cast<int>(applyMax));
     RecordProperty("process_stack_bytes", static_cast<int>(processMax));
     EXPECT_LE(applyMax, kBound);
