@@ -1,5 +1,5 @@
 // Fuzz target: the FFT service, the real FFT pair and every vector kernel on arbitrary inputs.
-// Transform inputs keep the headroom the transforms are specified for (log2 N bits); kernel
+// Transform inputs keep the headroom the transforms require (log2 N bits); kernel
 // inputs are any 32-bit words, Q values and smoothing factors, and any counts, negative ones
 // included. Every array is exactly as long as the call may touch, so a read or write past it is
 // reported. A forward and inverse transform in turn must give the block back within a few units.
