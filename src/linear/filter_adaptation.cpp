@@ -109,10 +109,19 @@ void align_to_q(int32_t *g, const int32_t *qg, int words, int q) {
 
 // 10.8. W += Phi shifted by S, saturating, words 0..N+1. The direction of the shift is decided
 // once per partition so that each loop is a plain saturating sum.
-void accumulate_into_filter(int32_t *w, const int32_t *phi, int words, int shift) {
+// fx::sat_add without a branch, so that the loop below vectorises: the wrapped sum overflowed when
+// it differs in sign from both operands, and then saturates toward the sign of a.
+inline int32_t sat_add_select(int32_t a, int32_t b) {
+    const auto r = static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+    const int32_t sat = (a >> 31) ^ fx::kMax32;
+    return ((a ^ r) & (b ^ r)) < 0 ? sat : r;
+}
+
+void accumulate_into_filter(int32_t *__restrict w, const int32_t *__restrict phi, int words,
+                            int shift) {
     if (shift <= 0) {
         const int r = std::min(-shift, 31);
-        for (int i = 0; i < words; ++i) w[i] = fx::sat_add(w[i], phi[i] >> r);
+        for (int i = 0; i < words; ++i) w[i] = sat_add_select(w[i], phi[i] >> r);
     } else {
         for (int i = 0; i < words; ++i) w[i] = fx::sat_add(w[i], fx::shift_sat(phi[i], shift));
     }
