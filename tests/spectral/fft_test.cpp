@@ -124,7 +124,7 @@ TEST(FftService, RefusedArgumentsWriteNothing) {
 TEST(FftService, ScaleFactorRoundsSaturatesAndClamps) {
     const PlanArea plan = prepared(8);
     const auto round_shift = [](int64_t v, int k) -> int32_t { return k <= 0 ? v << -k : (v + (int64_t{1} << (k - 1))) >> k; };
-    Block x(512), y(512), spec(512, 0);
+    Block x(512), y(512), spectrum(512, 0);
     for (int i = 0; i < 256; ++i) x[2 * i] = 3001, x[2 * i + 1] = -1999;
     const Block original = x;
     for (int sf : {-4, -1, 0, 1, 3, 9, 20}) {
@@ -138,10 +138,10 @@ TEST(FftService, ScaleFactorRoundsSaturatesAndClamps) {
         EXPECT_EQ(y[0], want) << sf;
     }
     EXPECT_EQ(x, original);
-    spec[0] = 5 * 256 + 100;
+    spectrum[0] = 5 * 256 + 100;
     for (int sf : {-2, 0, 2}) {
-        ASSERT_EQ(Sonvel_FFTInv_CToC_SC32_Sfs(spec.data(), y.data(), plan.bytes, sf), 0);
-        for (int i = 0; i < 256; ++i) ASSERT_EQ((Block{y[2 * i], y[2 * i + 1]}), (Block{round_shift(spec[0], 8 + sf), 0})) << sf;
+        ASSERT_EQ(Sonvel_FFTInv_CToC_SC32_Sfs(spectrum.data(), y.data(), plan.bytes, sf), 0);
+        for (int i = 0; i < 256; ++i) ASSERT_EQ((Block{y[2 * i], y[2 * i + 1]}), (Block{round_shift(spectrum[0], 8 + sf), 0})) << sf;
     }
     for (int order : {7, 8}) {
         for (int32_t v : {kMax, kMin}) {
@@ -195,19 +195,19 @@ TEST(RealFft, MatchesTheService) {
         EXPECT_EQ(Block(buf.begin(), buf.begin() + n + 2), Block(want.begin(), want.begin() + n + 2));
         EXPECT_EQ(Block(buf.begin() + n + 2, buf.end()), Block(4, 77));
 
-        Block spec = random_block(n + 2, lim, rng);
-        spec[1] = 12345, spec[n + 1] = -54321, spec[3] = spec[5] = spec[n - 1] = kMin;
-        c.assign(spec.begin(), spec.end());
+        Block spectrum = random_block(n + 2, lim, rng);
+        spectrum[1] = 12345, spectrum[n + 1] = -54321, spectrum[3] = spectrum[5] = spectrum[n - 1] = kMin;
+        c.assign(spectrum.begin(), spectrum.end());
         for (int k = n / 2 + 1; k < n; ++k) {
-            const int32_t im = spec[2 * (n - k) + 1];
-            c.insert(c.end(), {spec[2 * (n - k)], im == kMin ? (k == n - 1 ? kMin : kMax) : -im});
+            const int32_t im = spectrum[2 * (n - k) + 1];
+            c.insert(c.end(), {spectrum[2 * (n - k)], im == kMin ? (k == n - 1 ? kMin : kMax) : -im});
         }
         ASSERT_EQ(Sonvel_FFTInv_CToC_SC32_Sfs(c.data(), want.data(), plan.bytes, 0), 0);
-        buf = spec;
+        buf = spectrum;
         buf.insert(buf.end(), {4, 5});
         ASSERT_EQ(Sonvel_AEC_Realifft(buf.data(), n, plan.bytes), 0);
         for (int i = 0; i < n; ++i) ASSERT_EQ(buf[i], want[2 * i]) << i;
-        EXPECT_EQ((Block{buf[n], buf[n + 1], buf[n + 2], buf[n + 3]}), (Block{spec[n], spec[n + 1], 4, 5}));
+        EXPECT_EQ((Block{buf[n], buf[n + 1], buf[n + 2], buf[n + 3]}), (Block{spectrum[n], spectrum[n + 1], 4, 5}));
     }
 }
 

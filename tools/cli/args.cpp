@@ -162,14 +162,14 @@ DemoOptions parse_demo_args(const std::vector<std::string> &args) {
 
 void apply_param_options(AecCfg &cfg, const std::vector<ParamOption> &params) {
     for (const ParamOption &p : params) {
-        const ParamSpec &spec = *find_param(p.option);
-        const Field &first = *find_field(spec.field);
-        if (spec.count == 2 && first.count == 1) {
+        const ParamSpec &param = *find_param(p.option);
+        const Field &first = *find_field(param.field);
+        if (param.count == 2 && first.count == 1) {
             // A LO,HI pair: two adjacent 16-bit fields.
-            const Field pair{spec.field, 2, false, first.offset};
-            assign_field(cfg, pair, 0, 2, normalise(spec, p.text), p.option);
+            const Field pair{param.field, 2, false, first.offset};
+            assign_field(cfg, pair, 0, 2, normalise(param, p.text), p.option);
         } else {
-            assign_field(cfg, first, 0, first.count, normalise(spec, p.text), p.option);
+            assign_field(cfg, first, 0, first.count, normalise(param, p.text), p.option);
         }
     }
 }
