@@ -106,8 +106,8 @@ TEST(Reciprocal, RefinedResultsWithinAnUlp) {
 
 // The refined results (on x86-64 a short path for moderate exponents) equal the estimate and the
 // three steps of the portable definitions, composed one by one: every exponent field and sign,
-// with the mantissas at both ends of every estimate table interval and random ones (NaN
-// operands only as NaN).
+// with the mantissas at both ends of every estimate table interval and random ones. A NaN result
+// is compared as NaN only: its payload through r * t depends on the operand order chosen.
 TEST(Reciprocal, RefinedResultsMatchPortableComposition) {
     const auto recip_ref = [](float x) {
         float r = pt::recip_estimate(x);
@@ -122,13 +122,12 @@ TEST(Reciprocal, RefinedResultsMatchPortableComposition) {
     std::mt19937 rng(5);
     const auto check = [&](uint32_t u) {
         const float x = from_bits(u);
-        if (std::isnan(x)) {  // the payload through r * t depends on the operand order chosen
-            ASSERT_TRUE(std::isnan(sp::recip(x)) && std::isnan(sp::rsqrt(x)) && std::isnan(sp::sqrt(x)));
-            return;
-        }
-        ASSERT_EQ(bits(sp::recip(x)), bits(recip_ref(x))) << std::hex << u;
-        ASSERT_EQ(bits(sp::rsqrt(x)), bits(rsqrt_ref(x))) << std::hex << u;
-        ASSERT_EQ(bits(sp::sqrt(x)), bits(recip_ref(rsqrt_ref(x)))) << std::hex << u;
+        const auto same = [](float got, float want) {
+            return std::isnan(want) ? std::isnan(got) : bits(got) == bits(want);
+        };
+        ASSERT_TRUE(same(sp::recip(x), recip_ref(x))) << std::hex << u;
+        ASSERT_TRUE(same(sp::rsqrt(x), rsqrt_ref(x))) << std::hex << u;
+        ASSERT_TRUE(same(sp::sqrt(x), recip_ref(rsqrt_ref(x)))) << std::hex << u;
     };
     for (uint32_t sign = 0; sign < 2; ++sign) {
         for (uint32_t e = 0; e < 256; ++e) {
