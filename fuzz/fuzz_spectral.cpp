@@ -84,9 +84,9 @@ void real_fft(ByteReader &in) {
     const int order = order_of(in);
     const int32_t n = 1 << order;
     Plan plan(order);
-    Words buf(static_cast<size_t>(n) + 2), spec(static_cast<size_t>(n) + 2);
-    fill(in, spec.data(), spec.size(), order);  // a spectrum with the guard bits of a synthesis
-    Sonvel_AEC_Realifft(spec.data(), n, plan.area.data());
+    Words buf(static_cast<size_t>(n) + 2), spectrum(static_cast<size_t>(n) + 2);
+    fill(in, spectrum.data(), spectrum.size(), order);  // a spectrum with the guard bits of a synthesis
+    Sonvel_AEC_Realifft(spectrum.data(), n, plan.area.data());
     fill(in, buf.data(), static_cast<size_t>(n), 2 * order);
     Words orig(static_cast<size_t>(n));
     for (int32_t i = 0; i < n; ++i) orig[i] = buf[i];
