@@ -32,10 +32,21 @@ public:
         s_ ^= s_ << 17;
         return s_;
     }
+    int16_t i16() { return static_cast<int16_t>(next() >> 48); }
+    int32_t i32() { return static_cast<int32_t>(next() >> 32); }
+    int64_t i64() { return static_cast<int64_t>(next()); }
+    // Uniform in [lo, hi].
+    int32_t range(int32_t lo, int32_t hi) {
+        return static_cast<int32_t>(lo + static_cast<int64_t>(next() % (static_cast<uint64_t>(hi - lo) + 1)));
+    }
     // Uniform in [-amp, amp].
     int32_t uniform(int32_t amp) {
         return static_cast<int32_t>(next() % (2 * static_cast<uint64_t>(amp) + 1)) - amp;
     }
+    // A 32-bit value with n significant bits (sign included): headroom 32 - n.
+    int32_t bits(int n) { return i32() >> (32 - n); }
+    // A value of random magnitude: exercises every headroom.
+    int32_t any_scale() { return i32() >> range(0, 31); }
 
 private:
     uint64_t s_;

@@ -21,6 +21,7 @@
 #include "sonvel_aec_ops.h"
 #include "sonvel_aec_spectral.h"
 #include "state/aec_state.h"
+#include "test_digest.h"
 
 namespace {
 
@@ -31,48 +32,8 @@ constexpr uint64_t kFftDigest = 0x7b6882b345e93f63ull;
 
 // ---- Digest and input generator. ----
 
-class Digest {
-public:
-    void fold(uint64_t v, int bytes) {
-        for (int i = 0; i < bytes; ++i) {
-            h_ = (h_ ^ ((v >> (8 * i)) & 0xFF)) * 0x100000001B3ull;
-        }
-    }
-    void i16(int16_t v) { fold(static_cast<uint16_t>(v), 2); }
-    void i32(int32_t v) { fold(static_cast<uint32_t>(v), 4); }
-    template <class T> void array(const T *v, size_t n) {
-        for (size_t i = 0; i < n; ++i) fold(static_cast<uint64_t>(static_cast<int64_t>(v[i])), sizeof(T));
-    }
-    uint64_t value() const { return h_; }
-
-private:
-    uint64_t h_ = 0xCBF29CE484222325ull;
-};
-
-class Xorshift64 {
-public:
-    explicit Xorshift64(uint64_t seed) : s_(seed) {}
-    uint64_t next() {
-        s_ ^= s_ << 13;
-        s_ ^= s_ >> 7;
-        s_ ^= s_ << 17;
-        return s_;
-    }
-    int16_t i16() { return static_cast<int16_t>(next() >> 48); }
-    int32_t i32() { return static_cast<int32_t>(next() >> 32); }
-    int64_t i64() { return static_cast<int64_t>(next()); }
-    // Uniform in [lo, hi].
-    int32_t range(int32_t lo, int32_t hi) {
-        return static_cast<int32_t>(lo + static_cast<int64_t>(next() % (static_cast<uint64_t>(hi - lo) + 1)));
-    }
-    // A 32-bit value with `bits` significant bits (sign included): headroom 32 - bits.
-    int32_t bits(int n) { return i32() >> (32 - n); }
-    // A value of random magnitude: exercises every headroom.
-    int32_t any_scale() { return i32() >> range(0, 31); }
-
-private:
-    uint64_t s_;
-};
+using testsupport::Digest;
+using testsupport::Xorshift64;
 
 constexpr uint64_t kSeed = 0x9E3779B97F4A7C15ull;
 
