@@ -7,6 +7,12 @@
 #include <cstdint>
 #include <limits>
 
+#if defined(__aarch64__)
+#include <arm_neon.h>
+#elif defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace fx {
 
 inline constexpr int32_t kMax32 = std::numeric_limits<int32_t>::max();
@@ -83,12 +89,22 @@ inline constexpr int64_t shift_sat64(int64_t x, int c) {
     return static_cast<int64_t>(static_cast<uint64_t>(x) << c);
 }
 
-// Single precision to int32: truncation toward zero, saturating; NaN gives 0.
+// Single precision to int32: truncation toward zero, saturating; NaN gives 0. The Arm conversion
+// instruction has exactly these semantics; the x86 one returns -2^31 for every operand out of
+// range, which leaves only that result to check.
 inline int32_t f2i(float f) {
+#if defined(__aarch64__)
+    return vcvts_s32_f32(f);
+#else
+#if defined(__SSE2__)
+    const int32_t r = _mm_cvttss_si32(_mm_set_ss(f));
+    if (r != kMin32) return r;
+#endif
     if (!(f == f)) return 0;
     if (f >= 2147483648.0f) return kMax32;
     if (f <= -2147483648.0f) return kMin32;
     return static_cast<int32_t>(f);
+#endif
 }
 
 inline float i2f(int32_t x) { return static_cast<float>(x); }
