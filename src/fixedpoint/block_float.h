@@ -31,12 +31,17 @@ inline constexpr int16_t sat16(int32_t v) {
     return v > 32767 ? int16_t{32767} : (v < -32768 ? int16_t{-32768} : static_cast<int16_t>(v));
 }
 
+// The overflow flag of the 32-bit sum decides; the saturated value has the sign of a.
 inline constexpr int32_t sat_add(int32_t a, int32_t b) {
-    return sat32(static_cast<int64_t>(a) + b);
+    int32_t r = 0;
+    if (__builtin_add_overflow(a, b, &r)) return a < 0 ? kMin32 : kMax32;
+    return r;
 }
 
 inline constexpr int32_t sat_sub(int32_t a, int32_t b) {
-    return sat32(static_cast<int64_t>(a) - b);
+    int32_t r = 0;
+    if (__builtin_sub_overflow(a, b, &r)) return a < 0 ? kMin32 : kMax32;
+    return r;
 }
 
 // 64-bit sum clamped to the 64-bit range.
@@ -54,6 +59,8 @@ inline constexpr int64_t sat_sub64(int64_t a, int64_t b) {
 
 // rnd_k(v) = (v + 2^(k-1)) >> k without overflow, saturated to int32; k in 1..63.
 inline constexpr int32_t rnd(int64_t v, int k) {
+    // From k = 2 on, v >> (k - 1) leaves room for the increment: ceil of its half is the same sum.
+    if (k >= 2) return sat32(((v >> (k - 1)) + 1) >> 1);
     return sat32((v >> k) + ((v >> (k - 1)) & 1));
 }
 
