@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "bench_support.h"
 #include "sonvel_aec.h"
 #include "sonvel_aec_stages.h"
 #include "state/aec_state.h"
@@ -15,8 +16,6 @@
 namespace {
 
 constexpr double kSeconds = 4.0;
-
-int16_t clip16(double v) { return static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0))); }
 
 // Far-end noise, its echo through 3 ms of bulk delay and 20 ms of decaying taps, and near-end
 // noise 20 dB below the far end.
@@ -39,36 +38,19 @@ struct Signals {
         const int total = static_cast<int>(kSeconds * rate);
         far.resize(total);
         near.resize(total);
-        for (int i = 0; i < total; ++i) far[i] = clip16(3000.0 * g(rng));
+        for (int i = 0; i < total; ++i) far[i] = bench::clip16(3000.0 * g(rng));
         for (int i = 0; i < total; ++i) {
             double acc = 300.0 * g(rng);
             for (size_t k = 0; k < h.size() && k <= size_t(i); ++k) acc += h[k] * far[i - k];
-            near[i] = clip16(acc);
+            near[i] = bench::clip16(acc);
         }
     }
 };
 
 void BM_Apply(benchmark::State &state) {
     const int rate = static_cast<int>(state.range(0));
-    const int frame = rate / 100;
     const Signals sig(rate);
-    AecCfg cfg = Sonvel_AEC_gastMrvAecCfgTab;
-    cfg.u8SampleRate = rate == 16000 ? 1 : 0;
-    std::vector<uint64_t> mem(SONVEL_AEC_INSTANCE_BYTES / 8);
-    void *handle = nullptr;
-    if (Sonvel_AEC_Init(&handle, mem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg) != 0) {
-        state.SkipWithError("initialisation failed");
-        return;
-    }
-    std::vector<int16_t> out(frame);
-    const size_t frames = sig.far.size() / frame;
-    size_t f = 0;
-    for (auto _ : state) {
-        Sonvel_AEC_Apply(handle, &sig.near[f * frame], &sig.far[f * frame], out.data());
-        benchmark::DoNotOptimize(out.data());
-        f = f + 1 == frames ? 0 : f + 1;
-    }
-    state.counters["frames/s"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+    bench::run_frames(state, rate, sig.near, sig.far);
 }
 
 // The linear canceller alone: one block of the adaptive filter step (echo estimate, update of all
@@ -76,16 +58,12 @@ void BM_Apply(benchmark::State &state) {
 void BM_LinearBlock(benchmark::State &state) {
     const int rate = static_cast<int>(state.range(0));
     const Signals sig(rate);
-    AecCfg cfg = Sonvel_AEC_gastMrvAecCfgTab;
-    cfg.u8SampleRate = rate == 16000 ? 1 : 0;
-    std::vector<uint64_t> mem(SONVEL_AEC_INSTANCE_BYTES / 8);
-    void *handle = nullptr;
-    if (Sonvel_AEC_Init(&handle, mem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg) != 0) {
+    bench::Instance inst(rate);
+    if (inst.st == nullptr) {
         state.SkipWithError("initialisation failed");
         return;
     }
-    const auto *hdr = static_cast<const sonvel::AecHeader *>(handle);
-    auto *st = reinterpret_cast<AecState *>(static_cast<uint8_t *>(handle) + hdr->u32StateOffset);
+    AecState *st = inst.st;
     const int l = st->s16BlockLen;
     const size_t blocks = sig.far.size() / l;
     size_t b = 0;

@@ -9,6 +9,7 @@
 #include <numbers>
 #include <vector>
 
+#include "bench_support.h"
 #include "sonvel_aec.h"
 #include "sonvel_aec_stages.h"
 #include "state/aec_header.h"
@@ -17,10 +18,6 @@
 namespace {
 
 constexpr double kSeconds = 6.0;
-
-int16_t clip16(double v) {
-    return static_cast<int16_t>(std::lround(v > 32767.0 ? 32767.0 : (v < -32768.0 ? -32768.0 : v)));
-}
 
 // Harmonics of a gliding pitch plus noise in 200 ms syllables, inside talk spurts.
 std::vector<double> talk(int rate, double pitch0, double spurt_s, double pause_s, double offset_s,
@@ -57,7 +54,7 @@ struct Call {
         const int taps = 30 * rate / 1000;
         far.resize(f.size());
         near.resize(f.size());
-        for (size_t i = 0; i < f.size(); ++i) far[i] = clip16(12000.0 * f[i]);
+        for (size_t i = 0; i < f.size(); ++i) far[i] = bench::clip16(12000.0 * f[i]);
         uint32_t seed = 7;
         std::vector<double> h(taps);
         for (int k = 0; k < taps; ++k) {
@@ -71,45 +68,15 @@ struct Call {
                 const long m = static_cast<long>(i) - bulk - k;
                 if (m >= 0) echo += h[k] * far[m];
             }
-            near[i] = clip16(echo + 8000.0 * n[i]);
-        }
-    }
-};
-
-struct Instance {
-    std::vector<uint64_t> mem = std::vector<uint64_t>(SONVEL_AEC_INSTANCE_BYTES / 8);
-    void *handle = nullptr;
-    AecState *st = nullptr;
-
-    explicit Instance(int rate) {
-        AecCfg cfg = Sonvel_AEC_gastMrvAecCfgTab;
-        cfg.u8SampleRate = rate == 16000 ? 1 : 0;
-        if (Sonvel_AEC_Init(&handle, mem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg) == 0) {
-            st =
-                reinterpret_cast<AecState *>(static_cast<uint8_t *>(handle) + sonvel::kHeaderBytes);
+            near[i] = bench::clip16(echo + 8000.0 * n[i]);
         }
     }
 };
 
 void BM_FullFrame(benchmark::State &state) {
     const int rate = static_cast<int>(state.range(0));
-    const int frame = rate / 100;
     const Call call(rate);
-    Instance inst(rate);
-    if (inst.st == nullptr) {
-        state.SkipWithError("initialisation failed");
-        return;
-    }
-    std::vector<int16_t> out(frame);
-    const size_t frames = call.far.size() / frame;
-    size_t f = 0;
-    for (auto _ : state) {
-        Sonvel_AEC_Apply(inst.handle, &call.near[f * frame], &call.far[f * frame], out.data());
-        benchmark::DoNotOptimize(out.data());
-        f = f + 1 == frames ? 0 : f + 1;
-    }
-    state.counters["frames/s"] =
-        benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+    bench::run_frames(state, rate, call.near, call.far);
 }
 
 // The suppression frame step alone, repeated on the state of one block in the middle of the call.
@@ -117,7 +84,7 @@ void BM_SuppressorBlock(benchmark::State &state) {
     const int rate = static_cast<int>(state.range(0));
     const int frame = rate / 100;
     const Call call(rate);
-    Instance inst(rate);
+    bench::Instance inst(rate);
     if (inst.st == nullptr) {
         state.SkipWithError("initialisation failed");
         return;
