@@ -27,29 +27,8 @@ case $rate in 8000 | 16000) ;; *) die "--rate must be 8000 or 16000" ;; esac
 packages=(cmake ninja-build g++ pkg-config libsndfile1-dev libsamplerate0-dev
   python3 python3-matplotlib python3-numpy)
 
-# apt-get update once, then install what dpkg does not list as installed.
-install_missing() {
-  if ! command -v dpkg-query > /dev/null; then
-    echo "== no dpkg: assuming ${packages[*]} are installed"
-    return
-  fi
-  local missing=() p
-  for p in "${packages[@]}"; do
-    dpkg-query -W -f='${Status}' "$p" 2> /dev/null | grep -q 'ok installed' || missing+=("$p")
-  done
-  [ ${#missing[@]} -eq 0 ] && return
-  local sudo=()
-  if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo > /dev/null || die "missing packages: ${missing[*]} (run as root, or install them)"
-    sudo=(sudo)
-  fi
-  echo "== installing: ${missing[*]}"
-  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update || die "apt-get update failed"
-  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y --no-install-recommends "${missing[@]}" || die "apt-get install failed"
-}
-
-install_missing
+source scripts/lib/packages.sh
+ensure_packages "${packages[@]}"
 
 generator=(-G Ninja)
 command -v ninja > /dev/null || generator=(-G "Unix Makefiles")

@@ -41,7 +41,7 @@ for c in "${configs[@]}"; do
     packages+=(clang libclang-rt-14-dev)
   fi
 done
-ensure_packages "${packages[@]}"
+install_packages "${packages[@]}"
 
 generator=(-G Ninja)
 command -v ninja > /dev/null || generator=(-G "Unix Makefiles")

@@ -11,37 +11,15 @@ elapsed() {
   printf '%dm%02ds' $(($1 / 60)) $(($1 % 60))
 }
 
-# Installs the given Debian packages when any of them is missing: apt-get update once, then
-# apt-get install without recommended packages. Needs root, or sudo.
-ensure_packages() {
-  if ! command -v dpkg-query > /dev/null; then
-    echo "== no dpkg: assuming the build tools are installed"
-    return
-  fi
-  local missing=() p
-  for p in "$@"; do
-    if ! dpkg-query -W -f='${Status}' "$p" 2> /dev/null | grep -q 'ok installed'; then
-      missing+=("$p")
-    fi
-  done
-  if [ ${#missing[@]} -eq 0 ]; then
-    echo "== packages: all present"
-    return
-  fi
-  local sudo=()
-  if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo > /dev/null ||
-      die "missing packages: ${missing[*]} (run as root, or install them first)"
-    sudo=(sudo)
-  fi
-  echo "== installing: ${missing[*]}"
+source "$(dirname "${BASH_SOURCE[0]}")/packages.sh"
+
+# The packages, with their installation time in the summary when any were missing.
+install_packages() {
   local t0=$SECONDS
-  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update ||
-    die "apt-get update failed"
-  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y --no-install-recommends "${missing[@]}" ||
-    die "apt-get install failed"
-  summary+=("$(printf '%-8s %d installed  %s' packages ${#missing[@]} "$(elapsed $((SECONDS - t0)))")")
+  ensure_packages "$@"
+  if [ "$packages_installed" -gt 0 ]; then
+    summary+=("$(printf '%-8s %d installed  %s' packages "$packages_installed" "$(elapsed $((SECONDS - t0)))")")
+  fi
 }
 
 # build_and_test NAME BUILD_DIR CMAKE_ARGS...: configure, build, run every test; stops the script
