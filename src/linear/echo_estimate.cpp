@@ -7,6 +7,7 @@
 #include "linear/linear_internal.h"
 #include "sonvel_aec_spectral.h"
 #include "sonvel_aec_stages.h"
+#include "spectral/kernels.h"
 
 extern "C" SONVEL_API void Sonvel_AEC_MdfFilter(AecState *state, int32_t *y, const int16_t *near) {
     const lin::Geometry g = lin::geometry(*state);
@@ -15,8 +16,9 @@ extern "C" SONVEL_API void Sonvel_AEC_MdfFilter(AecState *state, int32_t *y, con
     std::memset(y, 0, sizeof(int32_t) * static_cast<size_t>(g.n + 2));
 
     // 2. Y = sum over the six partitions of rnd_31(X_p * W_p), saturating, oldest slot last.
+    const sp::Isa isa = sp::instance_isa(state);
     for (int p = g.start; p < g.start + lin::kParts; ++p) {
-        Sonvel_AEC_Complex_Mla(state->aiFarSpecHist[p], state->aiFiltPart[p], y, g.l + 2);
+        sp::complex_mla(isa, state->aiFarSpecHist[p], state->aiFiltPart[p], y, g.l + 2);
     }
 
     // 3. Leave log2 N guard bits for the inverse transform.

@@ -8,6 +8,7 @@
 #include "linear/linear_internal.h"
 #include "sonvel_aec_spectral.h"
 #include "sonvel_aec_stages.h"
+#include "spectral/kernels.h"
 #include "spectral/reciprocal.h"
 
 namespace {
@@ -132,6 +133,7 @@ void accumulate_into_filter(int32_t *__restrict w, const int32_t *__restrict phi
 extern "C" SONVEL_API void Sonvel_AEC_UpdateFilterParameter(AecState *state, int32_t *eblock) {
     const lin::Geometry geo = lin::geometry(*state);
     const void *plan = state->au8FftPlan;
+    const sp::Isa isa = sp::instance_isa(state);
     const int guard = 16 - geo.s;
     Work wk;
     std::memset(&wk, 0, sizeof wk);
@@ -146,7 +148,7 @@ extern "C" SONVEL_API void Sonvel_AEC_UpdateFilterParameter(AecState *state, int
     normalised_error(eblock, wk.r, geo.l + 2, wk.g, wk.qg);
 
     // 4. Gradient power with a common Q per bin.
-    Sonvel_AEC_Complex_Energy_DQ_F(wk.g, wk.qg, wk.e2, wk.qe2, geo.l + 4);
+    sp::energy_dq_f(isa, wk.g, wk.qg, wk.e2, wk.qe2, geo.l + 4);
 
     // 5.-6. Constant-magnitude gain, applied to G.
     constant_magnitude_gain(wk.e2, wk.qe2, geo.l + 4);
@@ -162,7 +164,7 @@ extern "C" SONVEL_API void Sonvel_AEC_UpdateFilterParameter(AecState *state, int
     // 10. Constrained gradient of each partition, added into the filter.
     for (int p = geo.start; p < geo.start + lin::kParts; ++p) {
         int32_t *t = wk.t;
-        Sonvel_AEC_Complex_ConjMult(wk.g, state->aiFarSpecHist[p], t, geo.l + 2);
+        sp::complex_conj_mult(isa, wk.g, state->aiFarSpecHist[p], t, geo.l + 2);
         const int h1 = Sonvel_AEC_VetorNorm(t, guard, geo.n + 2);
         Sonvel_AEC_Realifft(t, geo.n, plan);
         std::memset(t + geo.l, 0, sizeof(int32_t) * static_cast<size_t>(geo.n - geo.l));

@@ -4,6 +4,7 @@
 #include "sonvel_aec_spectral.h"
 
 #include "spectral/kernel_elements.h"
+#include "spectral/kernels.h"
 
 extern "C" SONVEL_API void Sonvel_AEC_Complex_Mult(const int32_t *a, const int32_t *b, int32_t *out,
                                                    int32_t n) {
@@ -15,8 +16,7 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Mult(const int32_t *a, const int32
     }
 }
 
-extern "C" SONVEL_API void Sonvel_AEC_Complex_Mla(const int32_t *a, const int32_t *b, int32_t *acc,
-                                                  int32_t n) {
+void sp::complex_mla(Isa, const int32_t *a, const int32_t *b, int32_t *acc, int32_t n) {
     const int32_t words = 2 * sp::stepped_count(n, 2);
     for (int32_t w = 0; w < words; w += 2) {
         const sp::Prod64 p = sp::cmul(a[w], a[w + 1], b[w], b[w + 1]);
@@ -25,14 +25,23 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Mla(const int32_t *a, const int32_
     }
 }
 
-extern "C" SONVEL_API void Sonvel_AEC_Complex_ConjMult(const int32_t *a, const int32_t *b,
-                                                       int32_t *out, int32_t n) {
+void sp::complex_conj_mult(Isa, const int32_t *a, const int32_t *b, int32_t *out, int32_t n) {
     const int32_t words = 2 * sp::stepped_count(n, 2);
     for (int32_t w = 0; w < words; w += 2) {
         const sp::Prod64 p = sp::cmul_conj(a[w], a[w + 1], b[w], b[w + 1]);
         out[w] = fx::rnd(p.re, 31);
         out[w + 1] = fx::rnd(p.im, 31);
     }
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_Complex_Mla(const int32_t *a, const int32_t *b, int32_t *acc,
+                                                  int32_t n) {
+    sp::complex_mla(sp::kStatelessIsa, a, b, acc, n);
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_Complex_ConjMult(const int32_t *a, const int32_t *b,
+                                                       int32_t *out, int32_t n) {
+    sp::complex_conj_mult(sp::kStatelessIsa, a, b, out, n);
 }
 
 extern "C" SONVEL_API void Sonvel_AEC_Complex_ConjMult_Q(const int32_t *a, const int32_t *b,

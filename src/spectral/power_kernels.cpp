@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "spectral/kernel_elements.h"
+#include "spectral/kernels.h"
 #include "state/aec_state.h"
 
 namespace {
@@ -36,7 +37,6 @@ inline void energy_dq(const int32_t *x, const int32_t *qx, int32_t *e, int32_t *
 }
 
 int32_t part_power_t(int32_t x) { return sp::part_power_t(x); }
-int32_t part_power_f(int32_t x) { return sp::part_power_f(x); }
 
 }  // namespace
 
@@ -45,13 +45,16 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_T(const int32_t *x, cons
     energy_dq<part_power_t>(x, qx, e, qe, sp::stepped_count(n, 2));
 }
 
-extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_F(const int32_t *x, const int32_t *qx,
-                                                          int32_t *e, int32_t *qe, int32_t n) {
+void sp::energy_dq_f(Isa, const int32_t *x, const int32_t *qx, int32_t *e, int32_t *qe, int32_t n) {
     energy_dq<part_power_f>(x, qx, e, qe, sp::stepped_count(n, 4));
 }
 
-extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_F(const int32_t *x, int32_t *e, int16_t q,
-                                                       int16_t *qe, int32_t n) {
+extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_F(const int32_t *x, const int32_t *qx,
+                                                          int32_t *e, int32_t *qe, int32_t n) {
+    sp::energy_dq_f(sp::kStatelessIsa, x, qx, e, qe, n);
+}
+
+void sp::energy_f(Isa, const int32_t *x, int32_t *e, int16_t q, int16_t *qe, int32_t n) {
     const int32_t bins = sp::stepped_count(n, 4);
     const int qoff = 2 * q - 32;
     for (int32_t k = 0; k < bins; ++k) {
@@ -60,6 +63,11 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_F(const int32_t *x, int32_t
         e[k] = m.m;
         qe[k] = static_cast<int16_t>(m.q);
     }
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_F(const int32_t *x, int32_t *e, int16_t q,
+                                                       int16_t *qe, int32_t n) {
+    sp::energy_f(sp::kStatelessIsa, x, e, q, qe, n);
 }
 
 extern "C" SONVEL_API void Sonvel_AEC_Energy(const AecState *state, const int32_t *x, int32_t *p) {

@@ -4,6 +4,7 @@
 #include "sonvel_aec_spectral.h"
 
 #include "spectral/kernel_elements.h"
+#include "spectral/kernels.h"
 
 namespace {
 
@@ -16,8 +17,8 @@ inline void smooth_into(int32_t x, int qx, int32_t &y, int16_t &qy, int32_t a) {
 
 }  // namespace
 
-extern "C" SONVEL_API void Sonvel_AEC_Smooth_DG_F(const int32_t *x, int32_t *y, const int16_t *qx,
-                                                  int16_t *qy, const int16_t *a, int16_t n) {
+void sp::smooth_dg_f(Isa, const int32_t *x, int32_t *y, const int16_t *qx, int16_t *qy,
+                     const int16_t *a, int16_t n) {
     const int32_t count = sp::stepped_count(n, 4);
     for (int32_t i = 0; i < count; ++i) smooth_into(x[i], qx[i], y[i], qy[i], a[i]);
 }
@@ -28,9 +29,8 @@ extern "C" SONVEL_API void Sonvel_AEC_Smooth_F(const int32_t *x, int32_t *y, con
     for (int32_t i = 0; i < count; ++i) smooth_into(x[i], qx[i], y[i], qy[i], a);
 }
 
-extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_Smooth_F(const int32_t *x, int32_t *y,
-                                                              int16_t q, int16_t *qy, int16_t a,
-                                                              int32_t n) {
+void sp::energy_smooth_f(Isa, const int32_t *x, int32_t *y, int16_t q, int16_t *qy, int16_t a,
+                         int32_t n) {
     const int32_t bins = sp::stepped_count(n, 4);
     const int qoff = 2 * q - 32;
     for (int32_t k = 0; k < bins; ++k) {
@@ -39,9 +39,8 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_Smooth_F(const int32_t *x, 
     }
 }
 
-extern "C" SONVEL_API void Sonvel_AEC_Complex_ConjMult_Smooth_Q(const int32_t *a, const int32_t *b,
-                                                                int32_t *y, int16_t q, int16_t *qy,
-                                                                int16_t s, int32_t n) {
+void sp::conj_mult_smooth_q(Isa, const int32_t *a, const int32_t *b, int32_t *y, int16_t q,
+                            int16_t *qy, int16_t s, int32_t n) {
     const int32_t words = 2 * sp::stepped_count(n, 2);
     const int qoff = 2 * q - 32;
     for (int32_t w = 0; w < words; w += 2) {
@@ -49,4 +48,21 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_ConjMult_Smooth_Q(const int32_t *a
         smooth_into(c.re, c.hr_re + qoff, y[w], qy[w], s);
         smooth_into(c.im, c.hr_im + qoff, y[w + 1], qy[w + 1], s);
     }
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_Smooth_DG_F(const int32_t *x, int32_t *y, const int16_t *qx,
+                                                  int16_t *qy, const int16_t *a, int16_t n) {
+    sp::smooth_dg_f(sp::kStatelessIsa, x, y, qx, qy, a, n);
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_Smooth_F(const int32_t *x, int32_t *y,
+                                                              int16_t q, int16_t *qy, int16_t a,
+                                                              int32_t n) {
+    sp::energy_smooth_f(sp::kStatelessIsa, x, y, q, qy, a, n);
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_Complex_ConjMult_Smooth_Q(const int32_t *a, const int32_t *b,
+                                                                int32_t *y, int16_t q, int16_t *qy,
+                                                                int16_t s, int32_t n) {
+    sp::conj_mult_smooth_q(sp::kStatelessIsa, a, b, y, q, qy, s, n);
 }

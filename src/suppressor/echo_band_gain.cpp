@@ -13,6 +13,7 @@
 #include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
 #include "spectral/kernel_elements.h"
+#include "spectral/kernels.h"
 #include "spectral/reciprocal.h"
 #include "state/aec_state.h"
 
@@ -135,12 +136,13 @@ extern "C" SONVEL_API void Sonvel_AEC_HnlmGain(AecState *state, const void * /*u
     const int last = st->s16HalfFftLen;
     const int bins = last + 4;
     const auto s = static_cast<int16_t>(st->s16RateShift);
+    const sp::Isa isa = sp::instance_isa(st);
 
     // 1. Instantaneous powers of the delayed far end, the error and the echo estimate.
     Powers px, pe, py;
-    Sonvel_AEC_Complex_Energy_F(X, px.man, s, px.exp, bins);
-    Sonvel_AEC_Complex_Energy_F(E, pe.man, s, pe.exp, bins);
-    Sonvel_AEC_Complex_Energy_F(Y, py.man, s, py.exp, bins);
+    sp::energy_f(isa, X, px.man, s, px.exp, bins);
+    sp::energy_f(isa, E, pe.man, s, pe.exp, bins);
+    sp::energy_f(isa, Y, py.man, s, py.exp, bins);
 
     // 2. Per-bin smoothing factors from the previous block's Asx and Asy.
     int16_t a[kBins];
@@ -151,9 +153,9 @@ extern "C" SONVEL_API void Sonvel_AEC_HnlmGain(AecState *state, const void * /*u
 
     // 3. Smoothing: error, far end, echo estimate.
     const auto n = static_cast<int16_t>(bins);
-    Sonvel_AEC_Smooth_DG_F(pe.man, st->ai32AseMan, pe.exp, st->as16AseExp, a, n);
-    Sonvel_AEC_Smooth_DG_F(px.man, st->ai32AsxMan, px.exp, st->as16AsxExp, a, n);
-    Sonvel_AEC_Smooth_DG_F(py.man, st->ai32AsyMan, py.exp, st->as16AsyExp, a, n);
+    sp::smooth_dg_f(isa, pe.man, st->ai32AseMan, pe.exp, st->as16AseExp, a, n);
+    sp::smooth_dg_f(isa, px.man, st->ai32AsxMan, px.exp, st->as16AsxExp, a, n);
+    sp::smooth_dg_f(isa, py.man, st->ai32AsyMan, py.exp, st->as16AsyExp, a, n);
 
     // 4. Far-end silence latch and peak hold.
     silence_latch_and_peak_hold(st, px, last);

@@ -9,6 +9,7 @@
 #include "fixedpoint/block_float.h"
 #include "state/aec_state.h"
 #include "spectral/kernel_elements.h"
+#include "spectral/kernels.h"
 #include "suppressor/spectrum_power.h"
 #include "suppressor/synthesis.h"
 
@@ -111,9 +112,10 @@ void delay_far(AecState *st, int32_t *x) {
 void smooth_powers(AecState *st, const Spectra &f) {
     const int16_t s = st->s16RateShift;
     const int32_t bins = st->s16HalfFftLen + 4;
-    Sonvel_AEC_Complex_Energy_Smooth_F(f.e, st->ai32SeMan, s, st->as16SeExp, kSmooth, bins);
-    Sonvel_AEC_Complex_Energy_Smooth_F(f.d, st->ai32SdMan, s, st->as16SdExp, kSmooth, bins);
-    Sonvel_AEC_Complex_Energy_Smooth_F(f.x, st->ai32SxMan, s, st->as16SxExp, kSmooth, bins);
+    const sp::Isa isa = sp::instance_isa(st);
+    sp::energy_smooth_f(isa, f.e, st->ai32SeMan, s, st->as16SeExp, kSmooth, bins);
+    sp::energy_smooth_f(isa, f.d, st->ai32SdMan, s, st->as16SdExp, kSmooth, bins);
+    sp::energy_smooth_f(isa, f.x, st->ai32SxMan, s, st->as16SxExp, kSmooth, bins);
 }
 
 // Step 9: sum of a smoothed power over bins 0..L at the common scale 2^c, divided by 2^8.
@@ -132,10 +134,9 @@ int16_t min_exp(const int16_t *exp, int bins, int16_t start) {
 void smooth_cross(AecState *st, const Spectra &f) {
     const int16_t s = st->s16RateShift;
     const int32_t bins = st->s16HalfFftLen + 2;
-    Sonvel_AEC_Complex_ConjMult_Smooth_Q(f.x, f.d, st->ai32SxdMan, s, st->as16SxdExp, kSmooth,
-                                         bins);
-    Sonvel_AEC_Complex_ConjMult_Smooth_Q(f.e, f.d, st->ai32SedMan, s, st->as16SedExp, kSmooth,
-                                         bins);
+    const sp::Isa isa = sp::instance_isa(st);
+    sp::conj_mult_smooth_q(isa, f.x, f.d, st->ai32SxdMan, s, st->as16SxdExp, kSmooth, bins);
+    sp::conj_mult_smooth_q(isa, f.e, f.d, st->ai32SedMan, s, st->as16SedExp, kSmooth, bins);
 }
 
 // Step 12: mute the block when the suppressed output keeps less than 1/64 of the near-end power.

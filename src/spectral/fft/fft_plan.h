@@ -44,7 +44,7 @@ struct Plan {
     int32_t order;
     int32_t n;
     int32_t firstRadix;         // 4 or 2
-    int32_t vectorised;         // 1 when the processor runs the vectorised stages
+    int32_t vectorised;         // 1 when the processor runs the vectorised code (AVX2 + FMA, NEON)
     int32_t twOffset[kStages];  // first word of each radix-4 stage's twiddles (stage 0: none)
     int32_t tw[kTwiddleWords];
     uint8_t firstOut[kFirstOutCount];

@@ -251,7 +251,10 @@ SV_AVX2 void stage(int32_t *d, const Plan &p, int s, const Round &round) {
 // AVX and XCR0 bits 1-2), read directly rather than through the compiler runtime's CPU model.
 bool available() {
     unsigned a = 0, b = 0, c = 0, d = 0;
-    if (!__get_cpuid(1, &a, &b, &c, &d) || (c & bit_OSXSAVE) == 0 || (c & bit_AVX) == 0) return false;
+    // FMA comes with AVX2 on every processor that has both; the per-bin loops use it.
+    if (!__get_cpuid(1, &a, &b, &c, &d) || (c & bit_OSXSAVE) == 0 || (c & bit_AVX) == 0 ||
+        (c & bit_FMA) == 0)
+        return false;
     unsigned xcr0_lo = 0, xcr0_hi = 0;
     __asm__("xgetbv" : "=a"(xcr0_lo), "=d"(xcr0_hi) : "c"(0));
     if ((xcr0_lo & 6u) != 6u) return false;

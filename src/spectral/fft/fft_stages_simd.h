@@ -9,7 +9,8 @@
 
 namespace sonvel::fft::simd {
 
-// True when this processor runs the vectorised stages. Asked once, when a plan is prepared, and
+// True when this processor runs the vectorised stages (on x86-64: AVX2 and FMA, which the per-bin
+// loops of the stages use too). Asked once, when a plan is prepared, and
 // recorded in the plan: the library keeps no global state, not even a cached processor check.
 bool available();
 

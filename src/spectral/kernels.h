@@ -1,0 +1,35 @@
+// The per-bin kernels as the stages call them: the same computations as the exported kernels,
+// with the choice between the portable and the vectorised loops made by the caller's instance.
+#pragma once
+
+#include <cstdint>
+
+#include "spectral/vector_isa.h"
+
+namespace sp {
+
+// acc += rnd_31(a b) per bin, saturating.
+void complex_mla(Isa isa, const int32_t *a, const int32_t *b, int32_t *acc, int32_t n);
+
+// out = rnd_31(a conj(b)) per bin.
+void complex_conj_mult(Isa isa, const int32_t *a, const int32_t *b, int32_t *out, int32_t n);
+
+// y smoothed towards the normalised a conj(b) of each part, with its Q value in qy.
+void conj_mult_smooth_q(Isa isa, const int32_t *a, const int32_t *b, int32_t *y, int16_t q,
+                        int16_t *qy, int16_t s, int32_t n);
+
+// y smoothed towards the single-precision power of each bin of x.
+void energy_smooth_f(Isa isa, const int32_t *x, int32_t *y, int16_t q, int16_t *qy, int16_t a,
+                     int32_t n);
+
+// Single-precision power of each bin of x, normalised, with its Q value.
+void energy_f(Isa isa, const int32_t *x, int32_t *e, int16_t q, int16_t *qe, int32_t n);
+
+// Power of spectra whose parts carry their own Q values.
+void energy_dq_f(Isa isa, const int32_t *x, const int32_t *qx, int32_t *e, int32_t *qe, int32_t n);
+
+// y smoothed towards x with a factor per element.
+void smooth_dg_f(Isa isa, const int32_t *x, int32_t *y, const int16_t *qx, int16_t *qy,
+                 const int16_t *a, int16_t n);
+
+}  // namespace sp
