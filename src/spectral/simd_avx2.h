@@ -1,0 +1,168 @@
+// Integer lane primitives for the vectorised per-bin loops on x86-64 with AVX2 and FMA: eight
+// int32 lanes or four int64 lanes per register. Each one gives, lane by lane, exactly the bits of
+// its scalar twin in fixedpoint/block_float.h for every operand. The functions carry their own
+// target attribute, so only callers that checked the processor (sp::Isa::kVector) may run them;
+// callers mark themselves with SP_AVX2 too.
+#pragma once
+
+#if defined(__x86_64__)
+
+#include <immintrin.h>
+
+#include <cstdint>
+
+#define SP_AVX2 __attribute__((target("avx2,fma")))
+
+namespace sp::simd {
+
+using V = __m256i;  // eight int32 lanes or four int64 lanes, as the function names say
+
+// ---- Loads and stores (no alignment needed) ----
+
+SP_AVX2 inline V load8(const int32_t *p) {
+    return _mm256_loadu_si256(reinterpret_cast<const V *>(p));
+}
+
+SP_AVX2 inline void store8(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
+
+// ---- 32-bit lanes ----
+
+// fx::hr of each lane. u = x ^ (x >> 31) is non-negative with its top set bit at 30 - hr;
+// clearing every bit below a set bit keeps the top bit and stops the conversion to float from
+// rounding up to the next power of two, so the float's exponent is that bit's position.
+// u = 0 has exponent field 0, which gives 157 and the minimum makes it 31.
+SP_AVX2 inline V hr32(V x) {
+    V u = _mm256_xor_si256(x, _mm256_srai_epi32(x, 31));
+    u = _mm256_andnot_si256(_mm256_srli_epi32(u, 1), u);
+    const V bits = _mm256_castps_si256(_mm256_cvtepi32_ps(u));
+    const V h = _mm256_sub_epi32(_mm256_set1_epi32(157), _mm256_srli_epi32(bits, 23));
+    return _mm256_min_epi32(h, _mm256_set1_epi32(31));
+}
+
+// The value a lane saturates to when a sum with first operand a overflows: a < 0 ? -2^31 : 2^31-1.
+SP_AVX2 inline V sat_bound32(V a) {
+    return _mm256_xor_si256(_mm256_srai_epi32(a, 31), _mm256_set1_epi32(INT32_MAX));
+}
+
+// Lanes of r, replaced by b where the sign bit of mask is set.
+SP_AVX2 inline V select32(V r, V b, V mask) {
+    return _mm256_castps_si256(_mm256_blendv_ps(_mm256_castsi256_ps(r), _mm256_castsi256_ps(b),
+                                                _mm256_castsi256_ps(mask)));
+}
+
+// fx::sat_add / fx::sat_sub: the wrapped sum, or the bound of a's sign where it overflowed.
+SP_AVX2 inline V sat_add32(V a, V b) {
+    const V r = _mm256_add_epi32(a, b);
+    const V ovf = _mm256_and_si256(_mm256_xor_si256(a, r), _mm256_xor_si256(b, r));
+    return select32(r, sat_bound32(a), ovf);
+}
+
+SP_AVX2 inline V sat_sub32(V a, V b) {
+    const V r = _mm256_sub_epi32(a, b);
+    const V ovf = _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, r));
+    return select32(r, sat_bound32(a), ovf);
+}
+
+// Two's-complement negation of the odd lanes (the imaginary parts of interleaved complex
+// values); -2^31 stays -2^31 as sp::neg_wrap.
+SP_AVX2 inline V conj32(V x) {
+    return _mm256_sign_epi32(x, _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1));
+}
+
+// Exchange the even and odd lanes (re and im of interleaved complex values).
+SP_AVX2 inline V swap_pairs32(V x) { return _mm256_shuffle_epi32(x, 0xB1); }
+
+// fx::shr_trunc with a count per lane, counts >= 0 (from 32 on the sign fill).
+SP_AVX2 inline V shr_trunc32(V x, V c) { return _mm256_srav_epi32(x, c); }
+
+// fx::shift_sat with a signed count per lane: left with saturation where c > 0, truncating right
+// by -c elsewhere. A left shift beyond the headroom of a non-zero lane saturates.
+SP_AVX2 inline V shift_sat32(V x, V c) {
+    const V zero = _mm256_setzero_si256();
+    const V left = _mm256_sllv_epi32(x, c);
+    const V right = _mm256_srav_epi32(x, _mm256_sub_epi32(zero, c));
+    const V over = _mm256_andnot_si256(_mm256_cmpeq_epi32(x, zero), _mm256_cmpgt_epi32(c, hr32(x)));
+    const V l = select32(left, sat_bound32(x), over);
+    return select32(right, l, _mm256_cmpgt_epi32(c, zero));
+}
+
+// fx::i2f of each lane (the same rounding as the scalar conversion).
+SP_AVX2 inline __m256 i2f(V x) { return _mm256_cvtepi32_ps(x); }
+
+// fx::f2i of each lane: the conversion gives -2^31 for every operand out of range and for NaN;
+// lanes at or above 2^31 become 2^31-1, NaN lanes 0.
+SP_AVX2 inline V f2i(__m256 f) {
+    const V r = _mm256_cvttps_epi32(f);
+    const V big = _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ));
+    const V nan = _mm256_castps_si256(_mm256_cmp_ps(f, f, _CMP_UNORD_Q));
+    return _mm256_andnot_si256(nan, _mm256_xor_si256(r, big));
+}
+
+// ---- 64-bit lanes ----
+
+// Exact products of the sign-extended even (odd) int32 lanes of a and b: four int64 lanes.
+SP_AVX2 inline V mul_even(V a, V b) { return _mm256_mul_epi32(a, b); }
+
+SP_AVX2 inline V mul_odd(V a, V b) {
+    return _mm256_mul_epi32(_mm256_srli_epi64(a, 32), _mm256_srli_epi64(b, 32));
+}
+
+// Lanes of r, replaced by b where the sign bit of the 64-bit lane of mask is set.
+SP_AVX2 inline V select64(V r, V b, V mask) {
+    return _mm256_castpd_si256(_mm256_blendv_pd(_mm256_castsi256_pd(r), _mm256_castsi256_pd(b),
+                                                _mm256_castsi256_pd(mask)));
+}
+
+// a < 0 ? INT64_MIN : INT64_MAX per lane.
+SP_AVX2 inline V sat_bound64(V a) {
+    const V neg = _mm256_cmpgt_epi64(_mm256_setzero_si256(), a);
+    return _mm256_xor_si256(neg, _mm256_set1_epi64x(INT64_MAX));
+}
+
+// fx::sat_add64 / fx::sat_sub64.
+SP_AVX2 inline V sat_add64(V a, V b) {
+    const V r = _mm256_add_epi64(a, b);
+    const V ovf = _mm256_and_si256(_mm256_xor_si256(a, r), _mm256_xor_si256(b, r));
+    return select64(r, sat_bound64(a), ovf);
+}
+
+SP_AVX2 inline V sat_sub64(V a, V b) {
+    const V r = _mm256_sub_epi64(a, b);
+    const V ovf = _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, r));
+    return select64(r, sat_bound64(a), ovf);
+}
+
+// fx::rnd(v, k) of each 64-bit lane for k in 1..32, the int32 result in the even 32-bit lanes
+// (odd lanes hold junk). rnd is monotonic, so v is first clamped to the range whose results do
+// not saturate, [-2^(31+k) - 2^(k-1), 2^(31+k) - 2^(k-1) - 1] (no lower bound for k = 32); then
+// v + 2^(k-1) + 2^(31+k) lies in [0, 2^(32+k)) as an unsigned number, its logical shift by k in
+// [0, 2^32), and flipping bit 31 of the low half subtracts the 2^31 again.
+SP_AVX2 inline V rnd64(V v, int k) {
+    const int64_t half = int64_t{1} << (k - 1);
+    const uint64_t top = uint64_t{1} << (31 + k);
+    const V hi = _mm256_set1_epi64x(static_cast<int64_t>(top - static_cast<uint64_t>(half) - 1));
+    v = select64(v, hi, _mm256_cmpgt_epi64(v, hi));
+    if (k < 32) {
+        const V lo = _mm256_set1_epi64x(static_cast<int64_t>(0 - top - static_cast<uint64_t>(half)));
+        v = select64(v, lo, _mm256_cmpgt_epi64(lo, v));
+    }
+    const V bias = _mm256_set1_epi64x(static_cast<int64_t>(top + static_cast<uint64_t>(half)));
+    const V u = _mm256_srl_epi64(_mm256_add_epi64(v, bias), _mm_cvtsi32_si128(k));
+    return _mm256_xor_si256(u, _mm256_set1_epi64x(INT32_MIN & 0xFFFFFFFFll));
+}
+
+// Eight int32 lanes from the even 32-bit lanes of re (to even lanes) and of im (to odd lanes):
+// interleaved complex values from separately computed parts.
+SP_AVX2 inline V interleave_even(V re, V im) {
+    return _mm256_blend_epi32(re, _mm256_slli_epi64(im, 32), 0xAA);
+}
+
+// The even 32-bit lanes of v as four int32 lanes, in order.
+SP_AVX2 inline __m128i narrow_even(V v) {
+    return _mm256_castsi256_si128(
+        _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6)));
+}
+
+}  // namespace sp::simd
+
+#endif
