@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "linear/linear_internal.h"
+#include "linear/linear_loops.h"
 #include "sonvel_aec_spectral.h"
 #include "sonvel_aec_stages.h"
 #include "spectral/kernels.h"
@@ -30,17 +31,7 @@ extern "C" SONVEL_API void Sonvel_AEC_MdfFilter(AecState *state, int32_t *y, con
     // 5. Undo the normalisation (with a gain of 2^4) on the second half, subtract from the
     //    near end, and rebuild the buffer as [0, error].
     const int undo = g.order - h + 4;
-    int32_t *est = state->ai32EchoEst;
-    int32_t *err = state->ai32ErrBlk;
-    for (int i = 0; i < g.l; ++i) {
-        const int32_t yhat = fx::shift_sat(y[g.l + i], undo);
-        const int32_t d = fx::shift_sat(near[i], g.s);
-        est[i] = yhat;
-        const int32_t e = fx::sat_sub(d, yhat);
-        err[i] = e;
-        y[i] = 0;
-        y[g.l + i] = e;
-    }
+    lin::estimate_and_error(isa, y, near, g.l, undo, g.s, state->ai32EchoEst, state->ai32ErrBlk);
 
     // 6. Optional clearing of the tail of the error block.
     const int clearFrom = std::max<int>(state->s16FftLen2, 0);

@@ -1,6 +1,5 @@
 // Pieces shared by the linear canceller's stage functions: the work-buffer sizes, the geometry of
-// one block read from the state, the logarithmic block level, and the headroom / shift helpers
-// used for block normalisation of time-domain ranges.
+// one block read from the state and the logarithmic block level.
 #pragma once
 
 #include <algorithm>
@@ -47,25 +46,6 @@ inline int16_t block_level(const int16_t *x, int n) {
     fx::Log2(a, &e, &f);
     const int32_t v = fx::L_sub(fx::L_add(fx::L_mpy(617, e), fx::L_mpy(617, f) >> 15), 559);
     return static_cast<int16_t>(977 + v);
-}
-
-// min(31, headroom of v[0..n-1]): the headroom of the OR of all magnitudes (x ^ sign).
-inline int block_headroom(const int32_t *v, int n) {
-    uint32_t bits = 0;
-    for (int i = 0; i < n; ++i) bits |= static_cast<uint32_t>(v[i] ^ (v[i] >> 31));
-    return bits == 0 ? 31 : __builtin_clz(bits) - 1;
-}
-
-// Shift v[0..n-1] by the signed count c: left within the headroom, truncating right otherwise.
-inline void shift_block(int32_t *v, int n, int c) {
-    if (c >= 32) {
-        std::fill_n(v, n, 0);
-    } else if (c >= 0) {
-        for (int i = 0; i < n; ++i) v[i] = static_cast<int32_t>(static_cast<uint32_t>(v[i]) << c);
-    } else {
-        const int r = std::min(-c, 31);
-        for (int i = 0; i < n; ++i) v[i] >>= r;
-    }
 }
 
 }  // namespace lin
