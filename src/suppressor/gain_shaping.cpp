@@ -13,7 +13,9 @@
 #include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
 #include "fixedpoint/extended_ops.h"
+#include "spectral/vector_isa.h"
 #include "state/aec_state.h"
+#include "suppressor/suppressor_lanes.h"
 
 namespace sonvel::shaping {
 
@@ -97,9 +99,17 @@ void treat_bands(AecState *st, int16_t *g, int last) {
     }
 }
 
-// E[k] = int(float(g[k]) * float(E[k]) * 2^-15) per part, for bins 0..bins-1.
-void apply_gains(const int16_t *g, int32_t *E, int bins) {
-    for (int k = 0; k < bins; ++k) {
+// Caps of the overdrive as the vectorised loop takes them.
+sup::lanes::OverdriveCaps lane_caps(const AecState *st) {
+    const int lo = st->s16ClampBinLo;
+    const int hi = st->s16ClampBinHi;
+    const bool high = st->s32OvrdBoost == 0 && st->s32EchoState == 1 && lo < hi;
+    return {lo, high ? lo + 1 : 1, high ? hi : 0, st->s16OvrdCapLo, st->s16OvrdCapHi};
+}
+
+// E[k] = int(float(g[k]) * float(E[k]) * 2^-15) per part, for bins from..bins-1.
+void apply_gains(const int16_t *g, int32_t *E, int from, int bins) {
+    for (int k = from; k < bins; ++k) {
         const float gf = fx::i2f(g[k]);
         for (int p = 0; p < 2; ++p) {
             const float prod = gf * fx::i2f(E[2 * k + p]);
@@ -119,9 +129,18 @@ extern "C" SONVEL_API void Sonvel_AEC_NlpPro(AecState *state, int16_t *g, int32_
     const int16_t *oc =
         narrow ? Sonvel_AEC_gasAecOverDriveCurve_65 : Sonvel_AEC_gasAecOverDriveCurve_129;
 
+    const sp::Isa isa = sp::instance_isa(state);
+
+    // 1-3 of bins 0..done-1 in vector steps, the rest below.
+    int done = 0;
+    if (isa == sp::Isa::kVector) {
+        done = sup::lanes::shape_gains(g, fb, wc, state->as16BinOvrd, oc, lane_caps(state),
+                                       last + 1);
+    }
+
     // 1. Weighting toward the band gain; overdrive shaped by frequency.
     int16_t od[sonvel::kBinWords] = {};
-    for (int k = 0; k <= last; ++k) {
+    for (int k = done; k <= last; ++k) {
         g[k] = weigh_toward_band(g[k], fb, wc[k]);
         od[k] = fx::sat16((int32_t{state->as16BinOvrd[k]} * oc[k]) >> 14);
     }
@@ -130,7 +149,7 @@ extern "C" SONVEL_API void Sonvel_AEC_NlpPro(AecState *state, int16_t *g, int32_
     cap_overdrive(state, od, last);
 
     // 3. Power.
-    for (int k = 0; k <= last; ++k) g[k] = overdrive_power(g[k], od[k]);
+    for (int k = done; k <= last; ++k) g[k] = overdrive_power(g[k], od[k]);
 
     // 4. Cap by the echo-band gain at far-end activity.
     cap_at_far_activity(state, g, last);
@@ -139,5 +158,7 @@ extern "C" SONVEL_API void Sonvel_AEC_NlpPro(AecState *state, int16_t *g, int32_
     treat_bands(state, g, last);
 
     // 6. Application to the error spectrum, bins 0..L+3.
-    apply_gains(g, E, last + 4);
+    const int words = 2 * (last + 4);
+    const int applied = isa == sp::Isa::kVector ? sup::lanes::apply_gains(g, E, words) : 0;
+    apply_gains(g, E, applied / 2, last + 4);
 }

@@ -2,6 +2,8 @@
 // far-end, error and echo frames, the delayed far-end spectrum, the smoothed auto- and
 // cross-spectra, the fixed order of the analysis, control, gain and comfort-noise steps, the
 // output-power mute, the pass-through while the far end is quiet, and the synthesis.
+#include <cstring>
+
 #include "sonvel_aec_spectral.h"
 #include "sonvel_aec_stages.h"
 
@@ -11,6 +13,7 @@
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
 #include "suppressor/spectrum_power.h"
+#include "suppressor/suppressor_lanes.h"
 #include "suppressor/synthesis.h"
 
 namespace {
@@ -39,33 +42,45 @@ void build_window(const AecState *st, int16_t *w) {
     for (int i = half; i < n; ++i) w[i] = table[n - i];
 }
 
-// Previous and current block of a 32-bit signal as one frame; the current block becomes the
-// previous.
-void join_blocks(int32_t *frame, int32_t *prev, const int32_t *cur, int half) {
-    for (int i = 0; i < half; ++i) frame[i] = prev[i];
-    for (int i = 0; i < half; ++i) frame[half + i] = cur[i];
-    for (int i = 0; i < half; ++i) prev[i] = cur[i];
+// A frame of 16-bit samples, windowed and brought to the scale shifted left by s.
+void window_pcm(sp::Isa isa, const int16_t *w, const int16_t *pcm, int32_t *frame, int shift,
+                int n) {
+    int i = isa == sp::Isa::kVector ? sup::lanes::window_pcm(w, pcm, frame, shift, n) : 0;
+    for (; i < n; ++i) frame[i] = (w[i] * pcm[i]) >> shift;
+}
+
+// A block of 32-bit samples windowed by the part of the window that starts at w.
+void window_q15(sp::Isa isa, const int16_t *w, const int32_t *in, int32_t *frame, int count) {
+    int i = isa == sp::Isa::kVector ? sup::lanes::window_q15(w, in, frame, count) : 0;
+    for (; i < count; ++i) frame[i] = fx::rnd(static_cast<int64_t>(in[i]) * w[i], 15);
+}
+
+// The previous and current block of a 32-bit signal as one windowed frame; the current block
+// becomes the previous.
+void window_blocks(sp::Isa isa, const int16_t *w, int32_t *prev, const int32_t *cur,
+                   int32_t *frame, int half) {
+    window_q15(isa, w, prev, frame, half);
+    window_q15(isa, w + half, cur, frame + half, half);
+    std::memcpy(prev, cur, sizeof(int32_t) * static_cast<size_t>(half));
 }
 
 // Step 2: the four windowed frames at the scale of 16-bit samples shifted left by s.
 void build_frames(AecState *st, const int16_t *w, Spectra &f) {
+    const sp::Isa isa = sp::instance_isa(st);
     const int half = st->s16BlockLen;
     const int n = st->s16FftLen2;
     const int shift = 15 - st->s16RateShift;
-    join_blocks(f.e, st->ai32ErrPrev, st->ai32ErrBlk, half);
-    join_blocks(f.y, st->ai32EchoPrev, st->ai32EchoEst, half);
-    for (int i = 0; i < n; ++i) {
-        f.d[i] = (w[i] * st->as16NearTimeBuf[i]) >> shift;
-        f.x[i] = (w[i] * st->as16FarTimeBuf[i]) >> shift;
-        f.e[i] = fx::rnd(static_cast<int64_t>(f.e[i]) * w[i], 15);
-        f.y[i] = fx::rnd(static_cast<int64_t>(f.y[i]) * w[i], 15);
-    }
+    window_pcm(isa, w, st->as16NearTimeBuf, f.d, shift, n);
+    window_pcm(isa, w, st->as16FarTimeBuf, f.x, shift, n);
+    window_blocks(isa, w, st->ai32ErrPrev, st->ai32ErrBlk, f.e, half);
+    window_blocks(isa, w, st->ai32EchoPrev, st->ai32EchoEst, f.y, half);
     for (int i = n; i < n + 8; ++i) f.d[i] = f.x[i] = f.e[i] = f.y[i] = 0;
 }
 
 // Step 4: no word of bins 0..N/2 stays zero; the guard words are cleared again.
-void zero_guard(int32_t *spectrum, int n) {
-    for (int i = 0; i < n + 2; ++i) spectrum[i] |= static_cast<int32_t>(spectrum[i] == 0);
+void zero_guard(sp::Isa isa, int32_t *spectrum, int n) {
+    int i = isa == sp::Isa::kVector ? sup::lanes::mark_zero_words(spectrum, n + 2) : 0;
+    for (; i < n + 2; ++i) spectrum[i] |= static_cast<int32_t>(spectrum[i] == 0);
     for (int i = n + 2; i < n + 8; ++i) spectrum[i] = 0;
 }
 
@@ -74,7 +89,12 @@ int64_t near_power(AecState *st, const int32_t *d) {
     const int s = st->s16RateShift;
     const int bins = st->s16HalfFftLen + 4;
     int64_t sum = 0;
-    for (int k = 0; k < bins; ++k) {
+    int k = 0;
+    if (sp::instance_isa(st) == sp::Isa::kVector) {
+        k = sup::lanes::bin_powers(d, st->ai32DPowMan, st->as16DPowExp, 2 * s - 33, 17 - 2 * s,
+                                   &sum, bins);
+    }
+    for (; k < bins; ++k) {
         const sp::BinPower b = sp::bin_power_f(d[2 * k], d[2 * k + 1]);
         st->ai32DPowMan[k] = b.e;
         st->as16DPowExp[k] = static_cast<int16_t>(2 * b.h + 2 * s - 33);
@@ -102,10 +122,9 @@ void delay_far(AecState *st, int32_t *x) {
     const int words = st->s16FftLen + 4;
     int32_t idx = st->s32MaxPartIdx;
     idx = idx < 0 ? 0 : (idx >= sonvel::kSpecSlots ? sonvel::kSpecSlots - 1 : idx);
-    int32_t *slot0 = st->aiNlpSpecHist[0];
-    for (int i = 0; i < words; ++i) slot0[i] = x[i];
-    const int32_t *slot = st->aiNlpSpecHist[idx];
-    for (int i = 0; i < words; ++i) x[i] = slot[i];
+    const size_t bytes = sizeof(int32_t) * static_cast<size_t>(words);
+    std::memcpy(st->aiNlpSpecHist[0], x, bytes);
+    if (idx != 0) std::memcpy(x, st->aiNlpSpecHist[idx], bytes);
 }
 
 // Step 8: smoothed powers of error, near end and delayed far end.
@@ -119,15 +138,22 @@ void smooth_powers(AecState *st, const Spectra &f) {
 }
 
 // Step 9: sum of a smoothed power over bins 0..L at the common scale 2^c, divided by 2^8.
-int32_t band_sum(const int32_t *man, const int16_t *exp, int bins, int c) {
+int32_t band_sum(sp::Isa isa, const int32_t *man, const int16_t *exp, int bins, int c) {
     int64_t sum = 0;
-    for (int k = 0; k < bins; ++k) sum += fx::shr_trunc(man[k], exp[k] - c);
+    int k = isa == sp::Isa::kVector ? sup::lanes::band_sum(man, exp, c, &sum, bins) : 0;
+    for (; k < bins; ++k) sum += fx::shr_trunc(man[k], exp[k] - c);
     return sup::scaled_sum(sum);
 }
 
-int16_t min_exp(const int16_t *exp, int bins, int16_t start) {
-    for (int k = 0; k < bins; ++k) start = exp[k] < start ? exp[k] : start;
-    return start;
+// The common scale: one below the smallest Q value of both powers.
+int common_scale(sp::Isa isa, const int16_t *a, const int16_t *b, int bins) {
+    int16_t lowest = INT16_MAX;
+    int k = isa == sp::Isa::kVector ? sup::lanes::min_q2(a, b, &lowest, bins) : 0;
+    for (; k < bins; ++k) {
+        lowest = a[k] < lowest ? a[k] : lowest;
+        lowest = b[k] < lowest ? b[k] : lowest;
+    }
+    return lowest - 1;
 }
 
 // Step 10: smoothed cross-spectra Sxd = X conj(D) and Sed = E conj(D).
@@ -142,7 +168,13 @@ void smooth_cross(AecState *st, const Spectra &f) {
 // Step 12: mute the block when the suppressed output keeps less than 1/64 of the near-end power.
 void mute_if_quiet(const AecState *st, int64_t sum_d, int32_t *e, int16_t *hnl) {
     const int half = st->s16HalfFftLen;
-    const int64_t sum_out = sup::power_sum(e, half + 4, st->s16RateShift);
+    const int s = st->s16RateShift;
+    int64_t sum_out = 0;
+    int k = 0;
+    if (sp::instance_isa(st) == sp::Isa::kVector) {
+        k = sup::lanes::bin_powers(e, nullptr, nullptr, 0, 17 - 2 * s, &sum_out, half + 4);
+    }
+    sum_out += sup::power_sum(e + 2 * k, half + 4 - k, s);
     if (!sup::output_too_quiet(sum_d, sum_out)) return;
     for (int i = 0; i < 2 * half + 2; ++i) e[i] = 0;
     for (int k = 0; k <= half; ++k) hnl[k] = 0;
@@ -170,7 +202,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Nlp(AecState *state, int16_t *out) {
     Sonvel_AEC_Realfft(f.d, n, plan);
     Sonvel_AEC_Realfft(f.e, n, plan);
     Sonvel_AEC_Realfft(f.y, n, plan);
-    for (int32_t *spectrum : {f.x, f.d, f.e, f.y}) zero_guard(spectrum, n);
+    const sp::Isa isa = sp::instance_isa(state);
+    for (int32_t *spectrum : {f.x, f.d, f.e, f.y}) zero_guard(isa, spectrum, n);
 
     // 5-7. Near-end power, far-end quiet detector, delayed far end.
     const int64_t sum_d = near_power(state, f.d);
@@ -179,10 +212,9 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Nlp(AecState *state, int16_t *out) {
 
     // 8-10. Smoothed powers, band sums for the divergence guard, smoothed cross-spectra.
     smooth_powers(state, f);
-    const int c =
-        min_exp(state->as16SdExp, half + 1, min_exp(state->as16SeExp, half + 1, INT16_MAX)) - 1;
-    const int32_t se_sum = band_sum(state->ai32SeMan, state->as16SeExp, half + 1, c);
-    const int32_t sd_sum = band_sum(state->ai32SdMan, state->as16SdExp, half + 1, c);
+    const int c = common_scale(isa, state->as16SeExp, state->as16SdExp, half + 1);
+    const int32_t se_sum = band_sum(isa, state->ai32SeMan, state->as16SeExp, half + 1, c);
+    const int32_t sd_sum = band_sum(isa, state->ai32SdMan, state->as16SdExp, half + 1, c);
     smooth_cross(state, f);
 
     // 11. Analysis, control and gains.

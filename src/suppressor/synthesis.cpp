@@ -3,9 +3,13 @@
 // previous frame. The frame step and Sonvel_AEC_OutPutSmooth share it.
 #include "suppressor/synthesis.h"
 
+#include <cstring>
+
 #include "fixedpoint/block_float.h"
 #include "sonvel_aec_stages.h"
+#include "spectral/vector_isa.h"
 #include "state/aec_state.h"
+#include "suppressor/suppressor_lanes.h"
 
 namespace sup {
 
@@ -14,6 +18,8 @@ int32_t synthesize(AecState *state, int32_t *spectrum, const int16_t *win, int32
     const int n = state->s16FftLen;
     const int half = state->s16BlockLen;
     const int order = state->s16FftOrder;
+    const int len = state->s16FftLen2;
+    const bool vec = sp::instance_isa(state) == sp::Isa::kVector;
 
     // 1. Normalise to log2 N guard bits and transform back.
     const int32_t k = Sonvel_AEC_VetorNorm(spectrum, order, n + 1);
@@ -21,15 +27,17 @@ int32_t synthesize(AecState *state, int32_t *spectrum, const int16_t *win, int32
 
     // 2. Undo the normaliser's shift, the input shift and the Q15 window.
     const int t = static_cast<int16_t>(order + 1 - state->s16RateShift - k);
-    for (int i = 0; i < state->s16FftLen2; ++i) {
+    int i = vec ? lanes::unwindow(spectrum, win, t, frame, len) : 0;
+    for (; i < len; ++i) {
         const int64_t p = static_cast<int64_t>(spectrum[i]) * win[i];
         frame[i] = fx::rnd(fx::shift_sat64(p, t), 16);
     }
 
     // 3. Overlap-add with the upper half of the previous frame, which the new frame replaces.
     int32_t *ola = state->ai32OlaBuf;
-    for (int i = 0; i < half; ++i) out[i] = fx::sat16(fx::sat_add(ola[half + i], frame[i]));
-    for (int i = 0; i < n; ++i) ola[i] = frame[i];
+    i = vec ? lanes::overlap_add(ola + half, frame, out, half) : 0;
+    for (; i < half; ++i) out[i] = fx::sat16(fx::sat_add(ola[half + i], frame[i]));
+    std::memcpy(ola, frame, sizeof(int32_t) * static_cast<size_t>(n));
     return status;
 }
 
