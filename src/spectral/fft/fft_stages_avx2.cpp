@@ -157,33 +157,39 @@ SV_AVX2 inline void radix4(C4 (&a)[4]) {
     a[3] = {_mm256_sub_epi64(d02.re, d13.im), _mm256_add_epi64(d02.im, d13.re)};
 }
 
-// Low 32 bits of re and im lanes interleaved again (re, im), or (im, re) with Swap.
-template <bool Swap>
-SV_AVX2 inline V pack(V re, V im) {
-    return Swap ? _mm256_blend_epi32(im, _mm256_slli_epi64(re, 32), 0xAA)
-                : _mm256_blend_epi32(re, _mm256_slli_epi64(im, 32), 0xAA);
-}
-
-// Rounding by 2^-shift of values that fit after it (low 32 bits of the logical shift).
+// Rounding by 2^-shift of values that fit after it. lo() leaves the result in the low 32 bits of
+// each 64-bit lane (logical shift right); hi() leaves it in the high 32 bits (shift left by
+// 32 - shift: the high half then holds bits shift..shift+31 of the sum, the same word).
 struct RoundPlain {
     V half;
-    __m128i count;
-    SV_AVX2 V operator()(V v) const { return _mm256_srl_epi64(_mm256_add_epi64(v, half), count); }
+    __m128i count;      // shift
+    __m128i countHigh;  // 32 - shift
+    SV_AVX2 V lo(V v) const { return _mm256_srl_epi64(_mm256_add_epi64(v, half), count); }
+    SV_AVX2 V hi(V v) const { return _mm256_sll_epi64(_mm256_add_epi64(v, half), countHigh); }
 };
 
 // Rounding by 2^-shift clamped to the 32-bit range first (shift <= 31).
 struct RoundClamp {
     V half;
     __m128i count;
-    V hi;  // 2^(31+shift) - 1
-    V lo;  // -2^(31+shift)
-    SV_AVX2 V operator()(V v) const {
+    __m128i countHigh;
+    V hi32;  // 2^(31+shift) - 1
+    V lo32;  // -2^(31+shift)
+    SV_AVX2 V clamped(V v) const {
         V r = _mm256_add_epi64(v, half);
-        r = _mm256_blendv_epi8(r, hi, _mm256_cmpgt_epi64(r, hi));
-        r = _mm256_blendv_epi8(r, lo, _mm256_cmpgt_epi64(lo, r));
-        return _mm256_srl_epi64(r, count);
+        r = _mm256_blendv_epi8(r, hi32, _mm256_cmpgt_epi64(r, hi32));
+        return _mm256_blendv_epi8(r, lo32, _mm256_cmpgt_epi64(lo32, r));
     }
+    SV_AVX2 V lo(V v) const { return _mm256_srl_epi64(clamped(v), count); }
+    SV_AVX2 V hi(V v) const { return _mm256_sll_epi64(clamped(v), countHigh); }
 };
+
+// Rounded re and im lanes interleaved again as 32-bit (re, im), or (im, re) with Swap.
+template <bool Swap, class Round>
+SV_AVX2 inline V pack(V re, V im, const Round &round) {
+    return Swap ? _mm256_blend_epi32(round.lo(im), round.hi(re), 0xAA)
+                : _mm256_blend_epi32(round.lo(re), round.hi(im), 0xAA);
+}
 
 // Four butterflies: inputs d[q], twiddles w[q - 1], results interleaved 32-bit.
 template <int KZeroMask, bool Swap, class Round>
@@ -191,7 +197,7 @@ SV_AVX2 inline void butterflies(V (&d)[4], const V (&w)[3], const Round &round) 
     C4 a[4] = {widen(d[0]), twiddle_or_widen<KZeroMask>(d[1], w[0]),
                twiddle_or_widen<KZeroMask>(d[2], w[1]), twiddle_or_widen<KZeroMask>(d[3], w[2])};
     radix4(a);
-    for (int q = 0; q < 4; ++q) d[q] = pack<Swap>(round(a[q].re), round(a[q].im));
+    for (int q = 0; q < 4; ++q) d[q] = pack<Swap>(a[q].re, a[q].im, round);
 }
 
 // A radix-4 stage with m >= 4: four consecutive k of one group per step.
@@ -284,12 +290,13 @@ SV_AVX2 void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int gu
 SV_AVX2 void middle_stage(int32_t *d, const Plan &p, int s) {
     constexpr int kShift = kProductBits + 2;
     const RoundPlain round{_mm256_set1_epi64x(int64_t{1} << (kShift - 1)),
-                           _mm_cvtsi32_si128(kShift)};
+                           _mm_cvtsi32_si128(kShift), _mm_cvtsi32_si128(32 - kShift)};
     stage<false>(d, p, s, round);
 }
 
 SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
     const RoundClamp round{_mm256_set1_epi64x(int64_t{1} << (shift - 1)), _mm_cvtsi32_si128(shift),
+                           _mm_cvtsi32_si128(32 - shift),
                            _mm256_set1_epi64x((int64_t{1} << (31 + shift)) - 1),
                            _mm256_set1_epi64x(-(int64_t{1} << (31 + shift)))};
     if (swap) {
