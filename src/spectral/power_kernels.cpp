@@ -1,12 +1,15 @@
 // Per-bin power kernels: |x|^2 of spectra whose parts carry their own Q values (exact integer and
 // single-precision variants, brought to the smaller Q of the bin), the single-precision power
-// normalised per bin with its Q value, and the smoothed far-end power.
+// normalised per bin with its Q value, and the smoothed far-end power. The vectorised loops take
+// the whole steps where the caller's instance allows them; the loops here do the rest.
 #include "sonvel_aec_spectral.h"
 
 #include <algorithm>
 
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
+#include "spectral/power_smoothing_vec.h"
+#include "spectral/vector_isa.h"
 #include "state/aec_state.h"
 
 namespace {
@@ -45,8 +48,11 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_T(const int32_t *x, cons
     energy_dq<part_power_t>(x, qx, e, qe, sp::stepped_count(n, 2));
 }
 
-void sp::energy_dq_f(Isa, const int32_t *x, const int32_t *qx, int32_t *e, int32_t *qe, int32_t n) {
-    energy_dq<part_power_f>(x, qx, e, qe, sp::stepped_count(n, 4));
+void sp::energy_dq_f(Isa isa, const int32_t *x, const int32_t *qx, int32_t *e, int32_t *qe,
+                     int32_t n) {
+    const int32_t bins = sp::stepped_count(n, 4);
+    const int32_t k = isa == Isa::kVector ? vec::energy_dq_f(x, qx, e, qe, bins) : 0;
+    energy_dq<part_power_f>(x + 2 * k, qx + 2 * k, e + k, qe + k, bins - k);
 }
 
 extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_F(const int32_t *x, const int32_t *qx,
@@ -54,10 +60,11 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_F(const int32_t *x, cons
     sp::energy_dq_f(sp::kStatelessIsa, x, qx, e, qe, n);
 }
 
-void sp::energy_f(Isa, const int32_t *x, int32_t *e, int16_t q, int16_t *qe, int32_t n) {
+void sp::energy_f(Isa isa, const int32_t *x, int32_t *e, int16_t q, int16_t *qe, int32_t n) {
     const int32_t bins = sp::stepped_count(n, 4);
     const int qoff = 2 * q - 32;
-    for (int32_t k = 0; k < bins; ++k) {
+    const int32_t done = isa == Isa::kVector ? vec::energy_f(x, e, qoff, qe, bins) : 0;
+    for (int32_t k = done; k < bins; ++k) {
         const sp::BinPower bp = sp::bin_power_f(x[2 * k], x[2 * k + 1]);
         const sp::Mant m = sp::normalise(bp.e, 2 * bp.h + qoff);
         e[k] = m.m;
@@ -73,5 +80,9 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_F(const int32_t *x, int32_t
 extern "C" SONVEL_API void Sonvel_AEC_Energy(const AecState *state, const int32_t *x, int32_t *p) {
     const int32_t bins = sp::stepped_count(state->s16HalfFftLen + 4, 4);
     const int s = state->s16RateShift;
-    for (int32_t k = 0; k < bins; ++k) p[k] = sp::far_power_element(x[2 * k], x[2 * k + 1], s, p[k]);
+    const int32_t done =
+        sp::instance_isa(state) == sp::Isa::kVector ? sp::vec::far_power(x, s, p, bins) : 0;
+    for (int32_t k = done; k < bins; ++k) {
+        p[k] = sp::far_power_element(x[2 * k], x[2 * k + 1], s, p[k]);
+    }
 }

@@ -1,0 +1,223 @@
+// The vectorised smoothing and power loops against the portable ones, bit for bit: every count
+// from 0 to 136 (whole vector steps, the portable tail and the words behind the count, which stay
+// untouched), operands mixing boundary values (-2^31, -1, 0, powers of two, 2^31 - 1) with random
+// ones, extreme Q values, and factors 0, 32767 and negative ones (which some loops leave to the
+// portable code). On x86-64 only where the processor runs AVX2 and FMA.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "sonvel_aec_spectral.h"
+#include "spectral/fft/fft_plan.h"
+#include "spectral/fft/fft_stages_simd.h"
+#include "spectral/kernel_elements.h"
+#include "spectral/kernels.h"
+#include "state/aec_state.h"
+
+namespace {
+
+using sp::Isa;
+using Words = std::vector<int32_t>;
+using Shorts = std::vector<int16_t>;
+
+constexpr int kMaxCount = 136;
+constexpr int kGuard = 8;  // words behind the largest count, which no loop may touch
+
+bool vector_available() {
+#if defined(__x86_64__)
+    return sonvel::fft::simd::available();
+#else
+    return true;
+#endif
+}
+
+// Operands where the roundings, headrooms and saturations change behaviour, and random ones.
+class Operands {
+  public:
+    explicit Operands(uint32_t seed) : rng_(seed) {}
+
+    int32_t word() {
+        switch (rng_() % 4) {
+            case 0: return kEdge[rng_() % std::size(kEdge)];
+            case 1: return power_of_two();
+            default: return static_cast<int32_t>(rng_());
+        }
+    }
+    int32_t q32() { return rng_() % 3 == 0 ? word() : static_cast<int32_t>(rng_() % 80) - 40; }
+    int16_t q16() {
+        constexpr int16_t kQ[] = {INT16_MIN, INT16_MIN + 40, -100, -1, 0, 31, 62, INT16_MAX - 40, INT16_MAX};
+        return rng_() % 3 == 0 ? kQ[rng_() % std::size(kQ)] : static_cast<int16_t>(rng_() % 80 - 40);
+    }
+    int16_t factor() {
+        constexpr int16_t kFactor[] = {0, 1, 16384, 29490, 32766, 32767};
+        return rng_() % 2 ? kFactor[rng_() % std::size(kFactor)] : static_cast<int16_t>(rng_() % 32768);
+    }
+    Words words(std::size_t n) { return fill<int32_t>(n, [&] { return word(); }); }
+    Words q32s(std::size_t n) { return fill<int32_t>(n, [&] { return q32(); }); }
+    Shorts q16s(std::size_t n) { return fill<int16_t>(n, [&] { return q16(); }); }
+    Shorts factors(std::size_t n) { return fill<int16_t>(n, [&] { return factor(); }); }
+
+  private:
+    static constexpr int32_t kEdge[] = {INT32_MIN, INT32_MIN + 1, -65536, -2, -1, 0, 1, 65535, INT32_MAX - 1, INT32_MAX};
+
+    int32_t power_of_two() {
+        const uint32_t p = 1u << (rng_() % 31);
+        const uint32_t v = rng_() % 2 ? p : p - 1;
+        return static_cast<int32_t>(rng_() % 2 ? v : 0u - v);
+    }
+    template <class T, class F>
+    std::vector<T> fill(std::size_t n, F f) {
+        std::vector<T> v(n);
+        for (auto &x : v) x = f();
+        return v;
+    }
+
+    std::mt19937 rng_;
+};
+
+// Runs a kernel on its portable and vectorised paths for every count over the same operands and
+// compares what each path wrote (the buffers a kernel writes, in place of the inputs they hold).
+template <class Buffers, class Make, class Run>
+void expect_paths_agree(Make make, Run run) {
+    if (!vector_available()) GTEST_SKIP() << "no AVX2 on this processor";
+    Operands ops(12345);
+    for (int n = 0; n <= kMaxCount; ++n) {
+        for (int round = 0; round < 4; ++round) {
+            const Buffers in = make(ops);
+            Buffers portable = in, vectorised = in;
+            run(Isa::kPortable, portable, n);
+            run(Isa::kVector, vectorised, n);
+            ASSERT_TRUE(portable == vectorised) << "count " << n << ", round " << round;
+        }
+    }
+}
+
+struct Smoothed {
+    Words x, y;
+    Shorts qx, qy, a;
+    bool operator==(const Smoothed &) const = default;
+};
+
+struct CrossSmoothed {
+    Words a, b, y;
+    Shorts qy;
+    bool operator==(const CrossSmoothed &) const = default;
+};
+
+struct Powers {
+    Words x, qx, e, qe;
+    Shorts qe16;
+    bool operator==(const Powers &) const = default;
+};
+
+constexpr std::size_t kWords = 2 * (kMaxCount + kGuard);
+
+TEST(VectorSmoothing, PerElementFactorsMatchPortable) {
+    // Factors per element, some steps with a negative one.
+    expect_paths_agree<Smoothed>(
+        [](Operands &ops) {
+            Smoothed s{ops.words(kWords), ops.words(kWords), ops.q16s(kWords), ops.q16s(kWords), ops.factors(kWords)};
+            if (ops.word() % 5 == 0) s.a[static_cast<uint32_t>(ops.word()) % kWords] = ops.word() % 2 ? -1 : INT16_MIN;
+            return s;
+        },
+        [](Isa isa, Smoothed &s, int n) {
+            sp::smooth_dg_f(isa, s.x.data(), s.y.data(), s.qx.data(), s.qy.data(), s.a.data(), static_cast<int16_t>(n));
+        });
+}
+
+TEST(VectorSmoothing, SmoothedPowerMatchesPortable) {
+    for (const int16_t a : {int16_t{0}, int16_t{29490}, int16_t{32767}, int16_t{-1}, int16_t{INT16_MIN}}) {
+        for (const int16_t q : {int16_t{INT16_MIN}, int16_t{-3}, int16_t{15}, int16_t{INT16_MAX}}) {
+            expect_paths_agree<Smoothed>(
+                [](Operands &ops) { return Smoothed{ops.words(kWords), ops.words(kWords), {}, ops.q16s(kWords), {}}; },
+                [a, q](Isa isa, Smoothed &s, int n) {
+                    sp::energy_smooth_f(isa, s.x.data(), s.y.data(), q, s.qy.data(), a, n);
+                });
+        }
+    }
+}
+
+TEST(VectorSmoothing, SmoothedCrossSpectrumMatchesPortable) {
+    for (const int16_t s : {int16_t{0}, int16_t{29490}, int16_t{32767}, int16_t{-2}}) {
+        for (const int16_t q : {int16_t{INT16_MIN}, int16_t{0}, int16_t{15}, int16_t{INT16_MAX}}) {
+            expect_paths_agree<CrossSmoothed>(
+                [](Operands &ops) {
+                    return CrossSmoothed{ops.words(kWords), ops.words(kWords), ops.words(kWords), ops.q16s(kWords)};
+                },
+                [s, q](Isa isa, CrossSmoothed &c, int n) {
+                    sp::conj_mult_smooth_q(isa, c.a.data(), c.b.data(), c.y.data(), q, c.qy.data(), s, n);
+                });
+        }
+    }
+}
+
+// Every combination of boundary values over the four parts of a bin, where the 64-bit products,
+// their saturating sums and the scaling by the headroom reach their limits.
+TEST(VectorSmoothing, CrossSpectrumOfBoundaryBinsMatchesPortable) {
+    if (!vector_available()) GTEST_SKIP() << "no AVX2 on this processor";
+    constexpr int32_t kEdge[] = {INT32_MIN, INT32_MIN + 1, -(1 << 30), -(1 << 30) - 1, -1, 0, 1, 1 << 30, INT32_MAX};
+    constexpr int kE = static_cast<int>(std::size(kEdge));
+    const int bins = kE * kE * kE * kE;
+    CrossSmoothed in{Words(2 * bins), Words(2 * bins), Words(2 * bins), Shorts(2 * bins)};
+    for (int k = 0; k < bins; ++k) {
+        in.a[2 * k] = kEdge[k % kE];
+        in.a[2 * k + 1] = kEdge[k / kE % kE];
+        in.b[2 * k] = kEdge[k / (kE * kE) % kE];
+        in.b[2 * k + 1] = kEdge[k / (kE * kE * kE)];
+        in.y[2 * k] = kEdge[(k + 3) % kE];
+        in.y[2 * k + 1] = kEdge[(k + 5) % kE];
+        in.qy[2 * k] = static_cast<int16_t>(k % 70 - 35);
+        in.qy[2 * k + 1] = static_cast<int16_t>(k % 90 - 30);
+    }
+    for (const int16_t s : {int16_t{0}, int16_t{32767}}) {
+        CrossSmoothed portable = in, vectorised = in;
+        sp::conj_mult_smooth_q(Isa::kPortable, portable.a.data(), portable.b.data(), portable.y.data(), 1, portable.qy.data(), s, bins);
+        sp::conj_mult_smooth_q(Isa::kVector, vectorised.a.data(), vectorised.b.data(), vectorised.y.data(), 1, vectorised.qy.data(), s, bins);
+        for (int w = 0; w < 2 * bins; ++w) {
+            ASSERT_EQ(portable.y[w], vectorised.y[w]) << "factor " << s << ", word " << w;
+            ASSERT_EQ(portable.qy[w], vectorised.qy[w]) << "factor " << s << ", word " << w;
+        }
+    }
+}
+
+TEST(VectorPower, NormalisedPowerMatchesPortable) {
+    for (const int16_t q : {int16_t{INT16_MIN}, int16_t{0}, int16_t{15}, int16_t{INT16_MAX}}) {
+        expect_paths_agree<Powers>(
+            [](Operands &ops) { return Powers{ops.words(kWords), {}, ops.words(kWords), {}, ops.q16s(kWords)}; },
+            [q](Isa isa, Powers &p, int n) { sp::energy_f(isa, p.x.data(), p.e.data(), q, p.qe16.data(), n); });
+    }
+}
+
+TEST(VectorPower, PowerWithPartQValuesMatchesPortable) {
+    expect_paths_agree<Powers>(
+        [](Operands &ops) { return Powers{ops.words(kWords), ops.q32s(kWords), ops.words(kWords), ops.words(kWords), {}}; },
+        [](Isa isa, Powers &p, int n) { sp::energy_dq_f(isa, p.x.data(), p.qx.data(), p.e.data(), p.qe.data(), n); });
+}
+
+// The far-end power update takes its path from the instance; it is compared with the per-bin
+// definition, with rate shifts from the usual ones to extreme ones.
+TEST(VectorPower, FarPowerUpdateMatchesPerBinDefinition) {
+    if (!vector_available()) GTEST_SKIP() << "no AVX2 on this processor";
+    auto state = std::make_unique<AecState>();
+    reinterpret_cast<sonvel::fft::Plan *>(state->au8FftPlan)->vectorised = 1;
+    Operands ops(777);
+    for (int half = 0; half + 4 <= sonvel::kBinWords; ++half) {
+        for (const int16_t shift : {int16_t{0}, int16_t{1}, int16_t{-40}, int16_t{9}, int16_t{40}}) {
+            state->s16HalfFftLen = static_cast<int16_t>(half);
+            state->s16RateShift = shift;
+            const Words x = ops.words(2 * sonvel::kBinWords);
+            Words p = ops.words(sonvel::kBinWords);
+            Words expected = p;
+            const int32_t bins = sp::stepped_count(half + 4, 4);
+            for (int k = 0; k < bins; ++k) expected[k] = sp::far_power_element(x[2 * k], x[2 * k + 1], shift, p[k]);
+            Sonvel_AEC_Energy(state.get(), x.data(), p.data());
+            ASSERT_EQ(p, expected) << "half length " << half << ", shift " << shift;
+        }
+    }
+}
+
+}  // namespace
