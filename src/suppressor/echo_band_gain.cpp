@@ -16,6 +16,7 @@
 #include "spectral/kernels.h"
 #include "spectral/reciprocal.h"
 #include "state/aec_state.h"
+#include "suppressor/echo_band_lanes.h"
 
 namespace {
 
@@ -97,6 +98,31 @@ int16_t update_gain(int16_t h, int16_t g) {
     return fx::sat16(sum >> 14);
 }
 
+// The vectorised loops do the leading bins; the per-bin steps do the rest and the whole portable
+// path.
+void smoothing_factors(sp::Isa isa, Bins px, Bins asx, Bins asy, int16_t *a, int n) {
+    int k = 0;
+#if defined(__x86_64__) || defined(__aarch64__)
+    if (isa == sp::Isa::kVector) k = lanes::smoothing_factors(px, asx, asy, a, n);
+#endif
+    for (; k < n; ++k) {
+        a[k] = smoothing_factor(px.man[k], px.exp[k], asx.man[k], asx.exp[k], asy.man[k],
+                                asy.exp[k]);
+    }
+}
+
+void update_gains(sp::Isa isa, Bins asx, const int32_t *w, Bins asy, Bins ase, int16_t *h, int n) {
+    int k = 0;
+#if defined(__x86_64__) || defined(__aarch64__)
+    if (isa == sp::Isa::kVector) k = lanes::update_gains(asx, w, asy, ase, h, n);
+#endif
+    for (; k < n; ++k) {
+        const int16_t g = instant_gain(asx.man[k], asx.exp[k], w[k], asy.man[k], asy.exp[k],
+                                       ase.man[k], ase.exp[k]);
+        h[k] = update_gain(h[k], g);
+    }
+}
+
 }  // namespace sonvel::echo_band
 
 namespace {
@@ -145,11 +171,11 @@ extern "C" SONVEL_API void Sonvel_AEC_HnlmGain(AecState *state, const void * /*u
     sp::energy_f(isa, Y, py.man, s, py.exp, bins);
 
     // 2. Per-bin smoothing factors from the previous block's Asx and Asy.
+    const Bins asx{st->ai32AsxMan, st->as16AsxExp};
+    const Bins asy{st->ai32AsyMan, st->as16AsyExp};
+    const Bins ase{st->ai32AseMan, st->as16AseExp};
     int16_t a[kBins];
-    for (int k = 0; k < bins; ++k) {
-        a[k] = smoothing_factor(px.man[k], px.exp[k], st->ai32AsxMan[k], st->as16AsxExp[k],
-                                st->ai32AsyMan[k], st->as16AsyExp[k]);
-    }
+    smoothing_factors(isa, {px.man, px.exp}, asx, asy, a, bins);
 
     // 3. Smoothing: error, far end, echo estimate.
     const auto n = static_cast<int16_t>(bins);
@@ -161,10 +187,5 @@ extern "C" SONVEL_API void Sonvel_AEC_HnlmGain(AecState *state, const void * /*u
     silence_latch_and_peak_hold(st, px, last);
 
     // 5.-6. Instantaneous gain and its update into the echo-band gain.
-    for (int k = 0; k < bins; ++k) {
-        const int16_t g = instant_gain(st->ai32AsxMan[k], st->as16AsxExp[k], st->ai32BandCoupling[k],
-                                       st->ai32AsyMan[k], st->as16AsyExp[k], st->ai32AseMan[k],
-                                       st->as16AseExp[k]);
-        st->as16EchoBandGain[k] = update_gain(st->as16EchoBandGain[k], g);
-    }
+    update_gains(isa, asx, st->ai32BandCoupling, asy, ase, st->as16EchoBandGain, bins);
 }
