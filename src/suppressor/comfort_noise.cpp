@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "suppressor/comfort_noise.h"
+
 #include "sonvel_aec_stages.h"
 
 #include "fixedpoint/basic_ops.h"
@@ -14,6 +16,7 @@
 #include "spectral/kernel_elements.h"
 #include "spectral/reciprocal.h"
 #include "state/aec_state.h"
+#include "suppressor/comfort_noise_lanes.h"
 
 namespace {
 
@@ -157,6 +160,22 @@ Noise noise_component(int32_t m, int q, int16_t g, int16_t cs, int16_t sn, int s
 
 }  // namespace
 
+// The vectorised loop does the leading bins; the per-bin steps do the rest and the whole portable
+// path.
+void sonvel::comfort_noise::add_noise(sp::Isa isa, const Bins &b, const int32_t *e, int32_t *out,
+                                      int n) {
+    int k = 0;
+#if defined(__x86_64__) || defined(__aarch64__)
+    if (isa == sp::Isa::kVector) k = lanes::add_noise(b, e, out, n);
+#endif
+    for (; k < n; ++k) {
+        const Noise c = noise_component(b.floor_man[k], b.floor_exp[k], b.gain[k], b.cos[k],
+                                        b.sin[k], b.s);
+        out[2 * k] = fx::sat_add(e[2 * k], c.re);
+        out[2 * k + 1] = fx::sat_add(e[2 * k + 1], c.im);
+    }
+}
+
 extern "C" SONVEL_API void Sonvel_AEC_ComfortNoiseEstimate(AecState *state) {
     AecState *st = state;
     const int bins = st->s16HalfFftLen;  // bins 0..L-1
@@ -215,11 +234,11 @@ extern "C" SONVEL_API void Sonvel_AEC_ComfortNoise(AecState *state, const int16_
     OUT[1] = E[1];
 
     // 4. Bins 1..L.
-    for (int k = 1; k <= last; ++k) {
-        const Noise n = noise_component(st->ai32CnFloorMan[k], st->as16CnFloorExp[k], g[k],
-                                        Sonvel_AEC_gasAecCnCos_650[r + k],
-                                        Sonvel_AEC_gasAecCnSin_650[r + k], st->s16RateShift);
-        OUT[2 * k] = fx::sat_add(E[2 * k], n.re);
-        OUT[2 * k + 1] = fx::sat_add(E[2 * k + 1], n.im);
-    }
+    const sonvel::comfort_noise::Bins bins{st->ai32CnFloorMan + 1,
+                                           st->as16CnFloorExp + 1,
+                                           g + 1,
+                                           Sonvel_AEC_gasAecCnCos_650 + r + 1,
+                                           Sonvel_AEC_gasAecCnSin_650 + r + 1,
+                                           st->s16RateShift};
+    sonvel::comfort_noise::add_noise(sp::instance_isa(st), bins, E + 2, OUT + 2, last);
 }

@@ -1,5 +1,10 @@
 // Comfort noise: the floor estimate (persistence counter, quiet-block steps, block count) and the
 // generator (start, seed sequence, amplitude and phase of the noise).
+#include "suppressor/comfort_noise.h"
+
+#include <random>
+
+#include "spectral/fft/fft_stages_simd.h"
 #include "suppressor/support.h"
 
 namespace {
@@ -113,6 +118,41 @@ TEST(ComfortNoiseGeneration, AmplitudeFollowsFloorAndGain) {
             EXPECT_NEAR(got, amp, 1e-4 * amp + 3.0) << "bin " << k;
         }
         EXPECT_EQ(out[14], E[14]);
+    }
+}
+
+// Empty, negative and full-scale floors with Q values at both ends of their range, gains and phases
+// at their extremes and an error spectrum that saturates the sum.
+TEST(ComfortNoiseGeneration, VectorLoopGivesThePortableBits) {
+    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no vector path on this processor";
+    static constexpr int32_t kMan[] = {0, 1, -1, 3, INT32_MIN, INT32_MAX, 1 << 30, 0x5A5A5A5A};
+    static constexpr int16_t kQ15[] = {0, 1, -1, 32767, -32768, 23170, -23170};
+    static constexpr int16_t kExp[] = {-32768, 32767, 0, 1, 30, 31, 62, 63, -40, -41};
+    constexpr int kMax = 136;
+    for (uint32_t seed = 1; seed <= 60; ++seed) {
+        std::mt19937 rng(seed);
+        auto pick = [&](const auto &set, auto any) {
+            const uint32_t u = rng();
+            return u % 4 == 0 ? static_cast<decltype(any)>(rng()) : set[u / 4 % std::size(set)];
+        };
+        std::vector<int32_t> man(kMax), e(2 * kMax), vec(2 * kMax), port(2 * kMax);
+        std::vector<int16_t> exp(kMax), gain(kMax), cs(kMax), sn(kMax);
+        for (int k = 0; k < kMax; ++k) {
+            man[k] = pick(kMan, int32_t{});
+            exp[k] = seed % 3 == 0 ? static_cast<int16_t>(rng() % 80 - 20) : pick(kExp, int16_t{});
+            gain[k] = pick(kQ15, int16_t{});
+            cs[k] = pick(kQ15, int16_t{});
+            sn[k] = pick(kQ15, int16_t{});
+            e[2 * k] = pick(kMan, int32_t{});
+            e[2 * k + 1] = pick(kMan, int32_t{});
+        }
+        const sonvel::comfort_noise::Bins bins{man.data(), exp.data(), gain.data(),
+                                               cs.data(),  sn.data(),  static_cast<int>(seed % 2)};
+        for (const int n : {0, 5, 8, 64, 128, 131}) {
+            sonvel::comfort_noise::add_noise(sp::Isa::kVector, bins, e.data(), vec.data(), n);
+            sonvel::comfort_noise::add_noise(sp::Isa::kPortable, bins, e.data(), port.data(), n);
+            ASSERT_EQ(vec, port) << "seed " << seed << " n " << n;
+        }
     }
 }
 
