@@ -162,8 +162,8 @@ TEST(GainShaping, VectorPathMatchesPortable) {
             st->as16EchoBandGain[k] = gain();
         }
         for (int16_t &v : st->as16LowGainSm) v = gain();
-        st->s16ClampBinLo = static_cast<int16_t>(static_cast<int>(rng() % (last + 8)) - 4);
-        st->s16ClampBinHi = static_cast<int16_t>(static_cast<int>(rng() % (last + 8)) - 4);
+        st->s16ClampBinLo = static_cast<int16_t>(rng() % (last + 4));
+        st->s16ClampBinHi = static_cast<int16_t>(rng() % (last + 4));
         st->s16OvrdCapLo = static_cast<int16_t>(rng() % 2048);
         st->s16OvrdCapHi = static_cast<int16_t>(rng() % 2048);
         st->s32OvrdBoost = static_cast<int32_t>(rng() % 2);
