@@ -1,16 +1,25 @@
-// Pieces of the coherence analysis that its tests reach directly: the band mean, the statistics
-// of the preferred band and the decisions taken from them.
+// Pieces of the coherence analysis that its tests reach directly: the coherence of each bin, the
+// band mean, the statistics of the preferred band and the decisions taken from them.
 #pragma once
 
 #include <cstdint>
+
+#include "spectral/vector_isa.h"
 
 struct AecState;
 
 namespace sup {
 
+// Coherence |Sc|^2 / (Sa Sd) in Q15 of every computed bin: of error and near end, or with far of
+// far end and near end; the vector path gives the portable path's bits.
+void coherence(sp::Isa isa, const AecState *st, bool far, int16_t *out);
+
 // Mean of v over [lo, hi) rounded down; the edges are bounded to the computed bins 0..bins-1 and an
 // empty band gives 0.
 int16_t band_mean(const int16_t *v, int lo, int hi, int bins);
+
+// The n (at most 52) values of v in ascending order; every path gives the same order.
+void sort_band(sp::Isa isa, const int16_t *v, int n, int16_t *sorted);
 
 // Means of the error/near coherence and of the far/near incoherence over the preferred band, and
 // the upper and lower order statistics of the gains there.

@@ -1,9 +1,13 @@
-// Coherence analysis: the per-bin coherence against a double-precision reference, band means, the
-// preferred band's order statistics, and the thresholds of the near-end state and the regimes.
+// Coherence analysis: the per-bin coherence against a double-precision reference and its vector
+// path against the portable one, band means, the preferred band's order statistics, and the
+// thresholds of the near-end state and the regimes.
 #include "suppressor/coherence.h"
 
+#include <cstring>
 #include <numeric>
+#include <random>
 
+#include "spectral/fft/fft_stages_simd.h"
 #include "suppressor/support.h"
 
 namespace {
@@ -59,6 +63,103 @@ TEST(CoherenceTest, MatchesReferenceForEachPairAtBothRates) {
                 }
                 EXPECT_NEAR(out[k], std::min(32767.0, coh * 32768.0), 2.0) << far << " bin " << k;
             }
+        }
+    }
+}
+
+// The vector path gives the portable bits for any spectra: ordinary block-floating-point values,
+// random words, and the extremes (0, -1, -2^31, 2^31 - 1, Q values whose shifts run far beyond 32
+// bits either way), at every bin count from one vector up, so that every position of the last,
+// overlapping vector is met; and so does the analysis built on the coherences.
+TEST(CoherenceTest, VectorPathMatchesPortable) {
+#if defined(__x86_64__)
+    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
+#endif
+    auto st = suptest::make_state(true);
+    std::mt19937 rng(31);
+    const int32_t mant_edges[] = {0, -1, 1, INT32_MIN, INT32_MAX, 1 << 30, -(1 << 30), (1 << 29) + 1};
+    const int16_t q_edges[] = {-32768, 32767, 0, 15, 16, 31, 32, 33, -15, -16, -31, -32, -33, 64};
+    const auto mant = [&](int kind) -> int32_t {
+        if (kind == 0) return mant_edges[rng() % 8];
+        if (kind == 1) return static_cast<int32_t>(rng());
+        const int32_t m = static_cast<int32_t>((1u << 29) + (rng() & ((1u << 29) - 1)));
+        return rng() % 4 == 0 ? -m : m;
+    };
+    const auto q = [&](int kind) -> int16_t {
+        if (kind == 0) return q_edges[rng() % 14];
+        if (kind == 1) return static_cast<int16_t>(rng());
+        return static_cast<int16_t>(static_cast<int>(rng() % 24) - 4);
+    };
+    const auto fill = [&](int32_t *m, int16_t *e, int n) {
+        for (int k = 0; k < n; ++k) {
+            const int kind = static_cast<int>(rng() % 8);
+            m[k] = mant(kind < 2 ? 0 : (kind < 4 ? 1 : 2));
+            e[k] = q(kind == 0 || kind == 5 ? 0 : (kind == 2 ? 1 : 2));
+        }
+    };
+    for (int trial = 0; trial < 300; ++trial) {
+        fill(st->ai32SdMan, st->as16SdExp, sonvel::kBinWords);
+        fill(st->ai32SeMan, st->as16SeExp, sonvel::kBinWords);
+        fill(st->ai32SxMan, st->as16SxExp, sonvel::kBinWords);
+        fill(st->ai32SedMan, st->as16SedExp, 2 * sonvel::kBinWords);
+        fill(st->ai32SxdMan, st->as16SxdExp, 2 * sonvel::kBinWords);
+        st->s16HalfFftLen = static_cast<int16_t>(trial % 3 == 0 ? 128 : (trial % 3 == 1 ? 64 : 4 + trial % 125));
+        const int bins = st->s16HalfFftLen + 4;
+        for (bool far : {false, true}) {
+            int16_t want[sonvel::kBinWords], got[sonvel::kBinWords];
+            sup::coherence(sp::Isa::kPortable, st.get(), far, want);
+            sup::coherence(sp::Isa::kVector, st.get(), far, got);
+            for (int k = 0; k < bins; ++k) ASSERT_EQ(got[k], want[k]) << "trial " << trial << " far " << far << " bin " << k;
+        }
+#if defined(__x86_64__)
+        // The whole analysis (incoherence, gains, band sort, decisions) on an instance of each path.
+        if (trial % 3 == 2) continue;  // the bin counts of the two rates only
+        auto path = [&](int32_t vectorised, int16_t *hnl, int16_t &fb) {
+            auto copy = std::make_unique<AecState>(*st);
+            auto &flag = reinterpret_cast<sonvel::fft::Plan *>(copy->au8FftPlan)->vectorised;
+            flag = vectorised;
+            Sonvel_AEC_HnledCalc(copy.get(), hnl, &fb);
+            flag = 0;
+            return copy;
+        };
+        int16_t hnl_p[sonvel::kBinWords], hnl_v[sonvel::kBinWords], fb_p = 0, fb_v = 0;
+        const auto portable = path(0, hnl_p, fb_p), vector = path(1, hnl_v, fb_v);
+        ASSERT_EQ(fb_v, fb_p) << "trial " << trial;
+        ASSERT_TRUE(std::equal(hnl_p, hnl_p + bins, hnl_v)) << "trial " << trial;
+        ASSERT_EQ(std::memcmp(portable.get(), vector.get(), sizeof(AecState)), 0) << "trial " << trial;
+#endif
+    }
+}
+
+// Both paths sort every band length the preferred band can have: random words, few distinct values
+// (ties), the extremes, ascending and descending runs.
+TEST(CoherenceTest, BandSortOrdersAscendingOnEveryPath) {
+    std::vector<sp::Isa> paths = {sp::Isa::kPortable};
+#if defined(__x86_64__)
+    if (sonvel::fft::simd::available()) paths.push_back(sp::Isa::kVector);
+#else
+    paths.push_back(sp::Isa::kVector);
+#endif
+    std::mt19937 rng(5);
+    const int16_t edges[] = {-32768, 32767, 0, -1, 1};
+    for (int trial = 0; trial < 2000; ++trial) {
+        const int n = trial % 53;
+        std::vector<int16_t> v(n);
+        for (int j = 0; j < n; ++j) {
+            switch (trial / 53 % 5) {
+                case 0: v[j] = static_cast<int16_t>(rng()); break;
+                case 1: v[j] = static_cast<int16_t>(rng() % 4 * 1000); break;
+                case 2: v[j] = edges[rng() % 5]; break;
+                case 3: v[j] = static_cast<int16_t>(j * 600 - 15000); break;
+                default: v[j] = static_cast<int16_t>(15000 - j * 600); break;
+            }
+        }
+        std::vector<int16_t> want = v;
+        std::sort(want.begin(), want.end());
+        for (sp::Isa isa : paths) {
+            int16_t got[52];
+            sup::sort_band(isa, v.data(), n, got);
+            ASSERT_TRUE(std::equal(want.begin(), want.end(), got)) << "trial " << trial << " path " << static_cast<int>(isa);
         }
     }
 }
