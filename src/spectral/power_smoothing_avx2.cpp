@@ -75,25 +75,6 @@ SP_AVX2 inline Mant8 smooth8(V x, V qx, V y, V qy, V a) {
     return normalise8(_mm256_add_epi32(xa, ya), qm);
 }
 
-// sp::bin_power_f: e and the headroom h. The smaller headroom of re and im is that of the OR of
-// their magnitudes' bits (x ^ sign).
-struct Power8 {
-    V e;
-    V h;
-};
-
-SP_AVX2 inline Power8 bin_power8(V re, V im) {
-    const V ur = _mm256_xor_si256(re, _mm256_srai_epi32(re, 31));
-    const V ui = _mm256_xor_si256(im, _mm256_srai_epi32(im, 31));
-    const V h = simd::hr32(_mm256_or_si256(ur, ui));
-    const __m256 r = simd::i2f(_mm256_sllv_epi32(re, h));
-    const __m256 i = simd::i2f(_mm256_sllv_epi32(im, h));
-    const __m256 rr = _mm256_mul_ps(r, r);
-    const __m256 ii = _mm256_mul_ps(i, i);
-    const __m256 sum = _mm256_add_ps(rr, ii);
-    return {simd::f2i(_mm256_mul_ps(sum, _mm256_set1_ps(kTwoPowM32))), h};
-}
-
 // sp::conj_mult_q of four interleaved bins: the parts in their lanes (m) and the headroom sums
 // that scaled them (h).
 //
@@ -158,7 +139,7 @@ SP_AVX2 int32_t energy_smooth_f(const int32_t *x, int32_t *y, int qoff, int16_t 
     for (; k + 8 <= bins; k += 8) {
         V re, im;
         load_bins8(x + 2 * k, re, im);
-        const Power8 p = bin_power8(re, im);
+        const simd::Power8 p = simd::bin_power8(re, im);
         const V qe = _mm256_add_epi32(_mm256_slli_epi32(p.h, 1), off);
         const Mant8 m = smooth8(p.e, qe, simd::load8(y + k), load_q8(qy + k), f);
         simd::store8(y + k, m.m);
@@ -189,7 +170,7 @@ SP_AVX2 int32_t energy_f(const int32_t *x, int32_t *e, int qoff, int16_t *qe, in
     for (; k + 8 <= bins; k += 8) {
         V re, im;
         load_bins8(x + 2 * k, re, im);
-        const Power8 p = bin_power8(re, im);
+        const simd::Power8 p = simd::bin_power8(re, im);
         const Mant8 m = normalise8(p.e, _mm256_add_epi32(_mm256_slli_epi32(p.h, 1), off));
         simd::store8(e + k, m.m);
         store_q8(qe + k, m.q);
@@ -226,7 +207,7 @@ SP_AVX2 int32_t far_power(const int32_t *x, int s, int32_t *p, int32_t bins) {
     for (; k + 8 <= bins; k += 8) {
         V re, im;
         load_bins8(x + 2 * k, re, im);
-        const Power8 bp = bin_power8(re, im);
+        const simd::Power8 bp = simd::bin_power8(re, im);
         const V e = simd::shift_sat32(bp.e, _mm256_sub_epi32(scale, _mm256_slli_epi32(bp.h, 1)));
         const __m256 fresh = _mm256_mul_ps(simd::i2f(e), _mm256_set1_ps(3277.0f));
         const __m256 old = _mm256_mul_ps(simd::i2f(simd::load8(p + k)), _mm256_set1_ps(29490.0f));

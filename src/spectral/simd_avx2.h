@@ -163,6 +163,25 @@ SP_AVX2 inline __m128i narrow_even(V v) {
         _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6)));
 }
 
+// sp::bin_power_f of eight bins: e and the headroom h. The smaller headroom of re and im is that
+// of the OR of their magnitudes' bits (x ^ sign).
+struct Power8 {
+    V e;
+    V h;
+};
+
+SP_AVX2 inline Power8 bin_power8(V re, V im) {
+    const V ur = _mm256_xor_si256(re, _mm256_srai_epi32(re, 31));
+    const V ui = _mm256_xor_si256(im, _mm256_srai_epi32(im, 31));
+    const V h = hr32(_mm256_or_si256(ur, ui));
+    const __m256 r = i2f(_mm256_sllv_epi32(re, h));
+    const __m256 i = i2f(_mm256_sllv_epi32(im, h));
+    const __m256 rr = _mm256_mul_ps(r, r);
+    const __m256 ii = _mm256_mul_ps(i, i);
+    const __m256 sum = _mm256_add_ps(rr, ii);
+    return {f2i(_mm256_mul_ps(sum, _mm256_set1_ps(0x1p-32f))), h};
+}
+
 }  // namespace sp::simd
 
 #endif

@@ -10,6 +10,8 @@
 #include "fixedpoint/block_float.h"
 #include "spectral/reciprocal.h"
 #include "spectral/reciprocal_vec.h"
+#include "spectral/simd_avx2.h"
+#include "spectral/simd_neon.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/vector_isa.h"
 #include "state/aec_state.h"
@@ -84,59 +86,26 @@ int16_t coherence_bin(const CohInputs &in, const AecState *st, int k) {
 
 #if defined(__x86_64__)
 
-#define SV_AVX2 __attribute__((target("avx2,fma")))
-
 // ---- Eight bins at a time with AVX2: the steps of coherence_bin on lanes. ----
 
 using V = __m256i;
+namespace simd = sp::simd;
 
-SV_AVX2 inline V load8(const int32_t *p) { return _mm256_loadu_si256(reinterpret_cast<const V *>(p)); }
-SV_AVX2 inline V load8(const int16_t *p) {
+SP_AVX2 inline V load8(const int32_t *p) { return simd::load8(p); }
+SP_AVX2 inline V load8(const int16_t *p) {
     return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
 }
 
-// fx::hr per lane: the exponent of float(|x| or ~x), one less where the conversion rounded up to
-// the next power of two; 0 and -1 give 31.
-SV_AVX2 inline V headroom8(V x) {
-    const V y = _mm256_xor_si256(x, _mm256_srai_epi32(x, 31));
-    const V e0 = _mm256_sub_epi32(_mm256_srli_epi32(_mm256_castps_si256(_mm256_cvtepi32_ps(y)), 23),
-                                  _mm256_set1_epi32(127));
-    const V rounded_up = _mm256_cmpeq_epi32(_mm256_srlv_epi32(y, e0), _mm256_setzero_si256());
-    const V e = _mm256_add_epi32(e0, rounded_up);
-    return _mm256_min_epi32(_mm256_sub_epi32(_mm256_set1_epi32(30), e), _mm256_set1_epi32(31));
-}
-
-// fx::f2i per lane: truncation; NaN gives 0, the range ends saturate.
-SV_AVX2 inline V f2i8(__m256 f) {
-    const V r = _mm256_cvttps_epi32(f);
-    const V big = _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ));
-    const V nan = _mm256_castps_si256(_mm256_cmp_ps(f, f, _CMP_UNORD_Q));
-    return _mm256_andnot_si256(nan, _mm256_blendv_epi8(r, _mm256_set1_epi32(0x7FFFFFFF), big));
-}
-
-SV_AVX2 inline __m256 i2f8(V x) { return _mm256_cvtepi32_ps(x); }
-
-// fx::shift_sat per lane: left where c > 0, saturating where shifting back does not restore x
-// (counts from 32 on leave 0); truncating right by -c elsewhere (sign fill from 32 on).
-SV_AVX2 inline V shift_sat8(V x, V c) {
-    const V left = _mm256_sllv_epi32(x, c);
-    const V fits = _mm256_cmpeq_epi32(_mm256_srav_epi32(left, c), x);
-    const V sat = _mm256_xor_si256(_mm256_srai_epi32(x, 31), _mm256_set1_epi32(0x7FFFFFFF));
-    const V right = _mm256_srav_epi32(x, _mm256_sub_epi32(_mm256_setzero_si256(), c));
-    return _mm256_blendv_epi8(right, _mm256_blendv_epi8(sat, left, fits),
-                              _mm256_cmpgt_epi32(c, _mm256_setzero_si256()));
-}
-
 // sp::part_power_f per lane; the results lie in 0..2^30, no saturation.
-SV_AVX2 inline V part_power8(V x) {
-    const __m256 f = i2f8(x);
+SP_AVX2 inline V part_power8(V x) {
+    const __m256 f = simd::i2f(x);
     return _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_mul_ps(f, f), _mm256_set1_ps(sp::kTwoPowM32)));
 }
 
 // Bins k..k+7.
-SV_AVX2 inline void coherence8(const CohInputs &in, const AecState *st, int k, int16_t *out) {
+SP_AVX2 inline void coherence8(const CohInputs &in, const AecState *st, int k, int16_t *out) {
     // 1. Power product plus 1: |product| <= 2^30, neither step saturates.
-    const __m256 prod = _mm256_mul_ps(_mm256_mul_ps(i2f8(load8(in.sa_man + k)), i2f8(load8(st->ai32SdMan + k))),
+    const __m256 prod = _mm256_mul_ps(_mm256_mul_ps(simd::i2f(load8(in.sa_man + k)), simd::i2f(load8(st->ai32SdMan + k))),
                                       _mm256_set1_ps(sp::kTwoPowM32));
     const V den0 = _mm256_add_epi32(_mm256_cvttps_epi32(prod), _mm256_set1_epi32(1));
 
@@ -154,26 +123,26 @@ SV_AVX2 inline void coherence8(const CohInputs &in, const AecState *st, int k, i
     const V num0 = _mm256_min_epu32(_mm256_add_epi32(r, i), _mm256_set1_epi32(0x7FFFFFFF));
 
     // 4. Normalisation; num0 >= 0, so shifting fully and back by one keeps one bit of headroom.
-    const V cd = headroom8(den0);
+    const V cd = simd::hr32(den0);
     const V den = _mm256_sllv_epi32(den0, cd);
-    const V cn = headroom8(num0);
+    const V cn = simd::hr32(num0);
     const V num = _mm256_srai_epi32(_mm256_sllv_epi32(num0, cn), 1);
 
     // 5-6. Quotient.
-    const __m256 q = _mm256_mul_ps(i2f8(num), sp::recip8(i2f8(den)));
-    const V v = f2i8(_mm256_mul_ps(q, _mm256_set1_ps(0x1p31f)));
+    const __m256 q = _mm256_mul_ps(simd::i2f(num), sp::recip8(simd::i2f(den)));
+    const V v = simd::f2i(_mm256_mul_ps(q, _mm256_set1_ps(0x1p31f)));
 
     // 7-8. Scale, rounding by 16 bits (cannot overflow from 32-bit values) and saturation to Q15.
     V e = _mm256_sub_epi32(_mm256_sub_epi32(_mm256_set1_epi32(1), _mm256_slli_epi32(half_qm, 1)), cn);
     e = _mm256_add_epi32(_mm256_add_epi32(e, load8(in.sa_exp + k)), _mm256_add_epi32(load8(st->as16SdExp + k), cd));
-    const V x = shift_sat8(v, e);
+    const V x = simd::shift_sat32(v, e);
     const V rounded = _mm256_srai_epi32(_mm256_add_epi32(_mm256_srai_epi32(x, 15), _mm256_set1_epi32(1)), 1);
     const V packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(rounded, rounded), 0x08);
     _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), _mm256_castsi256_si128(packed));
 }
 
 // All bins from 8 on; the last vector overlaps the one before it.
-SV_AVX2 void coherence_vector(const CohInputs &in, const AecState *st, int bins, int16_t *out) {
+SP_AVX2 void coherence_vector(const CohInputs &in, const AecState *st, int bins, int16_t *out) {
     for (int k = 0; k + 8 <= bins; k += 8) coherence8(in, st, k, out);
     if (bins % 8 != 0) coherence8(in, st, bins - 8, out);
 }
@@ -302,7 +271,7 @@ void rank_keys(const int16_t *v, int n, int32_t *key) {
 #if defined(__x86_64__)
 
 // All keys and counts stay in registers while each key in turn is compared with all of them.
-SV_AVX2 void rank_sort_vector(const int16_t *v, int n, int16_t *sorted) {
+SP_AVX2 void rank_sort_vector(const int16_t *v, int n, int16_t *sorted) {
     constexpr int kRegs = kRankLanes / 8;
     alignas(32) int32_t key[kRankLanes];
     rank_keys(v, n, key);
@@ -459,7 +428,7 @@ namespace {
 // 16 (x86-64) or 8 (aarch64) bins at a time; returns the bins done.
 #if defined(__x86_64__)
 
-SV_AVX2 int incoherence_vector(const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins) {
+SP_AVX2 int incoherence_vector(const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins) {
     const V one = _mm256_set1_epi16(32767);
     int k = 0;
     for (; k + 16 <= bins; k += 16) {

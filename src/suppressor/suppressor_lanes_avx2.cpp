@@ -67,25 +67,6 @@ SP_AVX2 inline V mul_rnd15(V x, V f) {
     return _mm256_blend_epi32(even, odd, 0xAA);
 }
 
-// sp::bin_power_f: e and the headroom h. The smaller headroom of re and im is that of the OR of
-// their magnitudes' bits (x ^ sign).
-struct Power8 {
-    V e;
-    V h;
-};
-
-SP_AVX2 inline Power8 bin_power8(V re, V im) {
-    const V ur = _mm256_xor_si256(re, _mm256_srai_epi32(re, 31));
-    const V ui = _mm256_xor_si256(im, _mm256_srai_epi32(im, 31));
-    const V h = simd::hr32(_mm256_or_si256(ur, ui));
-    const __m256 r = simd::i2f(_mm256_sllv_epi32(re, h));
-    const __m256 i = simd::i2f(_mm256_sllv_epi32(im, h));
-    const __m256 rr = _mm256_mul_ps(r, r);
-    const __m256 ii = _mm256_mul_ps(i, i);
-    const __m256 sum = _mm256_add_ps(rr, ii);
-    return {simd::f2i(_mm256_mul_ps(sum, _mm256_set1_ps(sp::kTwoPowM32))), h};
-}
-
 // Low 32 bits of (a * b) >> 16 for each lane: bits 16..47 of the exact 64-bit products.
 SP_AVX2 inline V mul_shr16(V a, V b) {
     const V even = _mm256_srli_epi64(simd::mul_even(a, b), 16);
@@ -198,7 +179,7 @@ SP_AVX2 int32_t bin_powers(const int32_t *x, int32_t *man, int16_t *exp, int qof
     for (; k + 8 <= bins; k += 8) {
         V re, im;
         load_bins8(x + 2 * k, re, im);
-        const Power8 p = bin_power8(re, im);
+        const simd::Power8 p = simd::bin_power8(re, im);
         const V h2 = _mm256_slli_epi32(p.h, 1);
         if (man != nullptr) {
             simd::store8(man + k, p.e);
