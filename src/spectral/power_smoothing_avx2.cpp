@@ -21,41 +21,11 @@ struct Mant8 {
 
 // ---- Loads and stores ----
 
-// Eight int16 Q values widened to int32 lanes.
-SP_AVX2 inline V load_q8(const int16_t *p) {
-    return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
-}
-
-// The low 16 bits of each lane as int16, the wrap of static_cast<int16_t> (masked to 16 bits, the
-// unsigned saturating pack keeps them).
-SP_AVX2 inline void store_q8(int16_t *p, V q) {
-    const V low = _mm256_and_si256(q, _mm256_set1_epi32(0xFFFF));
-    const V packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(low, low), 0x08);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
-}
-
 SP_AVX2 inline void store4(int32_t *p, __m128i v) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(p), v);
 }
 
-// Eight interleaved bins of x as their re and im lanes, in bin order.
-SP_AVX2 inline void load_bins8(const int32_t *x, V &re, V &im) {
-    const __m256 lo = _mm256_castsi256_ps(simd::load8(x));
-    const __m256 hi = _mm256_castsi256_ps(simd::load8(x + 8));
-    re = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0x88)), 0xD8);
-    im = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0xDD)), 0xD8);
-}
-
 // ---- Lane versions of the per-element definitions ----
-
-// fx::rnd(x * f, 15) for factors f in 0..32767: the product has at most 47 bits and the result
-// fits in int32, so the low half of (product + 2^14) >> 15 is the result.
-SP_AVX2 inline V mul_rnd15(V x, V f) {
-    const V half = _mm256_set1_epi64x(1 << 14);
-    const V even = _mm256_srli_epi64(_mm256_add_epi64(simd::mul_even(x, f), half), 15);
-    const V odd = _mm256_slli_epi64(_mm256_add_epi64(simd::mul_odd(x, f), half), 17);
-    return _mm256_blend_epi32(even, odd, 0xAA);
-}
 
 // sp::normalise.
 SP_AVX2 inline Mant8 normalise8(V s, V q) {
@@ -67,8 +37,8 @@ SP_AVX2 inline Mant8 normalise8(V s, V q) {
 // 2^31 * 32767/32768 + 1 in magnitude together, and truncating shifts only shrink them, so their
 // sum never saturates.
 SP_AVX2 inline Mant8 smooth8(V x, V qx, V y, V qy, V a) {
-    const V ys = mul_rnd15(y, a);
-    const V xs = mul_rnd15(x, _mm256_sub_epi32(_mm256_set1_epi32(kOne15), a));
+    const V ys = simd::mul_rnd15(y, a);
+    const V xs = simd::mul_rnd15(x, _mm256_sub_epi32(_mm256_set1_epi32(kOne15), a));
     const V qm = _mm256_min_epi32(qx, qy);
     const V xa = simd::shr_trunc32(xs, _mm256_sub_epi32(qx, qm));
     const V ya = simd::shr_trunc32(ys, _mm256_sub_epi32(qy, qm));
@@ -120,12 +90,12 @@ SP_AVX2 int32_t smooth_dg_f(const int32_t *x, int32_t *y, const int16_t *qx, int
                             const int16_t *a, int32_t count) {
     int32_t i = 0;
     for (; i + 8 <= count; i += 8) {
-        const V f = load_q8(a + i);
+        const V f = simd::load16x8(a + i);
         if (_mm256_movemask_ps(_mm256_castsi256_ps(f)) != 0) break;
-        const Mant8 m = smooth8(simd::load8(x + i), load_q8(qx + i), simd::load8(y + i),
-                                load_q8(qy + i), f);
+        const Mant8 m = smooth8(simd::load8(x + i), simd::load16x8(qx + i), simd::load8(y + i),
+                                simd::load16x8(qy + i), f);
         simd::store8(y + i, m.m);
-        store_q8(qy + i, m.q);
+        simd::store16x8_wrap(qy + i, m.q);
     }
     return i;
 }
@@ -138,12 +108,12 @@ SP_AVX2 int32_t energy_smooth_f(const int32_t *x, int32_t *y, int qoff, int16_t 
     int32_t k = 0;
     for (; k + 8 <= bins; k += 8) {
         V re, im;
-        load_bins8(x + 2 * k, re, im);
+        simd::load_bins8(x + 2 * k, re, im);
         const simd::Power8 p = simd::bin_power8(re, im);
         const V qe = _mm256_add_epi32(_mm256_slli_epi32(p.h, 1), off);
-        const Mant8 m = smooth8(p.e, qe, simd::load8(y + k), load_q8(qy + k), f);
+        const Mant8 m = smooth8(p.e, qe, simd::load8(y + k), simd::load16x8(qy + k), f);
         simd::store8(y + k, m.m);
-        store_q8(qy + k, m.q);
+        simd::store16x8_wrap(qy + k, m.q);
     }
     return k;
 }
@@ -157,9 +127,9 @@ SP_AVX2 int32_t conj_mult_smooth_q(const int32_t *a, const int32_t *b, int32_t *
     for (; w + 8 <= words; w += 8) {
         const Mant8 c = conj_mult_q8(simd::load8(a + w), simd::load8(b + w));
         const Mant8 m = smooth8(c.m, _mm256_add_epi32(c.q, off), simd::load8(y + w),
-                                load_q8(qy + w), f);
+                                simd::load16x8(qy + w), f);
         simd::store8(y + w, m.m);
-        store_q8(qy + w, m.q);
+        simd::store16x8_wrap(qy + w, m.q);
     }
     return w;
 }
@@ -169,11 +139,11 @@ SP_AVX2 int32_t energy_f(const int32_t *x, int32_t *e, int qoff, int16_t *qe, in
     int32_t k = 0;
     for (; k + 8 <= bins; k += 8) {
         V re, im;
-        load_bins8(x + 2 * k, re, im);
+        simd::load_bins8(x + 2 * k, re, im);
         const simd::Power8 p = simd::bin_power8(re, im);
         const Mant8 m = normalise8(p.e, _mm256_add_epi32(_mm256_slli_epi32(p.h, 1), off));
         simd::store8(e + k, m.m);
-        store_q8(qe + k, m.q);
+        simd::store16x8_wrap(qe + k, m.q);
     }
     return k;
 }
@@ -206,7 +176,7 @@ SP_AVX2 int32_t far_power(const int32_t *x, int s, int32_t *p, int32_t bins) {
     int32_t k = 0;
     for (; k + 8 <= bins; k += 8) {
         V re, im;
-        load_bins8(x + 2 * k, re, im);
+        simd::load_bins8(x + 2 * k, re, im);
         const simd::Power8 bp = simd::bin_power8(re, im);
         const V e = simd::shift_sat32(bp.e, _mm256_sub_epi32(scale, _mm256_slli_epi32(bp.h, 1)));
         const __m256 fresh = _mm256_mul_ps(simd::i2f(e), _mm256_set1_ps(3277.0f));

@@ -163,6 +163,38 @@ SP_AVX2 inline __m128i narrow_even(V v) {
         _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6)));
 }
 
+// ---- Spectra and Q values ----
+
+// Eight int16 values widened to int32 lanes.
+SP_AVX2 inline V load16x8(const int16_t *p) {
+    return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
+}
+
+// Eight lanes stored as the low 16 bits of each (the wrap of static_cast<int16_t>; masked to 16
+// bits, the unsigned saturating pack keeps them).
+SP_AVX2 inline void store16x8_wrap(int16_t *p, V v) {
+    const V low = _mm256_and_si256(v, _mm256_set1_epi32(0xFFFF));
+    const V packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(low, low), 0x08);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
+}
+
+// Eight interleaved bins of x as their re and im lanes, in bin order.
+SP_AVX2 inline void load_bins8(const int32_t *x, V &re, V &im) {
+    const __m256 lo = _mm256_castsi256_ps(load8(x));
+    const __m256 hi = _mm256_castsi256_ps(load8(x + 8));
+    re = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0x88)), 0xD8);
+    im = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0xDD)), 0xD8);
+}
+
+// fx::rnd(x * f, 15) for factors f in 0..32767: the product has at most 47 bits and the result
+// fits in int32, so the low half of (product + 2^14) >> 15 is the result.
+SP_AVX2 inline V mul_rnd15(V x, V f) {
+    const V half = _mm256_set1_epi64x(1 << 14);
+    const V even = _mm256_srli_epi64(_mm256_add_epi64(mul_even(x, f), half), 15);
+    const V odd = _mm256_slli_epi64(_mm256_add_epi64(mul_odd(x, f), half), 17);
+    return _mm256_blend_epi32(even, odd, 0xAA);
+}
+
 // sp::bin_power_f of eight bins: e and the headroom h. The smaller headroom of re and im is that
 // of the OR of their magnitudes' bits (x ^ sign).
 struct Power8 {

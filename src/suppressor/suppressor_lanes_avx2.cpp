@@ -18,30 +18,10 @@ namespace simd = sp::simd;
 
 // ---- Loads and stores ----
 
-// Eight int16 values widened to int32 lanes.
-SP_AVX2 inline V load16x8(const int16_t *p) {
-    return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
-}
-
 // Eight lanes stored as int16, saturated (lanes already in the int16 range keep their value).
 SP_AVX2 inline void store16x8(int16_t *p, V v) {
     const V packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(v, v), 0x08);
     _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
-}
-
-// Eight lanes stored as the low 16 bits of each (the wrap of static_cast<int16_t>).
-SP_AVX2 inline void store16x8_wrap(int16_t *p, V v) {
-    const V low = _mm256_and_si256(v, _mm256_set1_epi32(0xFFFF));
-    const V packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(low, low), 0x08);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
-}
-
-// Eight interleaved bins of x as their re and im lanes, in bin order.
-SP_AVX2 inline void load_bins8(const int32_t *x, V &re, V &im) {
-    const __m256 lo = _mm256_castsi256_ps(simd::load8(x));
-    const __m256 hi = _mm256_castsi256_ps(simd::load8(x + 8));
-    re = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0x88)), 0xD8);
-    im = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0xDD)), 0xD8);
 }
 
 // Adds the eight int32 lanes of v to the four int64 lanes of acc.
@@ -57,15 +37,6 @@ SP_AVX2 inline int64_t sum64(V acc) {
 }
 
 // ---- Lane versions of the scalar steps ----
-
-// fx::rnd(x * f, 15) for factors f in 0..32767: the product has at most 47 bits and the result
-// fits in int32, so the low half of (product + 2^14) >> 15 is the result.
-SP_AVX2 inline V mul_rnd15(V x, V f) {
-    const V half = _mm256_set1_epi64x(1 << 14);
-    const V even = _mm256_srli_epi64(_mm256_add_epi64(simd::mul_even(x, f), half), 15);
-    const V odd = _mm256_slli_epi64(_mm256_add_epi64(simd::mul_odd(x, f), half), 17);
-    return _mm256_blend_epi32(even, odd, 0xAA);
-}
 
 // Low 32 bits of (a * b) >> 16 for each lane: bits 16..47 of the exact 64-bit products.
 SP_AVX2 inline V mul_shr16(V a, V b) {
@@ -146,7 +117,7 @@ SP_AVX2 int32_t window_pcm(const int16_t *w, const int16_t *pcm, int32_t *out, i
     const __m128i s = _mm_cvtsi32_si128(shift);
     int32_t i = 0;
     for (; i + 8 <= count; i += 8) {
-        const V p = _mm256_mullo_epi32(load16x8(w + i), load16x8(pcm + i));
+        const V p = _mm256_mullo_epi32(simd::load16x8(w + i), simd::load16x8(pcm + i));
         simd::store8(out + i, _mm256_sra_epi32(p, s));
     }
     return i;
@@ -155,7 +126,7 @@ SP_AVX2 int32_t window_pcm(const int16_t *w, const int16_t *pcm, int32_t *out, i
 SP_AVX2 int32_t window_q15(const int16_t *w, const int32_t *in, int32_t *out, int32_t count) {
     int32_t i = 0;
     for (; i + 8 <= count; i += 8) {
-        simd::store8(out + i, mul_rnd15(simd::load8(in + i), load16x8(w + i)));
+        simd::store8(out + i, simd::mul_rnd15(simd::load8(in + i), simd::load16x8(w + i)));
     }
     return i;
 }
@@ -178,12 +149,12 @@ SP_AVX2 int32_t bin_powers(const int32_t *x, int32_t *man, int16_t *exp, int qof
     int32_t k = 0;
     for (; k + 8 <= bins; k += 8) {
         V re, im;
-        load_bins8(x + 2 * k, re, im);
+        simd::load_bins8(x + 2 * k, re, im);
         const simd::Power8 p = simd::bin_power8(re, im);
         const V h2 = _mm256_slli_epi32(p.h, 1);
         if (man != nullptr) {
             simd::store8(man + k, p.e);
-            store16x8_wrap(exp + k, _mm256_add_epi32(h2, q));
+            simd::store16x8_wrap(exp + k, _mm256_add_epi32(h2, q));
         }
         acc = add_wide(acc, simd::shift_sat32(p.e, _mm256_sub_epi32(to, h2)));
     }
@@ -213,7 +184,7 @@ SP_AVX2 int32_t band_sum(const int32_t *man, const int16_t *exp, int c, int64_t 
     V acc = _mm256_setzero_si256();
     int32_t i = 0;
     for (; i + 8 <= count; i += 8) {
-        const V shift = _mm256_sub_epi32(load16x8(exp + i), cv);
+        const V shift = _mm256_sub_epi32(simd::load16x8(exp + i), cv);
         acc = add_wide(acc, simd::shr_trunc32(simd::load8(man + i), shift));
     }
     *sum += sum64(acc);
@@ -226,8 +197,8 @@ SP_AVX2 int32_t shape_gains(int16_t *g, int32_t fb, const int16_t *wc, const int
     const V fbv = _mm256_set1_epi32(fb);
     int32_t k = 0;
     for (; k + 8 <= count; k += 8) {
-        const V weighed = weigh8(load16x8(g + k), fbv, load16x8(wc + k));
-        const V prod = _mm256_mullo_epi32(load16x8(ovrd + k), load16x8(oc + k));
+        const V weighed = weigh8(simd::load16x8(g + k), fbv, simd::load16x8(wc + k));
+        const V prod = _mm256_mullo_epi32(simd::load16x8(ovrd + k), simd::load16x8(oc + k));
         const V raw = _mm256_srai_epi32(prod, 14);
         const V od = _mm256_max_epi32(_mm256_min_epi32(raw, _mm256_set1_epi32(32767)),
                                       _mm256_set1_epi32(-32768));
@@ -264,7 +235,7 @@ SP_AVX2 int32_t unwindow(const int32_t *x, const int16_t *w, int t, int32_t *fra
     int32_t i = 0;
     for (; i + 8 <= count; i += 8) {
         const V xv = simd::load8(x + i);
-        const V wv = load16x8(w + i);
+        const V wv = simd::load16x8(w + i);
         const V pe = simd::mul_even(xv, wv);
         const V po = simd::mul_odd(xv, wv);
         V r;
