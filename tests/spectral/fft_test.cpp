@@ -177,6 +177,49 @@ TEST(FftService, VectorisedStagesMatchPortableStages) {
     }
 }
 
+// The edges of the vectorised path: one word just outside the headroom (the vectorised first stage
+// has already written dst when it finds that out; the portable stages must rewrite all of it),
+// and blocks at the headroom limit lined up with bin k so that the sums clamp at either end, over
+// shifts on both sides of the one from which the last stage leaves the clamp out.
+TEST(FftService, VectorisedStagesMatchPortableStagesAtTheLimits) {
+    using namespace sonvel::fft;
+    for (int order : {7, 8}) {
+        const PlanArea area = prepared(order);
+        const Plan &plan = *reinterpret_cast<const Plan *>(area.bytes);
+        const int n = 1 << order, lim = 1 << (31 - order);
+        const auto same = [&](const Block &x, int shift, bool inverse) {
+            Block a(2 * n, 1), b(2 * n, 2);
+            run_transform(x.data(), a.data(), plan, shift, inverse, Kernels::Portable);
+            run_transform(x.data(), b.data(), plan, shift, inverse, Kernels::Best);
+            EXPECT_EQ(a, b) << "order " << order << ", shift " << shift << ", inverse " << inverse;
+            return std::count(a.begin(), a.end(), kMax) + std::count(a.begin(), a.end(), kMin);
+        };
+        std::mt19937 rng(static_cast<unsigned>(order));
+        for (int pos : {0, 1, 2 * n - 1, static_cast<int>(rng() % (2 * n))}) {
+            for (int32_t out : {lim, -lim - 1, kMin}) {
+                Block x = random_block(2 * n, lim, rng);
+                x[pos] = out;
+                for (bool inverse : {false, true}) same(x, inverse ? order : 0, inverse);
+            }
+        }
+        long clamped = 0;
+        for (int k : {1, 3, n / 2 - 1}) {
+            for (int32_t sign : {1, -1}) {
+                Block x(2 * n);
+                for (int t = 0; t < n; ++t) {  // parts with the signs of e^(j 2 pi k t / N)
+                    const double angle = 6.283185307179586 * k * t / n;
+                    x[2 * t] = std::cos(angle) * sign >= 0 ? lim - 1 : -lim;
+                    x[2 * t + 1] = std::sin(angle) * sign >= 0 ? lim - 1 : -lim;
+                }
+                for (int shift = -1; shift <= 3; ++shift) {
+                    for (bool inverse : {false, true}) clamped += same(x, shift, inverse);
+                }
+            }
+        }
+        EXPECT_GT(clamped, 0);  // the clamp did act
+    }
+}
+
 // Forward: bins 0..N/2 exactly as the service computes them for zero imaginary parts, the words
 // behind left alone. Inverse: the service's result for the conjugate-symmetric completion, whose
 // imaginary parts are negated with saturation except for bin N-1 (two's complement); buf[N],

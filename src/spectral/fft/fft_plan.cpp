@@ -1,5 +1,6 @@
 // Plan set-up of the FFT service: stage layout, output positions of the first stage and the
 // twiddle factors of the radix-4 stages, all written inside the caller's plan area.
+#include <cstdint>
 #include <cstring>
 
 #include "spectral/fft/fft_plan.h"
@@ -46,7 +47,9 @@ void build_twiddles(Plan &p) {
         const int step = kAngleSteps / len;
         p.twOffset[s] = next;
         for (int q = 1; q <= 3; ++q) {
-            for (int k = 0; k < m; ++k) {
+            p.tw[next] = INT32_MIN;  // k = 0: -1 exactly, for the vectorised stages
+            p.tw[next + 1] = 0;
+            for (int k = 1; k < m; ++k) {
                 const Q31Pair w = unit_root(q * k * step);
                 p.tw[next + 2 * k] = w.re;
                 p.tw[next + 2 * k + 1] = w.im;

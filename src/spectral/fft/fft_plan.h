@@ -32,7 +32,8 @@ inline constexpr uint32_t kPlanMagic = 0x46465450u;
 // Decimation in time over four stages: radix 4 (N = 256) or radix 2 (N = 128) first, then three
 // radix-4 stages. Radix-4 stage s (1..3) combines groups of four sub-transforms of length
 // m = N / 4^(4-s); its twiddles W_4m^{qk} (Q31 re, im; e^{-j...}) are three arrays, q = 1, 2, 3,
-// of m pairs each (k = 0..m-1; the pair for k = 0 is never used), one stage after the other.
+// of m pairs each (k = 0..m-1), one stage after the other. The pair for k = 0 is -1, (-2^31, 0):
+// the portable stages skip the turn by W^0 = 1, the vectorised ones turn the negated value by it.
 inline constexpr int kTwiddleWords = 6 * (4 + 16 + 64);
 
 // The first stage reads its inputs in natural order: butterfly o (o = 0..N/r - 1) takes

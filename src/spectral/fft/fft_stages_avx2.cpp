@@ -43,14 +43,36 @@ SV_AVX2 inline V times_minus_j(V d) {
     return _mm256_sign_epi32(swap_parts(d), _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1));
 }
 
-SV_AVX2 void first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+// The lowest and highest input word seen so far, for the headroom of the whole input.
+struct Range {
+    V lo;
+    V hi;
+    SV_AVX2 V add(V x) {
+        lo = _mm256_min_epi32(lo, x);
+        hi = _mm256_max_epi32(hi, x);
+        return x;
+    }
+    SV_AVX2 int headroom() const {
+        __m128i l = _mm_min_epi32(_mm256_castsi256_si128(lo), _mm256_extracti128_si256(lo, 1));
+        __m128i h = _mm_max_epi32(_mm256_castsi256_si128(hi), _mm256_extracti128_si256(hi, 1));
+        l = _mm_min_epi32(l, _mm_shuffle_epi32(l, 0x4E));
+        h = _mm_max_epi32(h, _mm_shuffle_epi32(h, 0x4E));
+        l = _mm_min_epi32(l, _mm_shuffle_epi32(l, 0xB1));
+        h = _mm_max_epi32(h, _mm_shuffle_epi32(h, 0xB1));
+        return range_headroom(_mm_cvtsi128_si32(l), _mm_cvtsi128_si32(h));
+    }
+};
+
+template <bool Swap>
+SV_AVX2 int first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
     const int stride = p.n / 4;
     const __m128i g = _mm_cvtsi32_si128(guard);
+    Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
     for (int o = 0; o < stride; o += 4) {
         V d[4];
         for (int q = 0; q < 4; ++q) {
-            const V x = load(src + 2 * (o + q * stride));
-            d[q] = _mm256_sll_epi32(swap ? swap_parts(x) : x, g);
+            const V x = range.add(load(src + 2 * (o + q * stride)));
+            d[q] = _mm256_sll_epi32(Swap ? swap_parts(x) : x, g);
         }
         const V s02 = _mm256_add_epi32(d[0], d[2]);
         const V d02 = _mm256_sub_epi32(d[0], d[2]);
@@ -72,25 +94,29 @@ SV_AVX2 void first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int g
         store(y + 2 * step, _mm256_permute2x128_si256(t0, t2, 0x31));
         store(y + 3 * step, _mm256_permute2x128_si256(t1, t3, 0x31));
     }
+    return range.headroom();
 }
 
-SV_AVX2 void first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+template <bool Swap>
+SV_AVX2 int first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
     const int stride = p.n / 2;
+    const int step = 2 * (p.n / 4);
     const __m128i g = _mm_cvtsi32_si128(guard);
+    Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
     for (int o = 0; o < stride; o += 4) {
-        V a = load(src + 2 * o);
-        V b = load(src + 2 * (o + stride));
-        a = _mm256_sll_epi32(swap ? swap_parts(a) : a, g);
-        b = _mm256_sll_epi32(swap ? swap_parts(b) : b, g);
+        V a = range.add(load(src + 2 * o));
+        V b = range.add(load(src + 2 * (o + stride)));
+        a = _mm256_sll_epi32(Swap ? swap_parts(a) : a, g);
+        b = _mm256_sll_epi32(Swap ? swap_parts(b) : b, g);
         const V s = _mm256_add_epi32(a, b);
         const V d = _mm256_sub_epi32(a, b);
         const V t0 = _mm256_unpacklo_epi64(s, d);
         const V t1 = _mm256_unpackhi_epi64(s, d);
         int32_t *y = dst + 2 * p.firstOut[o / 4];
-        const int step = 2 * (p.n / 4);
         store2x2(y, y + 2 * step, t0);
         store2x2(y + step, y + 3 * step, t1);
     }
+    return range.headroom();
 }
 
 // ---- Radix-4 stages: 64-bit lanes, one complex value per lane. ----
@@ -107,34 +133,45 @@ SV_AVX2 inline C4 widen(V x) {
     return {_mm256_mul_epi32(x, scale), _mm256_mul_epi32(_mm256_srli_epi64(x, 32), scale)};
 }
 
-// (v + 2^(s-1)) >> s for |v| < 2^62: biased to a non-negative value so that the logical shift is
-// the arithmetic one.
-SV_AVX2 inline V round_products(V v) {
-    constexpr int kShift = 31 - kProductBits;
-    const V bias = _mm256_set1_epi64x((int64_t{1} << 62) + (int64_t{1} << (kShift - 1)));
-    const V unbias = _mm256_set1_epi64x(int64_t{1} << (62 - kShift));
-    return _mm256_sub_epi64(_mm256_srli_epi64(_mm256_add_epi64(v, bias), kShift), unbias);
+// The rounded twiddle products below carry kOffset = 2^35: the sums of products, |v| <= 2^62,
+// are biased by 2^62 to be non-negative, so that the logical shift acts as the arithmetic one,
+// and the bias stays in the result. Through the four-point DFT the offsets of inputs 1..3 add up
+// to +3 kOffset in output 0 and to -kOffset in outputs 1..3; the stores' rounding constants
+// (output_half) take them back, so every sum is exactly the portable stages' one when rounded.
+constexpr int kProductShift = 31 - kProductBits;
+constexpr int64_t kOffset = int64_t{1} << (62 - kProductShift);
+
+// The rounding constant of output q for a rounding by 2^-shift.
+constexpr int64_t output_half(int shift, int q) {
+    return (int64_t{1} << (shift - 1)) + (q == 0 ? -3 * kOffset : kOffset);
 }
 
-// x * w * 2^kProductBits for four values and twiddles (both interleaved re, im).
+// x * w * 2^kProductBits + kOffset for four values and twiddles (both interleaved re, im),
+// rounded to nearest.
 SV_AVX2 inline C4 twiddle(V x, V w) {
+    const V bias = _mm256_set1_epi64x((int64_t{1} << 62) + (int64_t{1} << (kProductShift - 1)));
     const V xi = _mm256_srli_epi64(x, 32);
     const V wi = _mm256_srli_epi64(w, 32);
     const V re = _mm256_sub_epi64(_mm256_mul_epi32(x, w), _mm256_mul_epi32(xi, wi));
     const V im = _mm256_add_epi64(_mm256_mul_epi32(x, wi), _mm256_mul_epi32(xi, w));
-    return {round_products(re), round_products(im)};
+    return {_mm256_srli_epi64(_mm256_add_epi64(re, bias), kProductShift),
+            _mm256_srli_epi64(_mm256_add_epi64(im, bias), kProductShift)};
 }
 
-// Lanes selected by the 32-bit blend mask take the untwiddled (k = 0) value.
+// The twiddled values, with the 32-bit lanes of KZeroMask (k = 0) negated first: their twiddle
+// in the plan is -1 exactly, (-2^31, 0), and (-x) (-2^31) 2^-27 = 16 x leaves nothing to round,
+// so they come out as widen(x) + kOffset like every other product. The negation cannot wrap:
+// with the headroom the vectorised stages demand, a word between stages stays below
+// sqrt(2) 2^30 (plus a few units of rounding), far from -2^31.
 template <int KZeroMask>
-SV_AVX2 inline C4 twiddle_or_widen(V x, V w) {
-    const C4 t = twiddle(x, w);
+SV_AVX2 inline C4 twiddle_k(V x, V w) {
     if constexpr (KZeroMask == 0) {
-        return t;
+        return twiddle(x, w);
     } else {
-        const C4 u = widen(x);
-        return {_mm256_blend_epi32(t.re, u.re, KZeroMask),
-                _mm256_blend_epi32(t.im, u.im, KZeroMask)};
+        constexpr auto sign = [](int lane) { return (KZeroMask >> lane) & 1 ? -1 : 1; };
+        const V neg = _mm256_setr_epi32(sign(0), sign(1), sign(2), sign(3), sign(4), sign(5),
+                                        sign(6), sign(7));
+        return twiddle(_mm256_sign_epi32(x, neg), w);
     }
 }
 
@@ -157,47 +194,91 @@ SV_AVX2 inline void radix4(C4 (&a)[4]) {
     a[3] = {_mm256_sub_epi64(d02.re, d13.im), _mm256_add_epi64(d02.im, d13.re)};
 }
 
-// Rounding by 2^-shift of values that fit after it. lo() leaves the result in the low 32 bits of
-// each 64-bit lane (logical shift right); hi() leaves it in the high 32 bits (shift left by
-// 32 - shift: the high half then holds bits shift..shift+31 of the sum, the same word).
+// Rounding of output q by 2^-shift, for values that fit after it. lo() leaves the result in the
+// low 32 bits of each 64-bit lane (logical shift right); hi() leaves it in the high 32 bits
+// (shift left by 32 - shift: the high half then holds bits shift..shift+31 of the sum, the same
+// word).
 struct RoundPlain {
-    V half;
+    V half[2];          // output_half(shift, 0), output_half(shift, 1)
     __m128i count;      // shift
     __m128i countHigh;  // 32 - shift
-    SV_AVX2 V lo(V v) const { return _mm256_srl_epi64(_mm256_add_epi64(v, half), count); }
-    SV_AVX2 V hi(V v) const { return _mm256_sll_epi64(_mm256_add_epi64(v, half), countHigh); }
+    SV_AVX2 V lo(V v, int q) const {
+        return _mm256_srl_epi64(_mm256_add_epi64(v, half[q != 0]), count);
+    }
+    SV_AVX2 V hi(V v, int q) const {
+        return _mm256_sll_epi64(_mm256_add_epi64(v, half[q != 0]), countHigh);
+    }
+};
+
+// RoundPlain with a shift known when compiling (the middle stages): immediate shift counts.
+template <int kShift>
+struct RoundFixed {
+    SV_AVX2 static V biased(V v, int q) {
+        return _mm256_add_epi64(v, _mm256_set1_epi64x(output_half(kShift, q)));
+    }
+    SV_AVX2 V lo(V v, int q) const { return _mm256_srli_epi64(biased(v, q), kShift); }
+    SV_AVX2 V hi(V v, int q) const { return _mm256_slli_epi64(biased(v, q), 32 - kShift); }
 };
 
 // Rounding by 2^-shift clamped to the 32-bit range first (shift <= 31).
 struct RoundClamp {
-    V half;
+    V half[2];
     __m128i count;
     __m128i countHigh;
-    V hi32;  // 2^(31+shift) - 1
-    V lo32;  // -2^(31+shift)
-    SV_AVX2 V clamped(V v) const {
-        V r = _mm256_add_epi64(v, half);
+    V hi32;     // 2^(31+shift) - 1
+    V lo32;     // -2^(31+shift)
+    V top[2];   // half + 2^(31+shift)
+    V outside;  // bits 32+shift..63
+    SV_AVX2 V clamped(V v, int q) const {
+        V r = _mm256_add_epi64(v, half[q != 0]);
         r = _mm256_blendv_epi8(r, hi32, _mm256_cmpgt_epi64(r, hi32));
         return _mm256_blendv_epi8(r, lo32, _mm256_cmpgt_epi64(lo32, r));
     }
-    SV_AVX2 V lo(V v) const { return _mm256_srl_epi64(clamped(v), count); }
-    SV_AVX2 V hi(V v) const { return _mm256_sll_epi64(clamped(v), countHigh); }
+    SV_AVX2 V lo(V v, int q) const { return _mm256_srl_epi64(clamped(v, q), count); }
+    SV_AVX2 V hi(V v, int q) const { return _mm256_sll_epi64(clamped(v, q), countHigh); }
 };
 
 // Rounded re and im lanes interleaved again as 32-bit (re, im), or (im, re) with Swap.
 template <bool Swap, class Round>
-SV_AVX2 inline V pack(V re, V im, const Round &round) {
-    return Swap ? _mm256_blend_epi32(round.lo(im), round.hi(re), 0xAA)
-                : _mm256_blend_epi32(round.lo(re), round.hi(im), 0xAA);
+SV_AVX2 inline V pack(V re, V im, const Round &round, int q) {
+    return Swap ? _mm256_blend_epi32(round.lo(im, q), round.hi(re, q), 0xAA)
+                : _mm256_blend_epi32(round.lo(re, q), round.hi(im, q), 0xAA);
+}
+
+// The four rounded outputs of the butterflies interleaved again.
+template <bool Swap, class Round>
+SV_AVX2 inline void pack_all(V (&d)[4], const C4 (&a)[4], const Round &round) {
+    for (int q = 0; q < 4; ++q) d[q] = pack<Swap>(a[q].re, a[q].im, round, q);
+}
+
+// The same with the clamp, which rarely acts: when every sum plus half plus 2^(31+shift) lies in
+// [0, 2^(32+shift)) the rounded values fit and are the low 32 bits of that sum's shift with the
+// sign bit flipped back; one test of all of them then replaces the comparisons.
+template <bool Swap>
+SV_AVX2 inline void pack_all(V (&d)[4], const C4 (&a)[4], const RoundClamp &round) {
+    V r[4][2];
+    V any = _mm256_setzero_si256();
+    for (int q = 0; q < 4; ++q) {
+        r[q][0] = _mm256_add_epi64(Swap ? a[q].im : a[q].re, round.top[q != 0]);
+        r[q][1] = _mm256_add_epi64(Swap ? a[q].re : a[q].im, round.top[q != 0]);
+        any = _mm256_or_si256(any, _mm256_or_si256(r[q][0], r[q][1]));
+    }
+    if (!_mm256_testz_si256(any, round.outside)) return pack_all<Swap, RoundClamp>(d, a, round);
+    const V flip = _mm256_set1_epi32(INT32_MIN);
+    for (int q = 0; q < 4; ++q) {
+        const V lo = _mm256_srl_epi64(r[q][0], round.count);
+        const V hi = _mm256_sll_epi64(r[q][1], round.countHigh);
+        d[q] = _mm256_xor_si256(_mm256_blend_epi32(lo, hi, 0xAA), flip);
+    }
 }
 
 // Four butterflies: inputs d[q], twiddles w[q - 1], results interleaved 32-bit.
 template <int KZeroMask, bool Swap, class Round>
 SV_AVX2 inline void butterflies(V (&d)[4], const V (&w)[3], const Round &round) {
-    C4 a[4] = {widen(d[0]), twiddle_or_widen<KZeroMask>(d[1], w[0]),
-               twiddle_or_widen<KZeroMask>(d[2], w[1]), twiddle_or_widen<KZeroMask>(d[3], w[2])};
+    C4 a[4] = {widen(d[0]), twiddle_k<KZeroMask>(d[1], w[0]), twiddle_k<KZeroMask>(d[2], w[1]),
+               twiddle_k<KZeroMask>(d[3], w[2])};
     radix4(a);
-    for (int q = 0; q < 4; ++q) d[q] = pack<Swap>(a[q].re, a[q].im, round);
+    pack_all<Swap>(d, a, round);
 }
 
 // A radix-4 stage with m >= 4: four consecutive k of one group per step.
@@ -267,42 +348,45 @@ bool available() {
     return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_AVX2) != 0;
 }
 
-SV_AVX2 int headroom(const int32_t *x, int n) {
-    V acc = _mm256_setzero_si256();
-    for (int i = 0; i < 2 * n; i += 8) {
-        const V v = load(x + i);
-        acc = _mm256_or_si256(acc, _mm256_xor_si256(v, _mm256_srai_epi32(v, 31)));
-    }
-    __m128i r = _mm_or_si128(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
-    r = _mm_or_si128(r, _mm_shuffle_epi32(r, 0x4E));
-    r = _mm_or_si128(r, _mm_shuffle_epi32(r, 0xB1));
-    return fx::hr(_mm_cvtsi128_si32(r));
-}
-
-SV_AVX2 void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+SV_AVX2 int first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
     if (p.firstRadix == 4) {
-        first_stage4(src, dst, p, guard, swap);
-    } else {
-        first_stage2(src, dst, p, guard, swap);
+        return swap ? first_stage4<true>(src, dst, p, guard)
+                    : first_stage4<false>(src, dst, p, guard);
     }
+    return swap ? first_stage2<true>(src, dst, p, guard) : first_stage2<false>(src, dst, p, guard);
 }
 
 SV_AVX2 void middle_stage(int32_t *d, const Plan &p, int s) {
-    constexpr int kShift = kProductBits + 2;
-    const RoundPlain round{_mm256_set1_epi64x(int64_t{1} << (kShift - 1)),
-                           _mm_cvtsi32_si128(kShift), _mm_cvtsi32_si128(32 - kShift)};
-    stage<false>(d, p, s, round);
+    stage<false>(d, p, s, RoundFixed<kProductBits + 2>{});
 }
 
-SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
-    const RoundClamp round{_mm256_set1_epi64x(int64_t{1} << (shift - 1)), _mm_cvtsi32_si128(shift),
-                           _mm_cvtsi32_si128(32 - shift),
-                           _mm256_set1_epi64x((int64_t{1} << (31 + shift)) - 1),
-                           _mm256_set1_epi64x(-(int64_t{1} << (31 + shift)))};
+template <class Round>
+SV_AVX2 void last_stage_with(int32_t *d, const Plan &p, bool swap, const Round &round) {
     if (swap) {
         stage<true>(d, p, kStages - 1, round);
     } else {
         stage<false>(d, p, kStages - 1, round);
+    }
+}
+
+SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
+    const V half[2] = {_mm256_set1_epi64x(output_half(shift, 0)),
+                       _mm256_set1_epi64x(output_half(shift, 1))};
+    const __m128i count = _mm_cvtsi32_si128(shift);
+    const __m128i countHigh = _mm_cvtsi32_si128(32 - shift);
+    if (shift >= kUnclampedShift) {
+        last_stage_with(d, p, swap, RoundPlain{{half[0], half[1]}, count, countHigh});
+    } else {
+        const int64_t top = int64_t{1} << (31 + shift);
+        const RoundClamp round{{half[0], half[1]},
+                               count,
+                               countHigh,
+                               _mm256_set1_epi64x(top - 1),
+                               _mm256_set1_epi64x(-top),
+                               {_mm256_set1_epi64x(output_half(shift, 0) + top),
+                                _mm256_set1_epi64x(output_half(shift, 1) + top)},
+                               _mm256_set1_epi64x(-2 * top)};
+        last_stage_with(d, p, swap, round);
     }
 }
 
@@ -313,8 +397,7 @@ SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
 namespace sonvel::fft::simd {
 
 bool available() { return false; }
-int headroom(const int32_t *, int) { return 0; }
-void first_stage(const int32_t *, int32_t *, const Plan &, int, bool) {}
+int first_stage(const int32_t *, int32_t *, const Plan &, int, bool) { return 0; }
 void middle_stage(int32_t *, const Plan &, int) {}
 void last_stage(int32_t *, const Plan &, int, bool) {}
 

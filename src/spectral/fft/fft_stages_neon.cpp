@@ -14,11 +14,25 @@ namespace {
 
 // ---- First stage: exact sums on 32-bit lanes, four butterflies per step, re / im apart. ----
 
-// Four complex values from p as separate re and im lanes (exchanged with swap), times 2^guard.
-inline int32x4x2_t load4(const int32_t *p, bool swap, int32x4_t guard) {
+// The lowest and highest input word seen so far, for the headroom of the whole input.
+struct Range {
+    int32x4_t lo = vdupq_n_s32(0);
+    int32x4_t hi = vdupq_n_s32(0);
+    void add(int32x4x2_t x) {
+        lo = vminq_s32(lo, vminq_s32(x.val[0], x.val[1]));
+        hi = vmaxq_s32(hi, vmaxq_s32(x.val[0], x.val[1]));
+    }
+    int headroom() const { return range_headroom(vminvq_s32(lo), vmaxvq_s32(hi)); }
+};
+
+// Four complex values from p as separate re and im lanes (exchanged with Swap), times 2^guard;
+// their range joins `range`.
+template <bool Swap>
+inline int32x4x2_t load4(const int32_t *p, int32x4_t guard, Range &range) {
     const int32x4x2_t x = vld2q_s32(p);
-    const int32x4_t re = vshlq_s32(swap ? x.val[1] : x.val[0], guard);
-    const int32x4_t im = vshlq_s32(swap ? x.val[0] : x.val[1], guard);
+    range.add(x);
+    const int32x4_t re = vshlq_s32(Swap ? x.val[1] : x.val[0], guard);
+    const int32x4_t im = vshlq_s32(Swap ? x.val[0] : x.val[1], guard);
     return {{re, im}};
 }
 
@@ -28,12 +42,14 @@ inline void store_lane(int32_t *y, const int32x4x2_t &a, const int32x4x2_t &b) {
     vst4q_lane_s32(y, (int32x4x4_t{{a.val[0], a.val[1], b.val[0], b.val[1]}}), I);
 }
 
-void first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+template <bool Swap>
+int first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
     const int stride = p.n / 4;
     const int32x4_t g = vdupq_n_s32(guard);
+    Range range;
     for (int o = 0; o < stride; o += 4) {
         int32x4x2_t d[4];
-        for (int q = 0; q < 4; ++q) d[q] = load4(src + 2 * (o + q * stride), swap, g);
+        for (int q = 0; q < 4; ++q) d[q] = load4<Swap>(src + 2 * (o + q * stride), g, range);
         const int32x4_t s02r = vaddq_s32(d[0].val[0], d[2].val[0]);
         const int32x4_t s02i = vaddq_s32(d[0].val[1], d[2].val[1]);
         const int32x4_t d02r = vsubq_s32(d[0].val[0], d[2].val[0]);
@@ -57,14 +73,17 @@ void first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard, bo
         store_lane<3>(y + 3 * step, o0, o1);
         store_lane<3>(y + 3 * step + 4, o2, o3);
     }
+    return range.headroom();
 }
 
-void first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+template <bool Swap>
+int first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
     const int stride = p.n / 2;
     const int32x4_t g = vdupq_n_s32(guard);
+    Range range;
     for (int o = 0; o < stride; o += 4) {
-        const int32x4x2_t a = load4(src + 2 * o, swap, g);
-        const int32x4x2_t b = load4(src + 2 * (o + stride), swap, g);
+        const int32x4x2_t a = load4<Swap>(src + 2 * o, g, range);
+        const int32x4x2_t b = load4<Swap>(src + 2 * (o + stride), g, range);
         const int32x4x2_t s{{vaddq_s32(a.val[0], b.val[0]), vaddq_s32(a.val[1], b.val[1])}};
         const int32x4x2_t d{{vsubq_s32(a.val[0], b.val[0]), vsubq_s32(a.val[1], b.val[1])}};
         int32_t *y = dst + 2 * p.firstOut[o / 4];
@@ -74,6 +93,7 @@ void first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard, bo
         store_lane<2>(y + 2 * step, s, d);
         store_lane<3>(y + 3 * step, s, d);
     }
+    return range.headroom();
 }
 
 // ---- Radix-4 stages: two complex values per step as 64-bit re and im lanes. ----
@@ -95,16 +115,17 @@ inline C2 twiddle(int32x2x2_t x, int32x2x2_t w) {
     return {vrshrq_n_s64(re, 31 - kProductBits), vrshrq_n_s64(im, 31 - kProductBits)};
 }
 
-// The twiddled value, but the untwiddled one in lane 0 (k = 0) with KZero.
+// The twiddled value; with KZero lane 0 (k = 0) is negated first: its twiddle in the plan is -1
+// exactly, (-2^31, 0), and (-x) (-2^31) 2^-27 = 16 x leaves nothing to round, so it comes out
+// as widen(x). The negation cannot wrap: with the headroom the vectorised stages demand, a word
+// between stages stays below sqrt(2) 2^30 (plus a few units of rounding), far from -2^31.
 template <bool KZero>
-inline C2 twiddle_or_widen(int32x2x2_t x, int32x2x2_t w) {
-    const C2 t = twiddle(x, w);
-    if constexpr (!KZero) {
-        return t;
-    } else {
-        const C2 u = widen(x);
-        return {vcopyq_laneq_s64(t.re, 0, u.re, 0), vcopyq_laneq_s64(t.im, 0, u.im, 0)};
+inline C2 twiddle_k(int32x2x2_t x, int32x2x2_t w) {
+    if constexpr (KZero) {
+        const int32x2_t neg = vcreate_s32(0x00000001FFFFFFFFull);  // {-1, 1}
+        x = {{vmul_s32(x.val[0], neg), vmul_s32(x.val[1], neg)}};
     }
+    return twiddle(x, w);
 }
 
 inline C2 add(C2 a, C2 b) { return {vaddq_s64(a.re, b.re), vaddq_s64(a.im, b.im)}; }
@@ -136,9 +157,9 @@ struct RoundClamp {
 
 template <bool KZero, bool Swap, class Round>
 inline void butterflies(int32_t *y, int m, const int32_t *const (&w)[3], const Round &round) {
-    C2 a[4] = {widen(vld2_s32(y)), twiddle_or_widen<KZero>(vld2_s32(y + 2 * m), vld2_s32(w[0])),
-               twiddle_or_widen<KZero>(vld2_s32(y + 4 * m), vld2_s32(w[1])),
-               twiddle_or_widen<KZero>(vld2_s32(y + 6 * m), vld2_s32(w[2]))};
+    C2 a[4] = {widen(vld2_s32(y)), twiddle_k<KZero>(vld2_s32(y + 2 * m), vld2_s32(w[0])),
+               twiddle_k<KZero>(vld2_s32(y + 4 * m), vld2_s32(w[1])),
+               twiddle_k<KZero>(vld2_s32(y + 6 * m), vld2_s32(w[2]))};
     radix4(a);
     for (int q = 0; q < 4; ++q) {
         const int32x2_t re = round(a[q].re);
@@ -168,21 +189,12 @@ void stage(int32_t *d, const Plan &p, int s, const Round &round) {
 
 bool available() { return true; }
 
-int headroom(const int32_t *x, int n) {
-    uint32x4_t acc = vdupq_n_u32(0);
-    for (int i = 0; i < 2 * n; i += 4) {
-        const int32x4_t v = vld1q_s32(x + i);
-        acc = vorrq_u32(acc, vreinterpretq_u32_s32(veorq_s32(v, vshrq_n_s32(v, 31))));
-    }
-    return fx::hr(static_cast<int32_t>(vmaxvq_u32(acc)));
-}
-
-void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+int first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
     if (p.firstRadix == 4) {
-        first_stage4(src, dst, p, guard, swap);
-    } else {
-        first_stage2(src, dst, p, guard, swap);
+        return swap ? first_stage4<true>(src, dst, p, guard)
+                    : first_stage4<false>(src, dst, p, guard);
     }
+    return swap ? first_stage2<true>(src, dst, p, guard) : first_stage2<false>(src, dst, p, guard);
 }
 
 void middle_stage(int32_t *d, const Plan &p, int s) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_plan.h"
 
 namespace sonvel::fft::simd {
@@ -14,11 +15,18 @@ namespace sonvel::fft::simd {
 // recorded in the plan: the library keeps no global state, not even a cached processor check.
 bool available();
 
-// Common headroom of the 2n words of x.
-int headroom(const int32_t *x, int n);
+// Common headroom of all words in [lo, hi], the range of a block's words (lo <= 0 <= hi).
+inline int range_headroom(int32_t lo, int32_t hi) {
+    const int a = fx::hr(lo);
+    const int b = fx::hr(hi);
+    return a < b ? a : b;
+}
 
-// First stage from src (re / im exchanged with swap) into dst with guard >= 0 guard bits.
-void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap);
+// First stage from src (re / im exchanged with swap) into dst with guard >= 0 guard bits; returns
+// the common headroom of the 2N words of src, which it reads anyway. The results are those of
+// the portable stages only when it is at least log2 N; otherwise dst holds garbage (no undefined
+// behaviour: the shifts and sums wrap on the vector lanes) and must be rewritten.
+int first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap);
 
 // Radix-4 stage s (1 or 2) in place; results rounded by 2^-(kProductBits + 2), not clamped
 // (with the headroom they fit).
@@ -26,6 +34,14 @@ void middle_stage(int32_t *d, const Plan &p, int s);
 
 // The last stage in place; results rounded by 2^-shift (shift 1..31), clamped, re / im
 // exchanged with swap.
+//
+// From kUnclampedShift on the clamp cannot act, whatever 32-bit words the stage reads: a widened
+// word is |16 d| <= 2^35, a rounded twiddle product |(d.re w.re - d.im w.im) 2^-27| <=
+// 2^31 (|w.re| + |w.im|) 2^-27 + 1 <= sqrt(2) 2^35 + 1 < 1.5 * 2^35, so the four-point sums are
+// below 6 * 2^35 = 0.75 * 2^38 and, with the rounding half 2^(shift-1) <= 2^30 added, inside
+// the clamp bounds +-2^(31+shift) for shift >= 7. (The inverse transform always passes
+// log2 N + 5 or more for scale factors >= 0.)
 void last_stage(int32_t *d, const Plan &p, int shift, bool swap);
+inline constexpr int kUnclampedShift = 7;
 
 }  // namespace sonvel::fft::simd

@@ -150,8 +150,9 @@ bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, int shift, bool
     const int guard = p.order - 1;
     const int last = kProductBits + guard - len_bits(p, kStages - 2) + shift;
     if (!p.vectorised || last < 1 || last > 31) return false;
-    if (simd::headroom(src, p.n) < p.order) return false;
-    simd::first_stage(src, dst, p, guard - len_bits(p, 0), swap);
+    // The first stage finds the headroom while it reads the input; without enough of it the
+    // portable stages rewrite all of dst.
+    if (simd::first_stage(src, dst, p, guard - len_bits(p, 0), swap) < p.order) return false;
     for (int s = 1; s < kStages - 1; ++s) simd::middle_stage(dst, p, s);
     simd::last_stage(dst, p, last, swap);
     return true;
