@@ -214,6 +214,14 @@ SP_AVX2 inline Power8 bin_power8(V re, V im) {
     return {f2i(_mm256_mul_ps(sum, _mm256_set1_ps(0x1p-32f))), h};
 }
 
+// fx::Mpy_32_16_opt2 of each lane for int16 factors f: bits 16..47 of the exact product, which
+// hold the whole shifted product.
+SP_AVX2 inline V mpy_32_16_opt2(V x, V f) {
+    const V even = _mm256_srli_epi64(mul_even(x, f), 16);
+    const V odd = _mm256_slli_epi64(mul_odd(x, f), 16);
+    return _mm256_blend_epi32(even, odd, 0xAA);
+}
+
 }  // namespace sp::simd
 
 #endif

@@ -81,6 +81,12 @@ inline int32x2_t rnd64(int64x2_t v, int k) {
     return vqmovn_s64(vrshlq_s64(v, vdupq_n_s64(-k)));
 }
 
+// fx::Mpy_32_16_opt2 of each lane for int16 factors f: the doubling high half of x * f * 2^15
+// is (x * f) >> 16 and never saturates, as f * 2^15 is never -2^31.
+inline int32x4_t mpy_32_16_opt2(int32x4_t x, int32x4_t f) {
+    return vqdmulhq_s32(x, vshlq_n_s32(f, 15));
+}
+
 }  // namespace sp::simd
 
 #endif

@@ -20,28 +20,15 @@
 
 namespace {
 
+using namespace sonvel::comfort_noise;  // the shared weights and the Pow / Power pairs
+
 constexpr int kBins = sonvel::kBinWords;
-constexpr float kTenth = 3277.0f;        // 0.1 in Q15
-constexpr float kNineTenths = 29490.0f;  // 0.9 in Q15
-constexpr float kTwoPowM16 = 1.0f / 65536.0f;
 constexpr float kTwoPowM15 = 1.0f / 32768.0f;
 constexpr float kTwoPow30 = 1073741824.0f;
-constexpr int16_t kRiseSlow = 328;       // 0.01 in Q15
-constexpr int16_t kKeepSlow = 32439;     // 0.99 in Q15
 constexpr int kFloorCopyBlocks = 19;     // the floor copies the average while K <= 19
 constexpr int kFloorRiseBlocks = 201;
 constexpr int kQuietBlocks = 6;
-constexpr int16_t kRiseStep = 7;
-constexpr int16_t kFallStep = 6;
-constexpr int16_t kRiseCntMax = 32760;
-constexpr int16_t kRiseCntLong = 300;
 constexpr int32_t kStartBlock = 251;
-
-// Per-bin mantissa / Q-value pair in the state.
-struct Pow {
-    int32_t *man;
-    int16_t *exp;
-};
 
 // int(float(m) * w * 2^-16), truncating and saturating.
 int32_t weighted_half(int32_t m, float w) {
@@ -57,8 +44,10 @@ void store_normalised(Pow x, int k, int32_t s, int qm, int adjust) {
 }
 
 // 1. A = 0.9 A + 0.1 P (products carry half the weights; the Q value one lower doubles them).
-void average(Pow a, const int32_t *pm, const int16_t *pq, int bins) {
-    for (int k = 0; k < bins; ++k) {
+void average(sp::Isa isa, Pow a, Power p, int bins) {
+    const int32_t *pm = p.man;
+    const int16_t *pq = p.exp;
+    for (int k = isa == sp::Isa::kVector ? lanes::average(a, p, bins) : 0; k < bins; ++k) {
         const int qm = std::min(pq[k], a.exp[k]);
         const int32_t x = sp::align_to(weighted_half(pm[k], kTenth), pq[k], qm);
         const int32_t y = sp::align_to(weighted_half(a.man[k], kNineTenths), a.exp[k], qm);
@@ -67,8 +56,8 @@ void average(Pow a, const int32_t *pm, const int16_t *pq, int bins) {
 }
 
 // 2. F follows A down: F = 0.9 F + 0.1 A where F is above A.
-void floor_down(Pow f, Pow a, int bins) {
-    for (int k = 0; k < bins; ++k) {
+void floor_down(sp::Isa isa, Pow f, Pow a, int bins) {
+    for (int k = isa == sp::Isa::kVector ? lanes::floor_down(f, a, bins) : 0; k < bins; ++k) {
         const int qm = std::min(a.exp[k], f.exp[k]);
         const int32_t av = sp::align_to(a.man[k], a.exp[k], qm);
         const int32_t fl = sp::align_to(f.man[k], f.exp[k], qm);
@@ -80,9 +69,11 @@ void floor_down(Pow f, Pow a, int bins) {
 }
 
 // 3. Persistence counter: +7 where P is above 4 F, -6 elsewhere, within 0..32760.
-void count_persistence(int16_t *t, uint8_t *above, const int32_t *pm, const int16_t *pq, Pow f,
-                       int bins) {
-    for (int k = 0; k < bins; ++k) {
+void count_persistence(sp::Isa isa, int16_t *t, int16_t *above, Power p, Pow f, int bins) {
+    const int32_t *pm = p.man;
+    const int16_t *pq = p.exp;
+    int k = isa == sp::Isa::kVector ? lanes::count_persistence(t, above, p, f, bins) : 0;
+    for (; k < bins; ++k) {
         const int qf4 = f.exp[k] - 2;
         const int qm = std::min<int>(pq[k], qf4);
         const bool up = sp::align_to(pm[k], pq[k], qm) > sp::align_to(f.man[k], qf4, qm);
@@ -93,10 +84,12 @@ void count_persistence(int16_t *t, uint8_t *above, const int32_t *pm, const int1
 }
 
 // 4.1 Slow rise of the floor, F = 0.99 F + 0.01 P, where the power stayed near the floor or has
-// been well above it for long.
-void floor_up(Pow f, const int32_t *pm, const int16_t *pq, const int16_t *t, const uint8_t *above,
-              int bins) {
-    for (int k = bins - 1; k >= 0; --k) {
+// been well above it for long. Every bin is independent: the vectorised loop does the leading ones.
+void floor_up(sp::Isa isa, Pow f, Power p, const int16_t *t, const int16_t *above, int bins) {
+    const int32_t *pm = p.man;
+    const int16_t *pq = p.exp;
+    const int done = isa == sp::Isa::kVector ? lanes::floor_up(f, p, t, above, bins) : 0;
+    for (int k = bins - 1; k >= done; --k) {
         if (t[k] <= kRiseCntLong && above[k] != 0) continue;
         const int16_t qm = std::min(pq[k], f.exp[k]);
         const int32_t a = fx::L_shr_opt(fx::Mpy_32_16_opt2(pm[k], kRiseSlow),
@@ -111,8 +104,11 @@ void floor_up(Pow f, const int32_t *pm, const int16_t *pq, const int16_t *t, con
 }
 
 // 4.2 Early quiet blocks: A = A + P where A is above 2 P.
-void average_catch_up(Pow a, const int32_t *pm, const int16_t *pq, int bins) {
-    for (int k = 0; k < bins; ++k) {
+void average_catch_up(sp::Isa isa, Pow a, Power p, int bins) {
+    const int32_t *pm = p.man;
+    const int16_t *pq = p.exp;
+    for (int k = isa == sp::Isa::kVector ? lanes::average_catch_up(a, p, bins) : 0; k < bins;
+         ++k) {
         const int qp2 = pq[k] - 1;
         const int qm = std::min<int>(qp2, a.exp[k]);
         const int32_t p2 = sp::align_to(pm[k], qp2, qm);
@@ -164,11 +160,7 @@ Noise noise_component(int32_t m, int q, int16_t g, int16_t cs, int16_t sn, int s
 // path.
 void sonvel::comfort_noise::add_noise(sp::Isa isa, const Bins &b, const int32_t *e, int32_t *out,
                                       int n) {
-    int k = 0;
-#if defined(__x86_64__) || defined(__aarch64__)
-    if (isa == sp::Isa::kVector) k = lanes::add_noise(b, e, out, n);
-#endif
-    for (; k < n; ++k) {
+    for (int k = isa == sp::Isa::kVector ? lanes::add_noise(b, e, out, n) : 0; k < n; ++k) {
         const Noise c = noise_component(b.floor_man[k], b.floor_exp[k], b.gain[k], b.cos[k],
                                         b.sin[k], b.s);
         out[2 * k] = fx::sat_add(e[2 * k], c.re);
@@ -176,41 +168,45 @@ void sonvel::comfort_noise::add_noise(sp::Isa isa, const Bins &b, const int32_t 
     }
 }
 
-extern "C" SONVEL_API void Sonvel_AEC_ComfortNoiseEstimate(AecState *state) {
-    AecState *st = state;
+// One block of the floor estimate; the vectorised loops do the leading bins of each step on that
+// path.
+void sonvel::comfort_noise::estimate(sp::Isa isa, AecState *st) {
     const int bins = st->s16HalfFftLen;  // bins 0..L-1
     const int32_t blocks = st->s32CnBlockCnt;
-    const int32_t *pm = st->ai32DPowMan;
-    const int16_t *pq = st->as16DPowExp;
+    const Power pw{st->ai32DPowMan, st->as16DPowExp};
     const Pow avg{st->ai32CnAvgMan, st->as16CnAvgExp};
     const Pow flr{st->ai32CnFloorMan, st->as16CnFloorExp};
 
     // 1. Slow average of the near-end power.
-    average(avg, pm, pq, bins);
+    average(isa, avg, pw, bins);
 
     // 2. Floor: a copy of the average in the first 20 blocks, then following it down.
     if (blocks <= kFloorCopyBlocks) {
         std::memcpy(flr.man, avg.man, sizeof(int32_t) * static_cast<size_t>(bins));
         std::memcpy(flr.exp, avg.exp, sizeof(int16_t) * static_cast<size_t>(bins));
     } else {
-        floor_down(flr, avg, bins);
+        floor_down(isa, flr, avg, bins);
     }
 
     // 3. Persistence counter.
-    uint8_t above[kBins];
-    count_persistence(st->as16CnRiseCnt, above, pm, pq, flr, bins);
+    int16_t above[kBins];
+    count_persistence(isa, st->as16CnRiseCnt, above, pw, flr, bins);
 
     // 4. Quiet near end: slow rise of the floor, or the average catching up in early quiet blocks.
     if (st->s16NearActive == 0) {
         const int quiet = st->as16NearVadSt[0];
         if (st->s32NotNearState == 0 && quiet > kQuietBlocks && blocks >= kFloorRiseBlocks) {
-            floor_up(flr, pm, pq, st->as16CnRiseCnt, above, bins);
+            floor_up(isa, flr, pw, st->as16CnRiseCnt, above, bins);
         }
-        if (quiet < kQuietBlocks) average_catch_up(avg, pm, pq, bins);
+        if (quiet < kQuietBlocks) average_catch_up(isa, avg, pw, bins);
     }
 
     // 5. Block count.
     st->s32CnBlockCnt = next_block_count(blocks);
+}
+
+extern "C" SONVEL_API void Sonvel_AEC_ComfortNoiseEstimate(AecState *state) {
+    sonvel::comfort_noise::estimate(sp::instance_isa(state), state);
 }
 
 extern "C" SONVEL_API void Sonvel_AEC_ComfortNoise(AecState *state, const int16_t *g,

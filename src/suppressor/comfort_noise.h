@@ -1,5 +1,5 @@
-// The comfort-noise generator's loop over bins, on the portable or the vectorised path (the same
-// bits on both), reachable by the tests.
+// The comfort-noise floor estimate and the generator's loop over bins, on the portable or the
+// vectorised path (the same bits on both), reachable by the tests.
 #pragma once
 
 #include <cstdint>
@@ -21,5 +21,8 @@ struct Bins {
 
 // out = e plus the noise component of each bin, the spectra interleaved (re, im), saturating.
 void add_noise(sp::Isa isa, const Bins &b, const int32_t *e, int32_t *out, int n);
+
+// One block of the noise floor estimate (Sonvel_AEC_ComfortNoiseEstimate) on the given path.
+void estimate(sp::Isa isa, AecState *st);
 
 }  // namespace sonvel::comfort_noise

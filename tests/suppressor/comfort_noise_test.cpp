@@ -2,7 +2,10 @@
 // generator (start, seed sequence, amplitude and phase of the noise).
 #include "suppressor/comfort_noise.h"
 
+#include <array>
+#include <cstring>
 #include <random>
+#include <tuple>
 
 #include "spectral/fft/fft_stages_simd.h"
 #include "suppressor/support.h"
@@ -67,6 +70,53 @@ TEST(ComfortNoiseEstimate, QuietBlockStepsNeedTheirConditions) {
     EXPECT_EQ(quiet_block(0, 7, 0, 200).second, flr);
     EXPECT_EQ(quiet_block(0, 7, 1, 300).second, flr);
     EXPECT_EQ(quiet_block(0, 7, 0, 300, 293).second, flr);  // only recently above 4 F
+}
+
+// Random floors, averages, powers and counters, with zero and full-scale mantissas, Q values at
+// both ends of their range and counters near both limits, through every branch of the estimate:
+// the vectorised loops must leave exactly the state of the per-bin steps.
+TEST(ComfortNoiseEstimate, VectorLoopsGiveThePortableState) {
+    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no vector path on this processor";
+    static constexpr int32_t kMan[] = {0, 1, -1, INT32_MIN, INT32_MAX, 1 << 30, 0x5A5A5A5A};
+    static constexpr int16_t kExp[] = {-32768, -32767, 32767, 32766, 0, 1, 2, 30, 31, 32, -40};
+    static constexpr int16_t kCnt[] = {0, 1, 5, 6, 300, 301, 32753, 32760, -3, 32767};
+    for (uint32_t seed = 1; seed <= 48; ++seed) {
+        std::mt19937 rng(seed);
+        auto pick = [&](const auto &set, auto any) {
+            const uint32_t u = rng();
+            return u % 4 == 0 ? static_cast<decltype(any)>(rng()) : set[u / 4 % std::size(set)];
+        };
+        auto port = make_state(seed % 2 == 0);
+        // Close Q values in a fifth of the runs, where the aligned mantissas meet.
+        auto q = [&] { return seed % 5 == 0 ? int16_t(rng() % 8 + 20) : pick(kExp, int16_t{}); };
+        for (size_t k = 0; k < std::size(port->ai32CnAvgMan); ++k) {
+            port->ai32DPowMan[k] = pick(kMan, int32_t{});
+            port->as16DPowExp[k] = q();
+            port->ai32CnAvgMan[k] = pick(kMan, int32_t{});
+            port->as16CnAvgExp[k] = q();
+            port->ai32CnFloorMan[k] = pick(kMan, int32_t{});
+            port->as16CnFloorExp[k] = q();
+            port->as16CnRiseCnt[k] = pick(kCnt, int16_t{});
+        }
+        port->s32CnBlockCnt = std::array{5, 100, 300}[seed % 3];
+        port->s16NearActive = seed % 8 == 0 ? 1 : 0;
+        port->as16NearVadSt[0] = seed % 4 < 2 ? 7 : 3;
+        port->s32NotNearState = 0;
+        if (seed % 6 == 5) port->s16HalfFftLen = seed % 8 < 4 ? 125 : 3;  // bins left to the tail
+        auto vec = std::make_unique<AecState>();
+        std::memcpy(vec.get(), port.get(), sizeof(AecState));
+        sonvel::comfort_noise::estimate(sp::Isa::kPortable, port.get());
+        sonvel::comfort_noise::estimate(sp::Isa::kVector, vec.get());
+        for (size_t k = 0; k < std::size(port->ai32CnAvgMan); ++k) {
+            ASSERT_EQ(std::tuple(vec->ai32CnAvgMan[k], vec->as16CnAvgExp[k], vec->ai32CnFloorMan[k],
+                                 vec->as16CnFloorExp[k], vec->as16CnRiseCnt[k]),
+                      std::tuple(port->ai32CnAvgMan[k], port->as16CnAvgExp[k],
+                                 port->ai32CnFloorMan[k], port->as16CnFloorExp[k],
+                                 port->as16CnRiseCnt[k]))
+                << "seed " << seed << " bin " << k;
+        }
+        ASSERT_EQ(std::memcmp(vec.get(), port.get(), sizeof(AecState)), 0) << "seed " << seed;
+    }
 }
 
 TEST(ComfortNoiseGeneration, StartsAfter250BlocksWhenEnabledAndTheSeedSequenceSetsThePhases) {
