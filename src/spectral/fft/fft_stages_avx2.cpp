@@ -10,6 +10,8 @@
 #include <cpuid.h>
 #include <immintrin.h>
 
+#include <type_traits>
+
 #define SV_AVX2 __attribute__((target("avx2")))
 
 namespace sonvel::fft::simd {
@@ -133,23 +135,21 @@ SV_AVX2 inline C4 widen(V x) {
     return {_mm256_mul_epi32(x, scale), _mm256_mul_epi32(_mm256_srli_epi64(x, 32), scale)};
 }
 
-// The rounded twiddle products below carry kOffset = 2^35: the sums of products, |v| <= 2^62,
-// are biased by 2^62 to be non-negative, so that the logical shift acts as the arithmetic one,
-// and the bias stays in the result. Through the four-point DFT the offsets of inputs 1..3 add up
-// to +3 kOffset in output 0 and to -kOffset in outputs 1..3; the stores' rounding constants
-// (output_half) take them back, so every sum is exactly the portable stages' one when rounded.
+// The rounded twiddle products below carry kOffset = 2^36: the sums of products are biased by
+// 2^63 into [0, 2^64), so that the logical shift acts as the arithmetic one, and the bias
+// stays in the result. Through the four-point DFT the offsets of inputs 1..3 add up to
+// +3 kOffset in output 0 and to -kOffset in outputs 1..3, so kOffset added to input 0 (with the
+// rounding half: lead()) leaves outputs 1..3 exact and output 0 4 kOffset = 2^38 too high, which
+// only the bits from 38 on see: a rounding by 2^-6 keeps bits 6..37 and ignores it, any other
+// one takes it back (fix0()). Every kept bit is the portable stages' one.
 constexpr int kProductShift = 31 - kProductBits;
-constexpr int64_t kOffset = int64_t{1} << (62 - kProductShift);
-
-// The rounding constant of output q for a rounding by 2^-shift.
-constexpr int64_t output_half(int shift, int q) {
-    return (int64_t{1} << (shift - 1)) + (q == 0 ? -3 * kOffset : kOffset);
-}
+constexpr int64_t kOffset = int64_t{1} << (63 - kProductShift);
+constexpr int64_t kFix0 = -4 * kOffset;
 
 // x * w * 2^kProductBits + kOffset for four values and twiddles (both interleaved re, im),
 // rounded to nearest.
 SV_AVX2 inline C4 twiddle(V x, V w) {
-    const V bias = _mm256_set1_epi64x((int64_t{1} << 62) + (int64_t{1} << (kProductShift - 1)));
+    const V bias = _mm256_set1_epi64x(INT64_MIN + (int64_t{1} << (kProductShift - 1)));
     const V xi = _mm256_srli_epi64(x, 32);
     const V wi = _mm256_srli_epi64(w, 32);
     const V re = _mm256_sub_epi64(_mm256_mul_epi32(x, w), _mm256_mul_epi32(xi, wi));
@@ -194,80 +194,78 @@ SV_AVX2 inline void radix4(C4 (&a)[4]) {
     a[3] = {_mm256_sub_epi64(d02.re, d13.im), _mm256_add_epi64(d02.im, d13.re)};
 }
 
-// Rounding of output q by 2^-shift, for values that fit after it. lo() leaves the result in the
-// low 32 bits of each 64-bit lane (logical shift right); hi() leaves it in the high 32 bits
-// (shift left by 32 - shift: the high half then holds bits shift..shift+31 of the sum, the same
-// word).
+// Rounding by 2^-shift of sums that carry lead() and, in output 0, fix0() already, for values
+// that fit after it. lo() leaves the result in the low 32 bits of each 64-bit lane (logical
+// shift right); hi() leaves it in the high 32 bits (shift left by 32 - shift: the high half then
+// holds bits shift..shift+31 of the sum, the same word).
 struct RoundPlain {
-    V half[2];          // output_half(shift, 0), output_half(shift, 1)
+    V lead_;            // 2^(shift-1) + kOffset
     __m128i count;      // shift
     __m128i countHigh;  // 32 - shift
-    SV_AVX2 V lo(V v, int q) const {
-        return _mm256_srl_epi64(_mm256_add_epi64(v, half[q != 0]), count);
-    }
-    SV_AVX2 V hi(V v, int q) const {
-        return _mm256_sll_epi64(_mm256_add_epi64(v, half[q != 0]), countHigh);
-    }
+    SV_AVX2 V lead() const { return lead_; }
+    SV_AVX2 static V fix0() { return _mm256_set1_epi64x(kFix0); }
+    SV_AVX2 V lo(V v) const { return _mm256_srl_epi64(v, count); }
+    SV_AVX2 V hi(V v) const { return _mm256_sll_epi64(v, countHigh); }
 };
 
-// RoundPlain with a shift known when compiling (the middle stages): immediate shift counts.
-template <int kShift>
-struct RoundFixed {
-    SV_AVX2 static V biased(V v, int q) {
-        return _mm256_add_epi64(v, _mm256_set1_epi64x(output_half(kShift, q)));
+// The middle stages' rounding by 2^-6 with immediate shift counts; output 0 needs no fix.
+struct RoundMiddle {
+    static constexpr int kShift = kProductBits + 2;
+    static_assert(kShift + 32 == 38, "output 0's excess must lie above the kept bits");
+    SV_AVX2 static V lead() {
+        return _mm256_set1_epi64x((int64_t{1} << (kShift - 1)) + kOffset);
     }
-    SV_AVX2 V lo(V v, int q) const { return _mm256_srli_epi64(biased(v, q), kShift); }
-    SV_AVX2 V hi(V v, int q) const { return _mm256_slli_epi64(biased(v, q), 32 - kShift); }
+    SV_AVX2 V lo(V v) const { return _mm256_srli_epi64(v, kShift); }
+    SV_AVX2 V hi(V v) const { return _mm256_slli_epi64(v, 32 - kShift); }
 };
 
-// Rounding by 2^-shift clamped to the 32-bit range first (shift <= 31).
+// Rounding by 2^-shift clamped to the 32-bit range first (shift <= 31). The sums carry
+// top = 2^(31+shift) more, so that the rounded values fit exactly when the sums lie in
+// [0, 2^(32+shift)).
 struct RoundClamp {
-    V half[2];
+    V lead_;    // 2^(shift-1) + kOffset + top
+    V top;      // 2^(31+shift)
     __m128i count;
     __m128i countHigh;
     V hi32;     // 2^(31+shift) - 1
     V lo32;     // -2^(31+shift)
-    V top[2];   // half + 2^(31+shift)
     V outside;  // bits 32+shift..63
-    SV_AVX2 V clamped(V v, int q) const {
-        V r = _mm256_add_epi64(v, half[q != 0]);
+    SV_AVX2 V lead() const { return lead_; }
+    SV_AVX2 static V fix0() { return _mm256_set1_epi64x(kFix0); }
+    SV_AVX2 V clamped(V v) const {
+        V r = _mm256_sub_epi64(v, top);
         r = _mm256_blendv_epi8(r, hi32, _mm256_cmpgt_epi64(r, hi32));
         return _mm256_blendv_epi8(r, lo32, _mm256_cmpgt_epi64(lo32, r));
     }
-    SV_AVX2 V lo(V v, int q) const { return _mm256_srl_epi64(clamped(v, q), count); }
-    SV_AVX2 V hi(V v, int q) const { return _mm256_sll_epi64(clamped(v, q), countHigh); }
+    SV_AVX2 V lo(V v) const { return _mm256_srl_epi64(clamped(v), count); }
+    SV_AVX2 V hi(V v) const { return _mm256_sll_epi64(clamped(v), countHigh); }
 };
 
 // Rounded re and im lanes interleaved again as 32-bit (re, im), or (im, re) with Swap.
 template <bool Swap, class Round>
-SV_AVX2 inline V pack(V re, V im, const Round &round, int q) {
-    return Swap ? _mm256_blend_epi32(round.lo(im, q), round.hi(re, q), 0xAA)
-                : _mm256_blend_epi32(round.lo(re, q), round.hi(im, q), 0xAA);
+SV_AVX2 inline V pack(V re, V im, const Round &round) {
+    return Swap ? _mm256_blend_epi32(round.lo(im), round.hi(re), 0xAA)
+                : _mm256_blend_epi32(round.lo(re), round.hi(im), 0xAA);
 }
 
 // The four rounded outputs of the butterflies interleaved again.
 template <bool Swap, class Round>
 SV_AVX2 inline void pack_all(V (&d)[4], const C4 (&a)[4], const Round &round) {
-    for (int q = 0; q < 4; ++q) d[q] = pack<Swap>(a[q].re, a[q].im, round, q);
+    for (int q = 0; q < 4; ++q) d[q] = pack<Swap>(a[q].re, a[q].im, round);
 }
 
-// The same with the clamp, which rarely acts: when every sum plus half plus 2^(31+shift) lies in
-// [0, 2^(32+shift)) the rounded values fit and are the low 32 bits of that sum's shift with the
-// sign bit flipped back; one test of all of them then replaces the comparisons.
+// The same with the clamp, which rarely acts: when every sum lies in [0, 2^(32+shift)) the
+// rounded values fit and are the low 32 bits of the sum's shift with the sign bit flipped back;
+// one test of all of them then replaces the comparisons.
 template <bool Swap>
 SV_AVX2 inline void pack_all(V (&d)[4], const C4 (&a)[4], const RoundClamp &round) {
-    V r[4][2];
     V any = _mm256_setzero_si256();
-    for (int q = 0; q < 4; ++q) {
-        r[q][0] = _mm256_add_epi64(Swap ? a[q].im : a[q].re, round.top[q != 0]);
-        r[q][1] = _mm256_add_epi64(Swap ? a[q].re : a[q].im, round.top[q != 0]);
-        any = _mm256_or_si256(any, _mm256_or_si256(r[q][0], r[q][1]));
-    }
+    for (int q = 0; q < 4; ++q) any = _mm256_or_si256(any, _mm256_or_si256(a[q].re, a[q].im));
     if (!_mm256_testz_si256(any, round.outside)) return pack_all<Swap, RoundClamp>(d, a, round);
     const V flip = _mm256_set1_epi32(INT32_MIN);
     for (int q = 0; q < 4; ++q) {
-        const V lo = _mm256_srl_epi64(r[q][0], round.count);
-        const V hi = _mm256_sll_epi64(r[q][1], round.countHigh);
+        const V lo = _mm256_srl_epi64(Swap ? a[q].im : a[q].re, round.count);
+        const V hi = _mm256_sll_epi64(Swap ? a[q].re : a[q].im, round.countHigh);
         d[q] = _mm256_xor_si256(_mm256_blend_epi32(lo, hi, 0xAA), flip);
     }
 }
@@ -275,9 +273,13 @@ SV_AVX2 inline void pack_all(V (&d)[4], const C4 (&a)[4], const RoundClamp &roun
 // Four butterflies: inputs d[q], twiddles w[q - 1], results interleaved 32-bit.
 template <int KZeroMask, bool Swap, class Round>
 SV_AVX2 inline void butterflies(V (&d)[4], const V (&w)[3], const Round &round) {
-    C4 a[4] = {widen(d[0]), twiddle_k<KZeroMask>(d[1], w[0]), twiddle_k<KZeroMask>(d[2], w[1]),
-               twiddle_k<KZeroMask>(d[3], w[2])};
+    const C4 lead{round.lead(), round.lead()};
+    C4 a[4] = {add(widen(d[0]), lead), twiddle_k<KZeroMask>(d[1], w[0]),
+               twiddle_k<KZeroMask>(d[2], w[1]), twiddle_k<KZeroMask>(d[3], w[2])};
     radix4(a);
+    if constexpr (!std::is_same_v<Round, RoundMiddle>) {
+        a[0] = add(a[0], C4{round.fix0(), round.fix0()});
+    }
     pack_all<Swap>(d, a, round);
 }
 
@@ -357,7 +359,7 @@ SV_AVX2 int first_stage(const int32_t *src, int32_t *dst, const Plan &p, int gua
 }
 
 SV_AVX2 void middle_stage(int32_t *d, const Plan &p, int s) {
-    stage<false>(d, p, s, RoundFixed<kProductBits + 2>{});
+    stage<false>(d, p, s, RoundMiddle{});
 }
 
 template <class Round>
@@ -370,21 +372,18 @@ SV_AVX2 void last_stage_with(int32_t *d, const Plan &p, bool swap, const Round &
 }
 
 SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
-    const V half[2] = {_mm256_set1_epi64x(output_half(shift, 0)),
-                       _mm256_set1_epi64x(output_half(shift, 1))};
+    const int64_t half = (int64_t{1} << (shift - 1)) + kOffset;
     const __m128i count = _mm_cvtsi32_si128(shift);
     const __m128i countHigh = _mm_cvtsi32_si128(32 - shift);
     if (shift >= kUnclampedShift) {
-        last_stage_with(d, p, swap, RoundPlain{{half[0], half[1]}, count, countHigh});
+        last_stage_with(d, p, swap, RoundPlain{_mm256_set1_epi64x(half), count, countHigh});
     } else {
         const int64_t top = int64_t{1} << (31 + shift);
-        const RoundClamp round{{half[0], half[1]},
+        const RoundClamp round{_mm256_set1_epi64x(half + top), _mm256_set1_epi64x(top),
                                count,
                                countHigh,
                                _mm256_set1_epi64x(top - 1),
                                _mm256_set1_epi64x(-top),
-                               {_mm256_set1_epi64x(output_half(shift, 0) + top),
-                                _mm256_set1_epi64x(output_half(shift, 1) + top)},
                                _mm256_set1_epi64x(-2 * top)};
         last_stage_with(d, p, swap, round);
     }
