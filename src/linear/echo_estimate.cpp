@@ -23,7 +23,7 @@ extern "C" SONVEL_API void Sonvel_AEC_MdfFilter(AecState *state, int32_t *y, con
     }
 
     // 3. Leave log2 N guard bits for the inverse transform.
-    const int h = Sonvel_AEC_VetorNorm(y, g.order, g.n + 1);
+    const int h = sp::vector_norm(isa, y, g.order, g.n + 1);
 
     // 4. Back to the time domain.
     Sonvel_AEC_Realifft(y, g.n, state->au8FftPlan);

@@ -71,13 +71,13 @@ extern "C" SONVEL_API void Sonvel_AEC_UpdateFilterParameter(AecState *state, int
     lin::align_to_q(isa, wk.g, wk.qg, geo.n + 4, minQ);
 
     // 9. Normalise G to full scale.
-    const int hG = Sonvel_AEC_VetorNorm(wk.g, 0, geo.n + 2);
+    const int hG = sp::vector_norm(isa, wk.g, 0, geo.n + 2);
 
     // 10. Constrained gradient of each partition, added into the filter.
     for (int p = geo.start; p < geo.start + lin::kParts; ++p) {
         int32_t *t = wk.t;
         sp::complex_conj_mult(isa, wk.g, state->aiFarSpecHist[p], t, geo.l + 2);
-        const int h1 = Sonvel_AEC_VetorNorm(t, guard, geo.n + 2);
+        const int h1 = sp::vector_norm(isa, t, guard, geo.n + 2);
         Sonvel_AEC_Realifft(t, geo.n, plan);
         std::memset(t + geo.l, 0, sizeof(int32_t) * static_cast<size_t>(geo.n - geo.l));
         const int h2 = lin::block_headroom(isa, t, geo.l);

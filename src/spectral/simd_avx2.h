@@ -69,6 +69,22 @@ SP_AVX2 inline V conj32(V x) {
     return _mm256_sign_epi32(x, _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1));
 }
 
+// Saturating negation of the odd lanes (conjugation that turns -2^31 into 2^31 - 1). The odd
+// lanes are first raised to at least -(2^31 - 1), whose negation fits.
+SP_AVX2 inline V conj_sat32(V x) {
+    const V floor = _mm256_setr_epi32(INT32_MIN, -INT32_MAX, INT32_MIN, -INT32_MAX, INT32_MIN,
+                                      -INT32_MAX, INT32_MIN, -INT32_MAX);
+    return conj32(_mm256_max_epi32(x, floor));
+}
+
+// OR of the eight lanes.
+SP_AVX2 inline uint32_t or_lanes32(V v) {
+    __m128i m = _mm_or_si128(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    m = _mm_or_si128(m, _mm_shuffle_epi32(m, 0x4E));
+    m = _mm_or_si128(m, _mm_shuffle_epi32(m, 0xB1));
+    return static_cast<uint32_t>(_mm_cvtsi128_si32(m));
+}
+
 // Exchange the even and odd lanes (re and im of interleaved complex values).
 SP_AVX2 inline V swap_pairs32(V x) { return _mm256_shuffle_epi32(x, 0xB1); }
 

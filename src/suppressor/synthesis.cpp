@@ -7,6 +7,7 @@
 
 #include "fixedpoint/block_float.h"
 #include "sonvel_aec_stages.h"
+#include "spectral/kernels.h"
 #include "spectral/vector_isa.h"
 #include "state/aec_state.h"
 #include "suppressor/suppressor_lanes.h"
@@ -22,7 +23,7 @@ int32_t synthesize(AecState *state, int32_t *spectrum, const int16_t *win, int32
     const bool vec = sp::instance_isa(state) == sp::Isa::kVector;
 
     // 1. Normalise to log2 N guard bits and transform back.
-    const int32_t k = Sonvel_AEC_VetorNorm(spectrum, order, n + 1);
+    const int32_t k = sp::vector_norm(sp::instance_isa(state), spectrum, order, n + 1);
     const int32_t status = Sonvel_AEC_Realifft(spectrum, n, state->au8FftPlan);
 
     // 2. Undo the normaliser's shift, the input shift and the Q15 window.
