@@ -80,8 +80,8 @@ extern "C" SONVEL_API void Sonvel_AEC_UpdateFilterParameter(AecState *state, int
         const int h1 = sp::vector_norm(isa, t, guard, geo.n + 2);
         Sonvel_AEC_Realifft(t, geo.n, plan);
         std::memset(t + geo.l, 0, sizeof(int32_t) * static_cast<size_t>(geo.n - geo.l));
-        const int h2 = lin::block_headroom(isa, t, geo.l);
-        lin::shift_block(isa, t, geo.l, h2 - guard);
+        const int h2 = sp::block_headroom(isa, t, geo.l);
+        sp::shift_block(isa, t, geo.l, h2 - guard);
         Sonvel_AEC_Realfft(t, geo.n, plan);
         const auto shift =
             static_cast<int16_t>(kShiftBase - 3 * geo.s - h1 - h2 - hG - minQ);

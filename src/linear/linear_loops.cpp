@@ -96,26 +96,6 @@ void align_to_q(sp::Isa isa, int32_t *g, const int32_t *qg, int words, int q) {
     for (; w < words; ++w) g[w] = fx::shift_wrap(g[w], q - qg[w]);
 }
 
-int block_headroom(sp::Isa isa, const int32_t *v, int n) {
-    uint32_t bits = 0;
-    int i = vector(isa) ? vec::magnitude_bits(v, n, &bits) : 0;
-    for (; i < n; ++i) bits |= static_cast<uint32_t>(v[i] ^ (v[i] >> 31));
-    return bits == 0 ? 31 : __builtin_clz(bits) - 1;
-}
-
-void shift_block(sp::Isa isa, int32_t *v, int n, int c) {
-    if (c >= 32) {
-        std::fill_n(v, n, 0);
-    } else if (c >= 0) {
-        int i = vector(isa) ? vec::shift_left(v, n, c) : 0;
-        for (; i < n; ++i) v[i] = static_cast<int32_t>(static_cast<uint32_t>(v[i]) << c);
-    } else {
-        const int r = right_count(c);
-        int i = vector(isa) ? vec::shift_right(v, n, r) : 0;
-        for (; i < n; ++i) v[i] >>= r;
-    }
-}
-
 // The direction of the shift is decided once, so that each loop is a plain saturating sum.
 void accumulate_into_filter(sp::Isa isa, int32_t *w, const int32_t *phi, int words, int shift) {
     if (shift <= 0) {

@@ -37,12 +37,6 @@ int common_q(sp::Isa isa, const int32_t *g, const int32_t *qg, int words);
 // Every word brought from its own Q to q.
 void align_to_q(sp::Isa isa, int32_t *g, const int32_t *qg, int words, int q);
 
-// min(31, headroom of v[0..n-1]).
-int block_headroom(sp::Isa isa, const int32_t *v, int n);
-
-// v[0..n-1] shifted by the signed count c: left within the headroom, truncating right otherwise.
-void shift_block(sp::Isa isa, int32_t *v, int n, int c);
-
 // W += Phi shifted by the signed count, saturating.
 void accumulate_into_filter(sp::Isa isa, int32_t *w, const int32_t *phi, int words, int shift);
 

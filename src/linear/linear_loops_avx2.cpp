@@ -44,13 +44,6 @@ SP_AVX2 inline int32_t min_lane(V v) {
     return _mm_cvtsi128_si32(m);
 }
 
-SP_AVX2 inline uint32_t or_lanes(V v) {
-    __m128i m = _mm_or_si128(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-    m = _mm_or_si128(m, _mm_shuffle_epi32(m, 0x4E));
-    m = _mm_or_si128(m, _mm_shuffle_epi32(m, 0xB1));
-    return static_cast<uint32_t>(_mm_cvtsi128_si32(m));
-}
-
 }  // namespace
 
 // Eight bins of the reciprocal of the far-end power.
@@ -156,31 +149,6 @@ SP_AVX2 int32_t align_to_q(int32_t *g, const int32_t *qg, int32_t words, int32_t
         simd::store8(g + w, simd::select32(left, right, c));
     }
     return w;
-}
-
-SP_AVX2 int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t *bits) {
-    V acc = _mm256_setzero_si256();
-    int32_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        const V x = simd::load8(v + i);
-        acc = _mm256_or_si256(acc, _mm256_xor_si256(x, _mm256_srai_epi32(x, 31)));
-    }
-    *bits |= or_lanes(acc);
-    return i;
-}
-
-SP_AVX2 int32_t shift_left(int32_t *v, int32_t n, int32_t c) {
-    const __m128i cnt = _mm_cvtsi32_si128(c);
-    int32_t i = 0;
-    for (; i + 8 <= n; i += 8) simd::store8(v + i, _mm256_sll_epi32(simd::load8(v + i), cnt));
-    return i;
-}
-
-SP_AVX2 int32_t shift_right(int32_t *v, int32_t n, int32_t r) {
-    const __m128i cnt = _mm_cvtsi32_si128(r);
-    int32_t i = 0;
-    for (; i + 8 <= n; i += 8) simd::store8(v + i, _mm256_sra_epi32(simd::load8(v + i), cnt));
-    return i;
 }
 
 SP_AVX2 int32_t accumulate_right(int32_t *w, const int32_t *phi, int32_t words, int32_t r) {

@@ -110,32 +110,6 @@ int32_t align_to_q(int32_t *g, const int32_t *qg, int32_t words, int32_t q) {
     return w;
 }
 
-int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t *bits) {
-    V acc = vdupq_n_s32(0);
-    int32_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        const V x = simd::load4(v + i);
-        acc = vorrq_s32(acc, veorq_s32(x, vshrq_n_s32(x, 31)));
-    }
-    const int32x2_t half = vorr_s32(vget_low_s32(acc), vget_high_s32(acc));
-    *bits |= static_cast<uint32_t>(vget_lane_s32(half, 0) | vget_lane_s32(half, 1));
-    return i;
-}
-
-int32_t shift_left(int32_t *v, int32_t n, int32_t c) {
-    const V count = vdupq_n_s32(c);
-    int32_t i = 0;
-    for (; i + 4 <= n; i += 4) simd::store4(v + i, vshlq_s32(simd::load4(v + i), count));
-    return i;
-}
-
-int32_t shift_right(int32_t *v, int32_t n, int32_t r) {
-    const V count = vdupq_n_s32(-r);
-    int32_t i = 0;
-    for (; i + 4 <= n; i += 4) simd::store4(v + i, vshlq_s32(simd::load4(v + i), count));
-    return i;
-}
-
 int32_t accumulate_right(int32_t *w, const int32_t *phi, int32_t words, int32_t r) {
     const V count = vdupq_n_s32(-r);
     int32_t i = 0;

@@ -24,15 +24,6 @@ int32_t common_q(const int32_t *g, const int32_t *qg, int32_t words, int32_t *q)
 
 int32_t align_to_q(int32_t *g, const int32_t *qg, int32_t words, int32_t q);
 
-// *bits is ORed with the magnitudes (x ^ sign) of the words done.
-int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t *bits);
-
-// Counts 0..31 only (left, keeping the low 32 bits).
-int32_t shift_left(int32_t *v, int32_t n, int32_t c);
-
-// Counts 0..31 only (truncating).
-int32_t shift_right(int32_t *v, int32_t n, int32_t r);
-
 // W += Phi >> r (r in 0..31), saturating.
 int32_t accumulate_right(int32_t *w, const int32_t *phi, int32_t words, int32_t r);
 
@@ -55,9 +46,6 @@ inline int32_t constant_magnitude_gain(int32_t *, const int32_t *, int32_t) { re
 inline int32_t apply_gain(int32_t *, const int32_t *, int32_t) { return 0; }
 inline int32_t common_q(const int32_t *, const int32_t *, int32_t, int32_t *) { return 0; }
 inline int32_t align_to_q(int32_t *, const int32_t *, int32_t, int32_t) { return 0; }
-inline int32_t magnitude_bits(const int32_t *, int32_t, uint32_t *) { return 0; }
-inline int32_t shift_left(int32_t *, int32_t, int32_t) { return 0; }
-inline int32_t shift_right(int32_t *, int32_t, int32_t) { return 0; }
 inline int32_t accumulate_right(int32_t *, const int32_t *, int32_t, int32_t) { return 0; }
 inline int32_t accumulate_left(int32_t *, const int32_t *, int32_t, int32_t) { return 0; }
 inline int32_t estimate_and_error(int32_t *, const int16_t *, int32_t, int32_t, int32_t, int32_t *,

@@ -32,6 +32,13 @@ void energy_dq_f(Isa isa, const int32_t *x, const int32_t *qx, int32_t *e, int32
 void smooth_dg_f(Isa isa, const int32_t *x, int32_t *y, const int16_t *qx, int16_t *qy,
                  const int16_t *a, int16_t n);
 
+// min(31, headroom of v[0..m-1]).
+int block_headroom(Isa isa, const int32_t *v, int64_t m);
+
+// fx::shift_wrap of v[0..m-1] by one count c: 0 from 32 on, left for c >= 0, truncating right by
+// min(-c, 31) below.
+void shift_block(Isa isa, int32_t *v, int64_t m, int c);
+
 // v normalised to q guard bits by one common shift (v[n+1..n+4] = 1); returns the headroom found.
 int32_t vector_norm(Isa isa, int32_t *v, int32_t q, int32_t n);
 

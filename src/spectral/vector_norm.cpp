@@ -14,42 +14,42 @@ namespace {
 // The part of a count the vector loops take (they count in int32).
 int32_t vector_count(int64_t m) { return static_cast<int32_t>(std::min<int64_t>(m, INT32_MAX)); }
 
-// min(31, headroom of v[0..m-1]): the headroom of the OR of all magnitudes (x ^ sign), a loop the
-// compiler vectorises.
-int common_headroom(bool vec, const int32_t *v, int64_t m) {
+}  // namespace
+
+// The headroom of the OR of all magnitudes (x ^ sign).
+int sp::block_headroom(Isa isa, const int32_t *v, int64_t m) {
+    const bool vec = isa == Isa::kVector;
     uint32_t bits = 0;
     int64_t i = vec ? sp::vec::magnitude_bits(v, vector_count(m), &bits) : 0;
     for (; i < m; ++i) bits |= static_cast<uint32_t>(v[i] ^ (v[i] >> 31));
     return bits == 0 ? 31 : __builtin_clz(bits) - 1;
 }
 
-// fx::shift_wrap of every word by one count c in -32..32, the direction decided once.
-void shift_all(bool vec, int32_t *v, int64_t m, int c) {
+// The direction decided once; right shifts beyond 31 give the sign fill.
+void sp::shift_block(Isa isa, int32_t *v, int64_t m, int c) {
+    const bool vec = isa == Isa::kVector;
     if (c >= 32) {
         std::fill_n(v, m, 0);
     } else if (c >= 0) {
         int64_t i = vec ? sp::vec::shift_left(v, vector_count(m), c) : 0;
         for (; i < m; ++i) v[i] = static_cast<int32_t>(static_cast<uint32_t>(v[i]) << c);
     } else {
-        const int r = std::min(-c, 31);
+        const int r = c <= -31 ? 31 : -c;
         int64_t i = vec ? sp::vec::shift_right(v, vector_count(m), r) : 0;
         for (; i < m; ++i) v[i] >>= r;
     }
 }
 
-}  // namespace
-
 int32_t sp::vector_norm(Isa isa, int32_t *v, int32_t q, int32_t n) {
     if (n < 0) return 31;  // a negative count touches nothing
-    const bool vec = isa == Isa::kVector;
     // 1. Guard words of value 1 behind the vector bound the headroom of a zero spectrum.
     for (int64_t i = int64_t{n} + 1; i <= int64_t{n} + 4; ++i) v[i] = 1;
     // 2. Common headroom over the count rounded up to a multiple of 4.
     const int64_t m = (static_cast<int64_t>(n) + 3) & ~int64_t{3};
-    const int h = common_headroom(vec, v, m);
+    const int h = block_headroom(isa, v, m);
     // 3. One shift for all words, not saturating: a left shift stays within the headroom.
     const int c = static_cast<int>(std::clamp<int64_t>(int64_t{h} - q, -32, 32));
-    shift_all(vec, v, m, c);
+    shift_block(isa, v, m, c);
     // 4. The caller undoes the normalisation with h.
     return h;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "linear/linear_loops.h"
+#include "spectral/kernels.h"
 #include "spectral/fft/fft_stages_simd.h"
 
 namespace {
@@ -128,19 +129,19 @@ TEST_F(VectorLoops, BlockShiftsAndFilterAccumulationGiveThePortableBits) {
     const int shifts[] = {-32768, -40, -32, -31, -30, -17, -1, 0, 1, 2, 15, 30, 31, 32, 33, 32767};
     for (int n = 0; n <= kMaxCount; ++n) {
         const Words v = adversarial(n + kSlack, rng);
-        EXPECT_EQ(lin::block_headroom(Isa::kPortable, v.data(), n),
-                  lin::block_headroom(Isa::kVector, v.data(), n))
+        EXPECT_EQ(sp::block_headroom(Isa::kPortable, v.data(), n),
+                  sp::block_headroom(Isa::kVector, v.data(), n))
             << "count " << n;
         // Small magnitudes only: the headroom then comes from the tail words too.
         Words small = v;
         for (auto &x : small) x >>= 24;
-        EXPECT_EQ(lin::block_headroom(Isa::kPortable, small.data(), n),
-                  lin::block_headroom(Isa::kVector, small.data(), n))
+        EXPECT_EQ(sp::block_headroom(Isa::kPortable, small.data(), n),
+                  sp::block_headroom(Isa::kVector, small.data(), n))
             << "count " << n;
         for (const int c : shifts) {
             if (c >= -40 && c <= 40) {
                 expect_same("shift", n, {v}, [&](Isa isa, std::vector<Words> &b) {
-                    lin::shift_block(isa, b[0].data(), n, c);
+                    sp::shift_block(isa, b[0].data(), n, c);
                 });
             }
             expect_same("accumulate", n, {adversarial(n + kSlack, rng), v},
