@@ -87,6 +87,27 @@ inline int32x4_t mpy_32_16_opt2(int32x4_t x, int32x4_t f) {
     return vqdmulhq_s32(x, vshlq_n_s32(f, 15));
 }
 
+// ---- Composite steps ----
+
+// fx::rnd(x * f, 15) of each lane, saturated.
+inline int32x4_t mul_rnd15(int32x4_t x, int32x4_t f) {
+    return rnd64x2<15>(mul_low(x, f), mul_high(x, f));
+}
+
+// sp::bin_power_f of four bins: e and the headroom h.
+struct Power4 {
+    int32x4_t e;
+    int32x4_t h;
+};
+
+inline Power4 bin_power4(int32x4_t re, int32x4_t im) {
+    const int32x4_t h = vminq_s32(hr32(re), hr32(im));
+    const float32x4_t r = i2f(vshlq_s32(re, h));
+    const float32x4_t i = i2f(vshlq_s32(im, h));
+    const float32x4_t sum = vaddq_f32(vmulq_f32(r, r), vmulq_f32(i, i));
+    return {f2i(vmulq_n_f32(sum, 0x1p-32f)), h};
+}
+
 }  // namespace sp::simd
 
 #endif
