@@ -28,10 +28,9 @@ inline void store_q4(int16_t *p, V q) { vst1_s16(p, vmovn_s32(q)); }
 
 // ---- Lane versions of the per-element definitions ----
 
-// fx::rnd(x * f, 15), saturated.
-inline V mul_rnd15(V x, V f) {
-    return simd::rnd64x2<15>(simd::mul_low(x, f), simd::mul_high(x, f));
-}
+using simd::bin_power4;
+using simd::mul_rnd15;
+using simd::Power4;
 
 // sp::normalise.
 inline Mant4 normalise4(V s, V q) {
@@ -47,22 +46,6 @@ inline Mant4 smooth4(V x, V qx, V y, V qy, V a) {
     const V xa = simd::shr_trunc32(xs, vsubq_s32(qx, qm));
     const V ya = simd::shr_trunc32(ys, vsubq_s32(qy, qm));
     return normalise4(simd::sat_add32(xa, ya), qm);
-}
-
-// sp::bin_power_f: e and the headroom h.
-struct Power4 {
-    V e;
-    V h;
-};
-
-inline Power4 bin_power4(V re, V im) {
-    const V h = vminq_s32(simd::hr32(re), simd::hr32(im));
-    const float32x4_t r = simd::i2f(vshlq_s32(re, h));
-    const float32x4_t i = simd::i2f(vshlq_s32(im, h));
-    const float32x4_t rr = vmulq_f32(r, r);
-    const float32x4_t ii = vmulq_f32(i, i);
-    const float32x4_t sum = vaddq_f32(rr, ii);
-    return {simd::f2i(vmulq_n_f32(sum, kTwoPowM32)), h};
 }
 
 // fx::rnd(fx::shift_sat64(p, h), 32) of the low and high pairs of lanes.
