@@ -76,6 +76,9 @@ TEST(FaultInjection, DamagedWordsAndRandomBlocksAreRefusedBeforeAnyWrite) {
         sonvel::AecHeader *hdr = block.header();
         hdr->u8HdrSampleRate = 2;
         expect_refused("rate byte 2", -25, 0, 0);
+        hdr->u32StateOffset = 0;  // the rate byte is judged before the state is looked for
+        expect_refused("rate byte 2, state offset 0", -25, -51, -51);
+        hdr->u32StateOffset = 3880;
         hdr->u8HdrSampleRate = rate;
         const uint16_t phase = hdr->u16Phase;
         hdr->u16Phase = 5;  // never followed into the schedule tables
