@@ -84,16 +84,19 @@ SONVEL_API extern const KxAecWorkHandle g_Audio_AEC_WorkHandle;
  *                                                     than 8000 / 16000 Hz)
  *   KX_AEC_Process 208  "byte count is not a whole number of frames!"  (negative, or not a
  *                                                     multiple of 2 * frame length)
- *   KX_AEC_Process 210  "frame buffer is NULL!"         (a sample pointer of a non-empty buffer)
  *   KX_AEC_Process 227  "Sonvel_AEC_Apply", then "s32Return is <core status>\n"
- * Refusals (all but 227) return -1 before any frame is processed. */
+ * Refusals (all but 227) return -1 before any frame is processed or any record is written. A
+ * null sample pointer of a non-empty buffer is refused by the core on the first frame: its
+ * status (-12 near end, -14 far end, -16 output) with diagnostic 227. */
 
 /* Creates an instance for 8000 or 16000 Hz. Returns 0, or -1 on any failure (with a diagnostic
  * on standard error). *phHandle is written only on success. */
 SONVEL_API int32_t KX_AEC_Init(void **phHandle, int32_t s32SampleRate,
                                const KxAecHostConfig *pstConfig);
-/* Processes s32Bytes / 2 samples as consecutive 10 ms frames. Returns 0, the core status of the
- * first failing frame, or -1 for an invalid handle or buffer. */
+/* Processes s32Bytes / 2 samples as consecutive 10 ms frames, after copying the far-end pointer
+ * and the byte count into the output record. Returns 0, the core status of the first failing
+ * frame, or -1 for a null handle or record, an instance of neither rate, or a byte count that is
+ * not a whole number of frames. */
 SONVEL_API int32_t KX_AEC_Process(void *hHandle, const KxAecFrame *pstIn, KxAecFrame *pstOut);
 /* Releases the instance; a null handle is accepted. Always returns 0. */
 SONVEL_API int32_t KX_AEC_DeInit(void *hHandle);

@@ -42,7 +42,8 @@ int32_t create_instance(KxAecHandle *h, const AecCfg &cfg) {
     return 0;
 }
 
-// A buffer pair the wrapper can run: a live handle, whole frames, sample pointers present.
+// A buffer pair the wrapper can run: a live handle, records present, whole frames. Null sample
+// pointers are the core's to refuse (its own status, diagnostic 227), after the pass-through.
 int32_t check_process_arguments(const KxAecHandle *h, const KxAecFrame *in, const KxAecFrame *out) {
     if (h == nullptr) return refuse(kProcessName, 200, "hHandle is NULL!");
     if (in == nullptr) return refuse(kProcessName, 202, "pstIn is NULL!");
@@ -53,9 +54,6 @@ int32_t check_process_arguments(const KxAecHandle *h, const KxAecFrame *in, cons
     const int32_t frameBytes = static_cast<int32_t>(2 * h->u32FrameLen);
     if (in->s32Bytes < 0 || in->s32Bytes % frameBytes != 0) {
         return refuse(kProcessName, 208, "byte count is not a whole number of frames!");
-    }
-    if (in->s32Bytes > 0 && (in->ps16Main == nullptr || in->ps16Ref == nullptr || out->ps16Main == nullptr)) {
-        return refuse(kProcessName, 210, "frame buffer is NULL!");
     }
     return 0;
 }

@@ -142,8 +142,9 @@ TEST(PluginProcess, RefusalsWriteNothingAndReportExactly) {
 
     std::vector<int16_t> nearBuf(441, 100), farBuf(441, 50), out(441, 0x3333);
     int16_t *n = nearBuf.data(), *f = farBuf.data(), *o = out.data();
-    const std::string frames = "byte count is not a whole number of frames!", null = "frame buffer is NULL!";
+    const std::string frames = "byte count is not a whole number of frames!";
     auto proc = [](int line, const std::string &msg) { return diag("KX_AEC_Process", line, msg); };
+    auto core = [&](int ret) { return proc(227, "Sonvel_AEC_Apply") + "s32Return is " + std::to_string(ret) + "\n"; };
     const struct {  // handle, input record (or none), destination (or no output record), result
         void *handle; int16_t *main, *ref; int32_t bytes; int16_t *dest; bool nullIn, nullOut; int32_t ret; std::string err;
     } cases[] = {
@@ -153,11 +154,11 @@ TEST(PluginProcess, RefusalsWriteNothingAndReportExactly) {
         {p.handle, n, f, -160, o, false, false, -1, proc(208, frames)},  // negative count
         {p.handle, n, f, 162, o, false, false, -1, proc(208, frames)},   // partial frame
         {p.handle, n, f, 161, o, false, false, -1, proc(208, frames)},   // odd count
-        {p.handle, nullptr, f, 160, o, false, false, -1, proc(210, null)},
-        {p.handle, n, nullptr, 160, o, false, false, -1, proc(210, null)},
-        {p.handle, n, f, 480, nullptr, false, false, -1, proc(210, null)},
+        {p.handle, nullptr, f, 160, o, false, false, -12, core(-12)},  // the core refuses null samples
+        {p.handle, n, nullptr, 160, o, false, false, -14, core(-14)},
+        {p.handle, n, f, 480, nullptr, false, false, -16, core(-16)},
         {unsupported.handle, n, f, 882, o, false, false, -1, proc(206, "Unsupported samplerate, no frame length!")},
-        {broken.handle, n, f, 640, o, false, false, -18, proc(227, "Sonvel_AEC_Apply") + "s32Return is -18\n"},
+        {broken.handle, n, f, 640, o, false, false, -18, core(-18)},
     };
     const std::vector<uint8_t> before(static_cast<uint8_t *>(p.h()->pMem), static_cast<uint8_t *>(p.h()->pMem) + 62064);
     for (size_t i = 0; i < std::size(cases); ++i) {
@@ -168,6 +169,8 @@ TEST(PluginProcess, RefusalsWriteNothingAndReportExactly) {
         EXPECT_EQ(GetCapturedStderr(), c.err) << "case " << i;
         if (c.ret == -1) {
             EXPECT_EQ(dest.ps16Ref, nullptr) << "case " << i;  // refused: record untouched
+        } else {
+            EXPECT_TRUE(dest.ps16Ref == c.ref && dest.s32Bytes == c.bytes) << "case " << i;  // passed through first
         }
         for (int16_t v : out) ASSERT_EQ(v, 0x3333) << "case " << i;
     }
