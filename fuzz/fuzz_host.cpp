@@ -26,6 +26,11 @@ int32_t pick_rate(fuzz::ByteReader &in) {
 
 uint32_t frame_length_of(int32_t rate) { return rate == 8000 ? 80 : rate == 16000 ? 160 : 0; }
 
+// Counts the wrapper refuses: no frame length, negative, or samples (bytes / 2) not whole frames.
+bool refused_count(int32_t bytes, uint32_t frame) {
+    return frame == 0 || bytes < 0 || (bytes / 2) % static_cast<int32_t>(frame) != 0;
+}
+
 // A byte count: whole frames, or anything at all (negative, odd, not whole frames, huge).
 int32_t pick_bytes(fuzz::ByteReader &in, uint32_t frame) {
     const uint8_t mode = in.u8();
@@ -33,12 +38,8 @@ int32_t pick_bytes(fuzz::ByteReader &in, uint32_t frame) {
     int32_t bytes = in.i32();
     const int32_t whole = static_cast<int32_t>(2 * frame);
     // A valid count above the cap would need more memory than a fuzz run should use.
-    if (bytes > kMaxBytes && whole != 0 && bytes % whole == 0) bytes = kMaxBytes / whole * whole;
+    if (bytes > kMaxBytes && whole != 0 && !refused_count(bytes, frame)) bytes = kMaxBytes / whole * whole;
     return bytes;
-}
-
-bool refused_count(int32_t bytes, uint32_t frame) {
-    return frame == 0 || bytes < 0 || bytes % static_cast<int32_t>(2 * frame) != 0;
 }
 
 void process(fuzz::ByteReader &in, void *handle, uint32_t frame) {
@@ -57,7 +58,8 @@ void process(fuzz::ByteReader &in, void *handle, uint32_t frame) {
     KxAecFrame out{};
     out.ps16Main = (nulls & 4) ? nullptr : dest.data();
     // The core refuses the first null sample pointer of a non-empty buffer, in argument order.
-    const int32_t missing = bytes == 0 ? 0 : (nulls & 1) ? -12 : (nulls & 2) ? -14 : (nulls & 4) ? -16 : 0;
+    const int32_t missing =
+        bytes / 2 == 0 ? 0 : (nulls & 1) ? -12 : (nulls & 2) ? -14 : (nulls & 4) ? -16 : 0;
 
     const int32_t r = KX_AEC_Process(handle, &src, &out);
     if (refused_count(bytes, frame)) {

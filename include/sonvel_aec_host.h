@@ -82,8 +82,9 @@ SONVEL_API extern const KxAecWorkHandle g_Audio_AEC_WorkHandle;
  *   KX_AEC_Process 204  "pstOut is NULL!"
  *   KX_AEC_Process 206  "Unsupported samplerate, no frame length!"  (created at a rate other
  *                                                     than 8000 / 16000 Hz)
- *   KX_AEC_Process 208  "byte count is not a whole number of frames!"  (negative, or not a
- *                                                     multiple of 2 * frame length)
+ *   KX_AEC_Process 208  "byte count is not a whole number of frames!"  (negative, or its
+ *                                                     samples, bytes / 2, not a multiple of the
+ *                                                     frame length)
  *   KX_AEC_Process 227  "Sonvel_AEC_Apply", then "s32Return is <core status>\n"
  * Refusals (all but 227) return -1 before any frame is processed or any record is written. A
  * null sample pointer of a non-empty buffer is refused by the core on the first frame: its

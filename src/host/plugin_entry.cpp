@@ -51,8 +51,8 @@ int32_t check_process_arguments(const KxAecHandle *h, const KxAecFrame *in, cons
     if (h->u32FrameLen != 80 && h->u32FrameLen != 160) {
         return refuse(kProcessName, 206, "Unsupported samplerate, no frame length!");
     }
-    const int32_t frameBytes = static_cast<int32_t>(2 * h->u32FrameLen);
-    if (in->s32Bytes < 0 || in->s32Bytes % frameBytes != 0) {
+    // The samples (bytes / 2, a trailing odd byte is no sample) must make whole frames.
+    if (in->s32Bytes < 0 || (in->s32Bytes / 2) % static_cast<int32_t>(h->u32FrameLen) != 0) {
         return refuse(kProcessName, 208, "byte count is not a whole number of frames!");
     }
     return 0;

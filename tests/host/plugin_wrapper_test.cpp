@@ -115,7 +115,7 @@ TEST(PluginProcess, BuffersOfSeveralFramesMatchTheCorePath) {
         size_t pos = 0;
         for (size_t count : {3, 1, 0, 5, 2}) {
             KxAecFrame in{near.data() + pos, const_cast<int16_t *>(far.data()) + pos, nullptr, nullptr,
-                          static_cast<int32_t>(count * f * 2)};
+                          static_cast<int32_t>(count * f * 2 + (count == 1))};  // an odd byte is no sample
             KxAecFrame o{out.data() + pos, nullptr, nullptr, nullptr, -5};
             ASSERT_EQ(KX_AEC_Process(p.handle, &in, &o), 0);
             EXPECT_EQ(o.ps16Ref, in.ps16Ref);
@@ -153,7 +153,7 @@ TEST(PluginProcess, RefusalsWriteNothingAndReportExactly) {
         {p.handle, n, f, 480, o, false, true, -1, proc(204, "pstOut is NULL!")},
         {p.handle, n, f, -160, o, false, false, -1, proc(208, frames)},  // negative count
         {p.handle, n, f, 162, o, false, false, -1, proc(208, frames)},   // partial frame
-        {p.handle, n, f, 161, o, false, false, -1, proc(208, frames)},   // odd count
+        {p.handle, n, f, 163, o, false, false, -1, proc(208, frames)},   // odd count, partial frame
         {p.handle, nullptr, f, 160, o, false, false, -12, core(-12)},  // the core refuses null samples
         {p.handle, n, nullptr, 160, o, false, false, -14, core(-14)},
         {p.handle, n, f, 480, nullptr, false, false, -16, core(-16)},
