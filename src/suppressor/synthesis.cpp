@@ -20,10 +20,11 @@ int32_t synthesize(AecState *state, int32_t *spectrum, const int16_t *win, int32
     const int half = state->s16BlockLen;
     const int order = state->s16FftOrder;
     const int len = state->s16FftLen2;
-    const bool vec = sp::instance_isa(state) == sp::Isa::kVector;
+    const sp::Isa isa = sp::instance_isa(state);
+    const bool vec = isa == sp::Isa::kVector;
 
     // 1. Normalise to log2 N guard bits and transform back.
-    const int32_t k = sp::vector_norm(sp::instance_isa(state), spectrum, order, n + 1);
+    const int32_t k = sp::vector_norm(isa, spectrum, order, n + 1);
     const int32_t status = Sonvel_AEC_Realifft(spectrum, n, state->au8FftPlan);
 
     // 2. Undo the normaliser's shift, the input shift and the Q15 window.
