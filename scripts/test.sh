@@ -9,10 +9,13 @@
 #   aarch64  cross build, test programs run under qemu-aarch64            build/ci-aarch64
 #   fuzz     clang build of the libFuzzer targets (address + undefined-behaviour sanitizers),
 #            each run for a bounded time over a copy of its seed corpus     build/ci-fuzz
+#   pipewire the PipeWire plug-in in a private, headless PipeWire daemon (scripts/lib/pipewire_e2e.sh)
+#   gstreamer the GStreamer element in gst-launch pipelines (scripts/lib/gstreamer_e2e.sh)
 # The native configuration also builds the command-line tool with its tests, installs everything
 # into a temporary prefix and builds and runs examples/ against the installed package (through
 # find_package and through pkg-config).
-# Usage: bash scripts/test.sh [native] [asan] [tsan] [aarch64] [fuzz]   (no argument: all, in order)
+# Usage: bash scripts/test.sh [native] [asan] [tsan] [aarch64] [fuzz] [pipewire] [gstreamer]
+#        (no argument: all, in order)
 # FUZZ_SECONDS sets the time per fuzz target (default 30).
 set -euo pipefail
 
@@ -23,16 +26,22 @@ source scripts/lib/ci.sh
 configs=("$@")
 if [ ${#configs[@]} -eq 0 ]; then
   configs=(native asan tsan aarch64 fuzz)
+  [ -f scripts/lib/pipewire_e2e.sh ] && configs+=(pipewire)
+  [ -f scripts/lib/gstreamer_e2e.sh ] && configs+=(gstreamer)
 fi
 for c in "${configs[@]}"; do
   case $c in
-    native | asan | tsan | aarch64 | fuzz) ;;
-    *) die "unknown configuration '$c' (expected native, asan, tsan, aarch64 or fuzz)" ;;
+    native | asan | tsan | aarch64 | fuzz | pipewire | gstreamer) ;;
+    *) die "unknown configuration '$c' (expected native, asan, tsan, aarch64, fuzz, pipewire or gstreamer)" ;;
   esac
 done
 
 packages=(cmake ninja-build g++ libgtest-dev libbenchmark-dev)
 [ -f tools/CMakeLists.txt ] && packages+=(libsndfile1-dev libsamplerate0-dev pkg-config)
+# The plug-ins' unit tests run in the native build, so their frameworks come first.
+[ -d integrations/pipewire ] && packages+=(pkg-config libspa-0.2-dev libpipewire-0.3-dev pipewire pipewire-bin)
+[ -d integrations/gstreamer ] && packages+=(pkg-config libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
+  gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
 for c in "${configs[@]}"; do
   if [ "$c" = aarch64 ]; then
     packages+=(g++-aarch64-linux-gnu binutils-aarch64-linux-gnu googletest qemu-user)
@@ -137,6 +146,25 @@ run_fuzz() {
     rm -rf "$work"
   done
   summary+=("$(printf '%-8s passed  %s' fuzz "$(elapsed $((SECONDS - t0)))")")
+}
+
+# The end-to-end runs of the plug-ins use the native build (built first when it is missing).
+run_pipewire() {
+  local t0=$SECONDS
+  [ -d build/ci-native ] || run_native
+  echo
+  echo "== [pipewire] end to end in a private daemon"
+  bash scripts/lib/pipewire_e2e.sh build/ci-native || fail pipewire test $t0
+  summary+=("$(printf '%-8s passed  %s' pipewire "$(elapsed $((SECONDS - t0)))")")
+}
+
+run_gstreamer() {
+  local t0=$SECONDS
+  [ -d build/ci-native ] || run_native
+  echo
+  echo "== [gstreamer] end to end with gst-launch"
+  bash scripts/lib/gstreamer_e2e.sh build/ci-native || fail gstreamer test $t0
+  summary+=("$(printf '%-8s passed  %s' gstreamer "$(elapsed $((SECONDS - t0)))")")
 }
 
 start=$SECONDS
