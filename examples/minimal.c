@@ -8,7 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "sonvel_aec.h"
+#include <sonvel_aec/sonvel_aec.h>
 
 #define FRAME 160  /* samples per 10 ms at 16000 Hz */
 #define FRAMES 400 /* four seconds */
@@ -31,7 +31,7 @@ int main(void) {
     void *mem = aligned_alloc(8, size); /* 62064 bytes, 8-byte aligned */
     int32_t rc = Sonvel_AEC_Init(&aec, mem, size, &cfg);
     if (rc != SONVEL_AEC_OK) {
-        fprintf(stderr, "Sonvel_AEC_Init: status %d\n", (int)rc);
+        fprintf(stderr, "Sonvel_AEC_Init: %s (status %d)\n", Sonvel_AEC_StatusText(rc), (int)rc);
         return 1;
     }
 
@@ -46,9 +46,11 @@ int main(void) {
             for (int k = 0; k < DELAY - 1; ++k) history[k] = history[k + 1];
             history[DELAY - 1] = far[i];
         }
-        rc = Sonvel_AEC_Apply(aec, near, far, out); /* out lags near by one frame */
+        /* out lags near by 18 ms; it must be a buffer of its own (no in-place processing) */
+        rc = Sonvel_AEC_Apply(aec, near, far, out);
         if (rc != SONVEL_AEC_OK) {
-            fprintf(stderr, "Sonvel_AEC_Apply: status %d\n", (int)rc);
+            fprintf(stderr, "Sonvel_AEC_Apply: %s (status %d)\n", Sonvel_AEC_StatusText(rc),
+                    (int)rc);
             return 1;
         }
         if (f >= FRAMES - 100) {

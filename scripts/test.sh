@@ -13,7 +13,7 @@
 #   gstreamer the GStreamer element in gst-launch pipelines (scripts/lib/gstreamer_e2e.sh)
 # The native configuration also builds the command-line tool with its tests, installs everything
 # into a temporary prefix and builds and runs examples/ against the installed package (through
-# find_package and through pkg-config).
+# find_package, through pkg-config and through the flat header path of earlier releases).
 # Usage: bash scripts/test.sh [native] [asan] [tsan] [aarch64] [fuzz] [pipewire] [gstreamer]
 #        (no argument: all, in order)
 # FUZZ_SECONDS sets the time per fuzz target (default 30).
@@ -63,27 +63,47 @@ run_native() {
   check_installed build/ci-native
 }
 
-# Installs the build into a temporary prefix, then builds examples/minimal.c against it twice (a
-# separate CMake project using find_package(SonvelAec), and a plain compiler call with pkg-config)
-# and runs both.
+# Installs the build into a temporary prefix and checks the package from outside. Every public
+# header is in include/sonvel_aec/ and, as a forwarding header, at the flat path of earlier
+# releases, and compiles on its own through both. The examples (minimal.c includes
+# <sonvel_aec/sonvel_aec.h>, version_check.c the bare names) are built and run through a separate
+# CMake project using find_package(SonvelAec) and through a plain compiler call with pkg-config;
+# version_check.c once more with only the prefix's include/ directory, as a build made for the
+# flat layout does.
 check_installed() {
-  local build=$1 t0=$SECONDS prefix
+  local build=$1 t0=$SECONDS prefix h name path example pc_dir libdir
   prefix=$(mktemp -d)
   echo
   echo "== [install] into $prefix"
   cmake --install "$build" --prefix "$prefix" > /dev/null || fail install "install" $t0
+  for h in include/*.h; do
+    name=$(basename "$h")
+    cmp -s "$h" "$prefix/include/sonvel_aec/$name" || fail install "header sonvel_aec/$name" $t0
+    for path in "sonvel_aec/$name" "$name"; do
+      echo "#include <$path>" |
+        "${CC:-cc}" -std=c11 -Wall -Wextra -Werror -fsyntax-only -I"$prefix/include" -x c - ||
+        fail install "header <$path> alone" $t0
+    done
+  done
   cmake -S examples -B "$prefix/examples-build" "${generator[@]}" -DCMAKE_PREFIX_PATH="$prefix" ||
     fail install "example configure" $t0
   cmake --build "$prefix/examples-build" || fail install "example build" $t0
-  "$prefix/examples-build/minimal" || fail install "example run (find_package)" $t0
-  local pc_dir
   pc_dir=$(dirname "$(find "$prefix" -name sonvel_aec.pc | head -n 1)")
-  # shellcheck disable=SC2046
-  "${CC:-cc}" -std=c11 -Wall -Wextra -Werror examples/minimal.c -o "$prefix/minimal-pkg-config" \
-    $(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs sonvel_aec) -lm ||
-    fail install "example build (pkg-config)" $t0
-  LD_LIBRARY_PATH="$pc_dir/.." "$prefix/minimal-pkg-config" ||
-    fail install "example run (pkg-config)" $t0
+  libdir=$(dirname "$pc_dir")
+  for example in minimal version_check; do
+    "$prefix/examples-build/$example" || fail install "example run ($example, find_package)" $t0
+    # shellcheck disable=SC2046
+    "${CC:-cc}" -std=c11 -Wall -Wextra -Werror "examples/$example.c" \
+      -o "$prefix/$example-pkg-config" $(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs sonvel_aec) -lm ||
+      fail install "example build ($example, pkg-config)" $t0
+    LD_LIBRARY_PATH="$libdir" "$prefix/$example-pkg-config" ||
+      fail install "example run ($example, pkg-config)" $t0
+  done
+  "${CC:-cc}" -std=c11 -Wall -Wextra -Werror examples/version_check.c \
+    -o "$prefix/version_check-flat" -I"$prefix/include" -L"$libdir" -lsonvel_aec ||
+    fail install "example build (flat path)" $t0
+  LD_LIBRARY_PATH="$libdir" "$prefix/version_check-flat" ||
+    fail install "example run (flat path)" $t0
   if [ -x "$prefix/bin/sonvel-aec" ]; then
     "$prefix/bin/sonvel-aec" version || fail install "installed tool" $t0
   fi
