@@ -8,8 +8,8 @@
  * separate instances are independent. In-place processing is not supported: the output frame must
  * not alias (or overlap) either input frame.
  *
- * Installed as <sonvel_aec/sonvel_aec.h>; the flat path <sonvel_aec.h> forwards to it for this
- * release and goes away in release 2.0. */
+ * Installed as <sonvel_aec/sonvel_aec.h>; the flat path <sonvel_aec.h> forwards to it in this
+ * release only (deprecated; the next release drops it). */
 #ifndef SONVEL_AEC_H
 #define SONVEL_AEC_H
 
