@@ -74,17 +74,15 @@ post_pending_warnings (GstSonvelAec * self)
 
 /* ---- The stream instance. */
 
+/* The output's lag behind the microphone: the stream's latency (two frames and a block). The
+ * front end's delay line delays the reference, not the microphone, so it adds nothing. */
 static GstClockTime
 latency_locked (GstSonvelAec * self)
 {
   AecFrontendEstimate est;
-  gint64 samples;
   if (self->stream == NULL || Sonvel_AEC_StreamGetEstimate (self->stream, &est) != 0)
     return 0;
-  samples = est.u32LatencySamples;
-  if (self->fe.u8DelayMode == SONVEL_AEC_DELAY_FIXED)
-    samples += (gint64) self->fe.u16DelayMs * self->rate / 1000;
-  return sonvel_aec_index_to_time (samples, self->rate);
+  return sonvel_aec_index_to_time (est.u32LatencySamples, self->rate);
 }
 
 static void
@@ -206,8 +204,6 @@ set_frontend (GstSonvelAec * self, guint prop_id, const GValue * value)
   g_mutex_unlock (&self->lock);
   if (!ok)
     warn (self, g_strdup_printf ("%s; the value is not changed", why));
-  else if (prop_id == PROP_REF_DELAY)
-    update_latency (self);
   g_free (why);
 }
 
