@@ -100,12 +100,12 @@ caps_of (const gchar * format, gint channels, gint rate)
 }
 
 static Run *
-run_new (const gchar * properties)
+run_new_with (const gchar * sources, const gchar * properties)
 {
   Run *r = g_new0 (Run, 1);
-  gchar *desc = g_strdup_printf ("appsrc name=mic format=time ! sonvelaec name=a %s ! "
-      "appsink name=out sync=false  appsrc name=ref format=time ! a.ref_sink",
-      properties ? properties : "");
+  gchar *desc = g_strdup_printf ("appsrc name=mic %s ! sonvelaec name=a %s ! "
+      "appsink name=out sync=false  appsrc name=ref %s ! a.ref_sink", sources,
+      properties ? properties : "", sources);
   GError *err = NULL;
   r->pipeline = gst_parse_launch (desc, &err);
   g_free (desc);
@@ -116,6 +116,12 @@ run_new (const gchar * properties)
   r->sink = gst_bin_get_by_name (GST_BIN (r->pipeline), "out");
   r->out = g_array_new (FALSE, FALSE, sizeof (gint16));
   return r;
+}
+
+static Run *
+run_new (const gchar * properties)
+{
+  return run_new_with ("format=time", properties);
 }
 
 static void
@@ -605,6 +611,35 @@ GST_START_TEST (estimates_and_latency_are_reported)
 
 GST_END_TEST;
 
+/* Live sources: the microphone is not held back by a reference that stops without an end; from
+ * then on the reference is silence (once the latency has passed on the clock). */
+GST_START_TEST (live_reference_that_stops_is_silence)
+{
+  const gint rate = 8000;
+  const gsize n = 4800, heard_until = 2000;
+  Signal mic, ref, heard, want;
+  AecCfg cfg = record_at (rate);
+  Run *r = run_new_with ("format=time is-live=true", NULL);
+  make_signals (n, 51, &mic, &ref);
+  heard = signal_new (n);
+  memcpy (heard.s, ref.s, heard_until * 2);
+  want = stream_output (&cfg, NULL, &mic, &heard);
+  run_play (r, rate, rate);
+  push (r->ref, &ref, 0, heard_until, rate, 0, ref_sizes, G_N_ELEMENTS (ref_sizes));
+  push (r->mic, &mic, 0, n, rate, 0, mic_sizes, G_N_ELEMENTS (mic_sizes));
+  pull (r, n);
+  fail_unless (!r->error);
+  fail_unless_equals_int (r->out->len, n);
+  assert_samples ((gint16 *) r->out->data, want.s, n);
+  run_free (r);
+  g_free (mic.s);
+  g_free (ref.s);
+  g_free (heard.s);
+  g_free (want.s);
+}
+
+GST_END_TEST;
+
 static Suite *
 sonvelaec_suite (void)
 {
@@ -622,6 +657,7 @@ sonvelaec_suite (void)
   tcase_add_test (tc, caps_change_restarts_the_canceller);
   tcase_add_test (tc, flush_restarts_the_canceller);
   tcase_add_test (tc, estimates_and_latency_are_reported);
+  tcase_add_test (tc, live_reference_that_stops_is_silence);
   return s;
 }
 
