@@ -1,7 +1,8 @@
 /* Unit tests of the sonvelaec element (gst-check): appsrc pipelines push buffers of odd sizes
  * into both pads and the output is compared with the streaming layer's on the same signals;
- * reference gaps, early ends, properties, refused values, negotiation failures, caps changes,
- * flushes, estimates and latency. */
+ * reference gaps and early ends, live sources, properties and refused values, caps changes,
+ * flushes, estimates and latency. (Negotiation failures and the ends of the microphone are tested
+ * end to end with gst-launch, scripts/lib/gstreamer_e2e.sh.) */
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
 #include <gst/check/gstcheck.h>
@@ -92,11 +93,10 @@ typedef struct {
 } Run;
 
 static GstCaps *
-caps_of (const gchar * format, gint channels, gint rate)
+caps_of (gint rate)
 {
-  return gst_caps_new_simple ("audio/x-raw", "format", G_TYPE_STRING, format, "layout",
-      G_TYPE_STRING, "interleaved", "channels", G_TYPE_INT, channels, "rate", G_TYPE_INT, rate,
-      NULL);
+  return gst_caps_new_simple ("audio/x-raw", "format", G_TYPE_STRING, "S16LE", "layout",
+      G_TYPE_STRING, "interleaved", "channels", G_TYPE_INT, 1, "rate", G_TYPE_INT, rate, NULL);
 }
 
 static Run *
@@ -141,10 +141,10 @@ run_free (Run * r)
 static void
 run_play (Run * r, gint mic_rate, gint ref_rate)
 {
-  GstCaps *caps = caps_of ("S16LE", 1, mic_rate);
+  GstCaps *caps = caps_of (mic_rate);
   gst_app_src_set_caps (GST_APP_SRC (r->mic), caps);
   gst_caps_unref (caps);
-  caps = caps_of ("S16LE", 1, ref_rate);
+  caps = caps_of (ref_rate);
   gst_app_src_set_caps (GST_APP_SRC (r->ref), caps);
   gst_caps_unref (caps);
   fail_if (gst_element_set_state (r->pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE);
@@ -204,20 +204,16 @@ pull (Run * r, gsize want)
   collect_messages (r);
 }
 
-/* The text of the first warning or error (or NULL) whose message contains `needle`. */
+/* Whether a warning whose message contains `needle` was posted. */
 static gboolean
-has_message (Run * r, GstMessageType type, const gchar * needle)
+has_warning (Run * r, const gchar * needle)
 {
   for (GList * l = r->messages; l; l = l->next) {
-    GstMessage *m = l->data;
     GError *err = NULL;
     gboolean hit;
-    if (GST_MESSAGE_TYPE (m) != type)
+    if (GST_MESSAGE_TYPE (l->data) != GST_MESSAGE_WARNING)
       continue;
-    if (type == GST_MESSAGE_ERROR)
-      gst_message_parse_error (m, &err, NULL);
-    else
-      gst_message_parse_warning (m, &err, NULL);
+    gst_message_parse_warning (l->data, &err, NULL);
     hit = strstr (err->message, needle) != NULL;
     g_error_free (err);
     if (hit)
@@ -304,27 +300,6 @@ GST_START_TEST (reference_late_start_gap_and_early_end_are_silence)
   g_free (ref.s);
   g_free (heard.s);
   g_free (want.s);
-}
-
-GST_END_TEST;
-
-GST_START_TEST (microphone_end_ends_the_stream)
-{
-  const gint rate = 8000;
-  Signal mic, ref;
-  Run *r = run_new (NULL);
-  make_signals (3 * rate, 5, &mic, &ref);
-  run_play (r, rate, rate);
-  /* The microphone stops after one second; the reference keeps going without an end. */
-  push (r->mic, &mic, 0, rate, rate, 0, mic_sizes, G_N_ELEMENTS (mic_sizes));
-  gst_app_src_end_of_stream (GST_APP_SRC (r->mic));
-  push (r->ref, &ref, 0, ref.n, rate, 0, ref_sizes, G_N_ELEMENTS (ref_sizes));
-  pull (r, 0);
-  fail_unless (r->eos && !r->error);
-  fail_unless_equals_int (r->out->len, rate);
-  run_free (r);
-  g_free (mic.s);
-  g_free (ref.s);
 }
 
 GST_END_TEST;
@@ -419,62 +394,6 @@ GST_START_TEST (refused_values_are_warnings_naming_field_and_range)
 
 GST_END_TEST;
 
-/* Refusals made before the element is in a pipeline (gst-launch) are posted when it starts. */
-GST_START_TEST (refusals_before_the_pipeline_are_posted_at_start)
-{
-  GstElement *aec = gst_element_factory_make ("sonvelaec", NULL);
-  GstElement *pipeline = gst_pipeline_new (NULL);
-  GstBus *bus = gst_element_get_bus (pipeline);
-  GstMessage *m;
-  g_object_set (aec, "u8HighFreqMode", 2, NULL);
-  gst_bin_add (GST_BIN (pipeline), aec);
-  gst_element_set_state (pipeline, GST_STATE_PAUSED);
-  m = gst_bus_pop_filtered (bus, GST_MESSAGE_WARNING);
-  fail_unless (m != NULL);
-  gst_message_unref (m);
-  gst_element_set_state (pipeline, GST_STATE_NULL);
-  gst_object_unref (bus);
-  gst_object_unref (pipeline);
-}
-
-GST_END_TEST;
-
-/* Expects an error whose text contains `said` when the inputs come with these caps. */
-static void
-expect_negotiation_error (GstCaps * mic_caps, GstCaps * ref_caps, const gchar * said)
-{
-  Run *r = run_new (NULL);
-  Signal mic = signal_new (4800);
-  gst_app_src_set_caps (GST_APP_SRC (r->mic), mic_caps);
-  gst_app_src_set_caps (GST_APP_SRC (r->ref), ref_caps);
-  gst_caps_unref (mic_caps);
-  gst_caps_unref (ref_caps);
-  gst_element_set_state (r->pipeline, GST_STATE_PLAYING);
-  push (r->mic, &mic, 0, mic.n, 48000, 0, mic_sizes, 1);
-  push (r->ref, &mic, 0, mic.n, 48000, 0, mic_sizes, 1);
-  gst_app_src_end_of_stream (GST_APP_SRC (r->mic));
-  gst_app_src_end_of_stream (GST_APP_SRC (r->ref));
-  pull (r, 0);
-  fail_unless (r->error, "no error for '%s'", said);
-  fail_unless (has_message (r, GST_MESSAGE_ERROR, said), "no error saying '%s'", said);
-  run_free (r);
-  g_free (mic.s);
-}
-
-GST_START_TEST (negotiation_failures_say_why)
-{
-  expect_negotiation_error (caps_of ("S16LE", 2, 16000), caps_of ("S16LE", 1, 16000),
-      "mic_sink: takes mono audio, got 2 channels");
-  expect_negotiation_error (caps_of ("S16LE", 1, 16000), caps_of ("S16LE", 1, 48000),
-      "ref_sink: takes 8000 or 16000 Hz, got 48000 Hz");
-  expect_negotiation_error (caps_of ("F32LE", 1, 16000), caps_of ("S16LE", 1, 16000),
-      "mic_sink: takes 16-bit signed little-endian");
-  expect_negotiation_error (caps_of ("S16LE", 1, 8000), caps_of ("S16LE", 1, 16000),
-      "both inputs must have the same rate");
-}
-
-GST_END_TEST;
-
 GST_START_TEST (caps_change_restarts_the_canceller)
 {
   Signal mic, ref, mic8, ref8, want16, want8;
@@ -490,7 +409,7 @@ GST_START_TEST (caps_change_restarts_the_canceller)
   run_play (r, 16000, 16000);
   push (r->mic, &mic, 0, n16, 16000, 0, mic_sizes, G_N_ELEMENTS (mic_sizes));
   push (r->ref, &ref, 0, n16, 16000, 0, ref_sizes, G_N_ELEMENTS (ref_sizes));
-  caps = caps_of ("S16LE", 1, 8000);
+  caps = caps_of (8000);
   gst_app_src_set_caps (GST_APP_SRC (r->mic), caps);
   gst_app_src_set_caps (GST_APP_SRC (r->ref), caps);
   gst_caps_unref (caps);
@@ -501,7 +420,7 @@ GST_START_TEST (caps_change_restarts_the_canceller)
   gst_app_src_end_of_stream (GST_APP_SRC (r->ref));
   pull (r, 0);
   fail_unless (r->eos && !r->error);
-  fail_unless (has_message (r, GST_MESSAGE_WARNING, "changed from 16000 Hz to 8000 Hz"));
+  fail_unless (has_warning (r, "changed from 16000 Hz to 8000 Hz"));
   fail_unless_equals_int (r->out->len, n16 + n8);
   assert_samples ((gint16 *) r->out->data, want16.s, n16);
   assert_samples ((gint16 *) r->out->data + n16, want8.s, n8);
@@ -649,11 +568,8 @@ sonvelaec_suite (void)
   suite_add_tcase (s, tc);
   tcase_add_test (tc, odd_buffer_sizes_give_the_stream_output);
   tcase_add_test (tc, reference_late_start_gap_and_early_end_are_silence);
-  tcase_add_test (tc, microphone_end_ends_the_stream);
   tcase_add_test (tc, properties_reach_the_canceller);
   tcase_add_test (tc, refused_values_are_warnings_naming_field_and_range);
-  tcase_add_test (tc, refusals_before_the_pipeline_are_posted_at_start);
-  tcase_add_test (tc, negotiation_failures_say_why);
   tcase_add_test (tc, caps_change_restarts_the_canceller);
   tcase_add_test (tc, flush_restarts_the_canceller);
   tcase_add_test (tc, estimates_and_latency_are_reported);
