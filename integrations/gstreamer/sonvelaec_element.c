@@ -131,6 +131,7 @@ start_stream (GstSonvelAec * self, gint rate)
   sonvel_aec_ref_line_reset (&self->ref);
   self->mic_cursor.valid = FALSE;
   self->report_countdown = rate;
+  self->processed = 0;
   update_latency (self);
   return TRUE;
 }
@@ -401,9 +402,10 @@ handle_caps (GstSonvelAec * self, GstAggregatorPad * pad, GstCaps * caps)
     return FALSE;
   }
   if (old != 0 && old != rate)
-    GST_ELEMENT_WARNING (self, STREAM, FORMAT,
-        ("%s changed from %d Hz to %d Hz mid-stream: the echo canceller restarts",
-            GST_PAD_NAME (pad), old, rate), (NULL));
+    GST_ELEMENT_WARNING (self, STREAM, FORMAT, ("%s changed from %d Hz to %d Hz mid-stream: %s",
+            GST_PAD_NAME (pad), old, rate, is_mic ? "the echo canceller restarts" :
+            rate == self->mic_rate ? "the reference starts afresh" :
+            "the reference is silence until mic_sink follows"), (NULL));
   if (is_mic) {
     self->mic_rate = rate;
     if (rate != old) {
@@ -439,9 +441,12 @@ gst_sonvel_aec_sink_event (GstAggregator * agg, GstAggregatorPad * pad, GstEvent
       GST_OBJECT_LOCK (pad);
       segment = pad->segment;
       GST_OBJECT_UNLOCK (pad);
-      /* The output keeps the microphone's timeline. */
+      /* The output keeps the microphone's timeline; a new one after processed audio (a seek
+       * without flush) starts the canceller afresh. */
       gst_aggregator_update_segment (agg, &segment);
       self->mic_cursor.valid = FALSE;
+      if (self->processed > 0 && !start_stream (self, self->mic_rate))
+        ok = FALSE;
     } else {
       self->ref.cursor.valid = FALSE;
     }
@@ -627,6 +632,7 @@ gst_sonvel_aec_aggregate (GstAggregator * agg, gboolean timeout)
   gst_aggregator_selected_samples (agg, pts, GST_CLOCK_TIME_NONE,
       GST_BUFFER_DURATION (out_buf), NULL);
 
+  self->processed += (gint64) n;
   report_estimates (self, n, sonvel_aec_index_to_time (start, self->mic_rate));
   self->produced = TRUE;
   return gst_aggregator_finish_buffer (agg, out_buf);
@@ -660,8 +666,6 @@ gst_sonvel_aec_flush (GstAggregator * agg)
   GST_DEBUG_OBJECT (self, "flush: the canceller restarts");
   if (self->mic_rate != 0 && !start_stream (self, self->mic_rate))
     return GST_FLOW_ERROR;
-  sonvel_aec_ref_line_reset (&self->ref);
-  self->mic_cursor.valid = FALSE;
   return GST_FLOW_OK;
 }
 

@@ -37,7 +37,8 @@ struct _GstSonvelAec
   gboolean mismatch_warned;
   SonvelAecCursor mic_cursor;
   SonvelAecRefLine ref;
-  gint64 report_countdown;
+  gint64 report_countdown;      /* samples until the next estimate message */
+  gint64 processed;             /* samples since the canceller (re)started */
 };
 
 GST_ELEMENT_REGISTER_DECLARE (sonvelaec);
