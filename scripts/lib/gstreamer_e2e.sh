@@ -106,14 +106,14 @@ compare() {
   fi
   raw "$dir/tool.wav" "$dir/tool.raw" && raw "$dir/tool_align.wav" "$dir/tool_align.raw" &&
     raw "$dir/gst.wav" "$dir/gst.raw" && raw "$mic" "$dir/mic.raw" || { fail "$name: no raw"; return; }
-  local n lat shift
+  local n lat offset
   n=$(samples "$dir/mic.raw")
   lat=$(element_latency "$rate")
-  shift=$((lat - $(tool_latency "$rate")))
+  offset=$((lat - $(tool_latency "$rate")))
   if [ "$(samples "$dir/gst.raw")" != "$n" ]; then
     fail "$name: element gave $(samples "$dir/gst.raw") samples for $n"
-  elif ! same "$dir/tool.raw" 0 "$dir/gst.raw" "$shift" $((n - shift)); then
-    fail "$name: element output differs from the tool's (no --align, element $shift samples later)"
+  elif ! same "$dir/tool.raw" 0 "$dir/gst.raw" "$offset" $((n - offset)); then
+    fail "$name: element output differs from the tool's (no --align, element $offset samples later)"
   elif ! same "$dir/tool_align.raw" 0 "$dir/gst.raw" "$lat" $((n - lat)); then
     fail "$name: element output after $lat samples differs from the tool's with --align"
   else
