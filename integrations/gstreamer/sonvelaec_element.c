@@ -589,8 +589,13 @@ gst_sonvel_aec_aggregate (GstAggregator * agg, gboolean timeout)
     return GST_FLOW_NOT_NEGOTIATED;
   }
 
-  start = buffer_start (self->mic_pad, mic_buf, &self->mic_cursor, self->mic_rate);
   n = gst_buffer_get_size (mic_buf) / 2;
+  if (n == 0) {
+    gst_buffer_unref (mic_buf);
+    gst_aggregator_pad_drop_buffer (self->mic_pad);
+    return GST_FLOW_OK;
+  }
+  start = buffer_start (self->mic_pad, mic_buf, &self->mic_cursor, self->mic_rate);
   sonvel_aec_ref_line_rebase (&self->ref, start);
   if (!fill_reference (self, start + (gint64) n, timeout)) {
     gst_buffer_unref (mic_buf);
