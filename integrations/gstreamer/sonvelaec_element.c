@@ -37,6 +37,23 @@ static GstStaticPadTemplate ref_template = GST_STATIC_PAD_TEMPLATE ("ref_sink",
 static GstStaticPadTemplate src_template = GST_STATIC_PAD_TEMPLATE ("src",
     GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS (SONVEL_AEC_CAPS_STR));
 
+/* drift: "off" or "auto" as the tool writes it; booleans are taken too. */
+static GType
+drift_mode_get_type (void)
+{
+  static GType type = 0;
+  static const GEnumValue values[] = {
+    {0, "Off", "off"},
+    {1, "Follow the drift (with ref-delay=auto)", "auto"},
+    {0, "Off", "false"},
+    {1, "Same as auto", "true"},
+    {0, NULL, NULL},
+  };
+  if (g_once_init_enter (&type))
+    g_once_init_leave (&type, g_enum_register_static ("GstSonvelAecDrift", values));
+  return type;
+}
+
 G_DEFINE_TYPE (GstSonvelAec, gst_sonvel_aec, GST_TYPE_AGGREGATOR);
 GST_ELEMENT_REGISTER_DEFINE (sonvelaec, "sonvelaec", GST_RANK_NONE, GST_TYPE_SONVEL_AEC);
 
@@ -196,7 +213,7 @@ set_frontend (GstSonvelAec * self, guint prop_id, const GValue * value)
   else if (prop_id == PROP_DC_BLOCK)
     next.u8DcBlock = g_value_get_boolean (value) ? 1 : 0;
   else
-    next.u8Drift = g_value_get_boolean (value) ? 1 : 0;
+    next.u8Drift = g_value_get_enum (value) ? 1 : 0;
   if (ok) {
     self->fe = next;
     if (self->stream != NULL)
@@ -244,7 +261,7 @@ gst_sonvel_aec_get_property (GObject * object, guint prop_id, GValue * value,
   } else if (prop_id == PROP_DC_BLOCK) {
     g_value_set_boolean (value, self->fe.u8DcBlock != 0);
   } else if (prop_id == PROP_DRIFT) {
-    g_value_set_boolean (value, self->fe.u8Drift != 0);
+    g_value_set_enum (value, self->fe.u8Drift != 0);
   } else if (prop_id == PROP_DELAY_ESTIMATE) {
     g_value_set_int (value, self->delay_estimate_ms);
   } else if (prop_id == PROP_DELAY_CONFIDENCE) {
@@ -772,9 +789,9 @@ install_properties (GObjectClass * gobject_class)
       g_param_spec_boolean ("dc-block", "DC block",
           "High-pass the microphone and the reference (cut-off about 40 Hz)", FALSE, rw));
   g_object_class_install_property (gobject_class, PROP_DRIFT,
-      g_param_spec_boolean ("drift", "Drift",
-          "Follow the clock drift between playback and capture (with ref-delay=auto)", FALSE,
-          rw));
+      g_param_spec_enum ("drift", "Drift",
+          "Follow the clock drift between playback and capture (with ref-delay=auto)",
+          drift_mode_get_type (), 0, rw));
   g_object_class_install_property (gobject_class, PROP_DELAY_ESTIMATE,
       g_param_spec_int ("delay-estimate", "Delay estimate",
           "Estimated delay of the echo behind the reference, ms (-1: none yet)", -1, G_MAXINT,

@@ -72,19 +72,18 @@ same() {
   cmp -s -i $((2 * $2)):$((2 * $4)) -n $((2 * $5)) "$1" "$3"
 }
 
-# The element's lag behind the microphone, and the tool's when it runs the core frame by frame
-# (one frame plus one block); once the tool runs on the streaming layer (it then has --ref-delay)
-# its lag is the element's.
+# The element's lag behind the microphone (the stream's: two frames and a block) and the tool's
+# (the core's: one frame and a block, also when it runs the front end through the stream).
 frame_of() { echo $(($1 / 100)); }
-element_latency() { echo $((2 * $(frame_of "$1") + ($1 == 16000 ? 128 : 64))); }
-if "$tool" --help 2>&1 | grep -q -- '--ref-delay'; then
-  tool_on_stream=1
+block_of() { echo $(($1 == 16000 ? 128 : 64)); }
+element_latency() { echo $((2 * $(frame_of "$1") + $(block_of "$1"))); }
+tool_latency() { echo $(($(frame_of "$1") + $(block_of "$1"))); }
+# The front-end options are compared when the tool has them.
+if "$tool" process --help 2>&1 | grep -q -- '--ref-delay'; then
+  tool_has_frontend=1
 else
-  tool_on_stream=0
+  tool_has_frontend=0
 fi
-tool_latency() {
-  if [ "$tool_on_stream" = 1 ]; then element_latency "$1"; else echo $(($(frame_of "$1") + ($1 == 16000 ? 128 : 64))); fi
-}
 
 # compare NAME RATE MIC REF "TOOL OPTIONS" "ELEMENT PROPERTIES": runs both and checks the output
 # against the tool's without --align (shifted by the difference of the lags) and with --align
@@ -148,11 +147,11 @@ compare params8 8000 "$d8/mic.wav" "$d8/ref.wav" "--high-freq-mode 1 --hf-band 2
   "u8HighFreqMode=1 s16HfBinLo=20 s16HfBinHi=60"
 compare short_ref 16000 "$d16/mic.wav" "$work/ref16_short.wav" "" ""
 compare short_mic 16000 "$work/mic16_short.wav" "$d16/ref.wav" "" ""
-if [ "$tool_on_stream" = 1 ]; then
+if [ "$tool_has_frontend" = 1 ]; then
   compare frontend16 16000 "$d16/mic.wav" "$d16/ref.wav" "--ref-delay 40 --dc-block" \
     "ref-delay=40 dc-block=true"
-  compare auto16 16000 "$d16/mic.wav" "$d16/ref.wav" "--ref-delay auto --drift" \
-    "ref-delay=auto drift=true"
+  compare auto16 16000 "$d16/mic.wav" "$d16/ref.wav" "--ref-delay auto --drift auto" \
+    "ref-delay=auto drift=auto"
 else
   echo "note: the tool has no --ref-delay yet; the front-end options are compared once it has"
 fi

@@ -309,7 +309,7 @@ GST_START_TEST (properties_reach_the_canceller)
   const gint rate = 16000;
   Signal mic, ref, want;
   AecCfg cfg = record_at (rate);
-  AecFrontendCfg fe = { 1, SONVEL_AEC_DELAY_FIXED, 0, 0, 120 };
+  AecFrontendCfg fe = { 1, SONVEL_AEC_DELAY_FIXED, 1, 0, 120 };
   const gint16 edges[6] = { 5, 17, 28, 32, 45, 56 };
   const gint16 shifts[7] = { 11, 12, 16, 14, 15, 12, 16 };
   gchar *text;
@@ -334,7 +334,7 @@ GST_START_TEST (properties_reach_the_canceller)
   r = play_whole ("u8CnEnable=0 u8StartPart=2 u8NlpLevel=2 u8HighFreqMode=1 s16CohThr=22000 "
       "s16HfBinLo=60 s16HfBinHi=100 s16CohBinLo=8 s16CohBinHi=17 s16ClampBinLo=5 "
       "s16ClampBinHi=10 as16BandEdge=\"5,17,28,32,45,56\" as16BandShift=\"11, 12,16,14,15,12,16\" "
-      "ref-delay=120 dc-block=true", rate, &mic, &ref);
+      "ref-delay=120 dc-block=true drift=auto", rate, &mic, &ref);
   assert_samples ((gint16 *) r->out->data, want.s, want.n);
   g_object_get (r->aec, "as16BandShift", &text, NULL);
   fail_unless_equals_string (text, "11,12,16,14,15,12,16");
