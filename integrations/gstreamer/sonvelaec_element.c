@@ -561,6 +561,8 @@ report_estimates (GstSonvelAec * self, gsize samples, GstClockTime running_time)
         "running-time", G_TYPE_UINT64, running_time, NULL);
     gst_element_post_message (GST_ELEMENT (self),
         gst_message_new_element (GST_OBJECT (self), s));
+    g_object_notify (G_OBJECT (self), "delay-estimate");
+    g_object_notify (G_OBJECT (self), "delay-confidence");
   }
 }
 

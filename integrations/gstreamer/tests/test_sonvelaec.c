@@ -490,12 +490,19 @@ GST_START_TEST (flush_restarts_the_canceller)
 
 GST_END_TEST;
 
+static void
+count_notify (gint * count)
+{
+  g_atomic_int_inc (count);
+}
+
 GST_START_TEST (estimates_and_latency_are_reported)
 {
   const gint rate = 16000;
   Signal mic, ref;
   Run *r;
   guint reports = 0;
+  gint notified = 0;
   gint delay = -2;
   gdouble confidence = -1;
   GstQuery *q = gst_query_new_latency ();
@@ -503,7 +510,16 @@ GST_START_TEST (estimates_and_latency_are_reported)
   GstClockTime min, max;
 
   make_signals (5 * rate + 100, 41, &mic, &ref);
-  r = play_whole (NULL, rate, &mic, &ref);
+  r = run_new (NULL);
+  g_signal_connect_swapped (r->aec, "notify::delay-estimate", G_CALLBACK (count_notify),
+      &notified);
+  run_play (r, rate, rate);
+  push (r->mic, &mic, 0, mic.n, rate, 0, mic_sizes, G_N_ELEMENTS (mic_sizes));
+  push (r->ref, &ref, 0, ref.n, rate, 0, ref_sizes, G_N_ELEMENTS (ref_sizes));
+  gst_app_src_end_of_stream (GST_APP_SRC (r->mic));
+  gst_app_src_end_of_stream (GST_APP_SRC (r->ref));
+  pull (r, 0);
+  fail_unless (r->eos && !r->error);
   for (GList * l = r->messages; l; l = l->next) {
     const GstStructure *s = gst_message_get_structure (l->data);
     if (GST_MESSAGE_TYPE (l->data) == GST_MESSAGE_ELEMENT
@@ -514,6 +530,7 @@ GST_START_TEST (estimates_and_latency_are_reported)
     }
   }
   fail_unless_equals_int (reports, 5);  /* one per second of audio */
+  fail_unless_equals_int (g_atomic_int_get (&notified), 5);
   g_object_get (r->aec, "delay-estimate", &delay, "delay-confidence", &confidence, NULL);
   fail_unless (delay >= -1 && confidence >= 0.0 && confidence <= 1.0);
 
