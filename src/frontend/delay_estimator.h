@@ -14,11 +14,11 @@ inline constexpr int kHalfLags = kLags / 2;
 inline constexpr int kRefHist = kLags + kEstBlock;
 
 struct DelayEstimator {
-    // Decimation: running sums of the current decimation group and the previous decimated values
-    // (for the whitening).
-    int32_t sumNear, sumFar;
+    // Decimation: slow means of the decimated signals and their previous values (for the
+    // whitening).
+    int32_t dcNearQ8, dcFarQ8;
     int32_t prevNear, prevFar;
-    int32_t decFactor, decShift, decCount;
+    int32_t decFactor, decShift;
     int32_t pending;                 // decimated samples in the pending block
     int16_t pendNear[kEstBlock], pendFar[kEstBlock];
     // Block under correlation: microphone reversed (newest first), reference history reversed.
@@ -38,8 +38,8 @@ struct DelayEstimator {
 };
 
 void delay_estimator_init(DelayEstimator &e, uint32_t rate);
-// Takes one frame of the high-passed microphone and reference (rate / 100 samples). Returns true
-// when a new peak search was made.
+// Takes one frame of the microphone and the reference (rate / 100 samples, a multiple of the
+// decimation factor). Returns true when a new peak search was made.
 bool delay_estimator_frame(DelayEstimator &e, const int16_t *near, const int16_t *far, int n);
 // The estimate in samples at the instance rate, Q8 (-1 while there is none).
 int32_t delay_estimate_q8(const DelayEstimator &e);
