@@ -22,8 +22,8 @@ struct DelayEstimator {
     int32_t pending;                 // decimated samples in the pending block
     int16_t pendNear[kEstBlock], pendFar[kEstBlock];
     // Block under correlation: microphone reversed (newest first), reference history reversed.
-    alignas(16) int16_t micRev[kEstBlock];
-    alignas(16) int16_t refRev[kRefHist];
+    int16_t micRev[kEstBlock];
+    int16_t refRev[kRefHist];
     int64_t refEnergy;               // sum of squares over refRev
     int64_t invNorm;                 // normalisation of the block under correlation (0: skip)
     int32_t half;                    // which half of the lags the next frame correlates
@@ -31,7 +31,7 @@ struct DelayEstimator {
     int32_t avgShift;                // weight of the next block in the average: 1 / 2^avgShift
     uint32_t blocks;                 // blocks committed
     int64_t centroidQ8;              // the average's time, in blocks, Q8
-    alignas(16) int32_t corr[kLags]; // smoothed normalised correlation, Q16
+    int32_t corr[kLags]; // smoothed normalised correlation, Q16
     // Result of the last peak search.
     int32_t peakQ8;                  // peak lag in decimated samples, Q8; -1: none yet
     int32_t confidence;              // Q15
