@@ -13,7 +13,10 @@
  *
  * The streaming layer joins the front end, the core and a sample FIFO, so that a host may hand
  * any number of samples per call. It returns as many samples as it is given; its output lags its
- * input by Sonvel_AEC_StreamGetEstimate's u32LatencySamples.
+ * input by Sonvel_AEC_StreamGetEstimate's u32LatencySamples = 2 F + B: one frame F of FIFO
+ * priming (the first F output samples are zeros) plus the core's own frame and 8 ms block B,
+ * i.e. 224 samples at 8000 Hz and 448 at 16000 Hz (28 ms). The front end adds no lag to the
+ * microphone path.
  *
  * Both follow the core's rules: the caller owns the memory (ask for its size), nothing is
  * allocated, there is no global writable data and no pointer is kept beyond a call. The

@@ -103,6 +103,55 @@ TEST(StreamFifo, FrontEndOffIsTheCoreForAnyCallSizes) {
     }
 }
 
+// With every front-end function on, the stream is still the frame-by-frame chain: the front end,
+// then the core on its frames, whatever the call sizes.
+TEST(StreamFifo, FrontEndOnIsTheFrameByFrameChain) {
+    const int rate = 16000, frame = rate / 100;
+    const Signals s = make_signals(rate, 400, 0x1234);
+    const AecCfg cfg = record(rate);
+    AecFrontendCfg fe{};
+    fe.u8DcBlock = 1;
+    fe.u8DelayMode = SONVEL_AEC_DELAY_AUTO;
+    fe.u8Drift = 1;
+    fe.u16DelayMs = 20;
+    // By hand.
+    uint32_t feSize = 0;
+    ASSERT_EQ(Sonvel_AEC_FrontendGetSize(&feSize), SONVEL_AEC_OK);
+    std::vector<uint64_t> feMem(feSize / 8 + 1), coreMem(SONVEL_AEC_INSTANCE_BYTES / 8 + 1);
+    void *hf = nullptr, *hc = nullptr;
+    ASSERT_EQ(Sonvel_AEC_FrontendInit(&hf, feMem.data(), feSize, rate, &fe), SONVEL_AEC_OK);
+    ASSERT_EQ(Sonvel_AEC_Init(&hc, coreMem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg), SONVEL_AEC_OK);
+    std::vector<int16_t> want(s.nearv.size()), n2(frame), f2(frame);
+    uint8_t running = cfg.u8StartPart;
+    for (size_t k = 0; k + frame <= s.nearv.size(); k += frame) {
+        uint8_t part = running;
+        ASSERT_EQ(Sonvel_AEC_FrontendProcess(hf, &s.nearv[k], &s.farv[k], n2.data(), f2.data(), &part), SONVEL_AEC_OK);
+        if (part != running) {
+            AecCfg c = cfg;
+            c.u8StartPart = part;
+            ASSERT_EQ(Sonvel_AEC_SetParams(hc, &c), SONVEL_AEC_OK);
+            running = part;
+        }
+        ASSERT_EQ(Sonvel_AEC_Apply(hc, n2.data(), f2.data(), &want[k]), SONVEL_AEC_OK);
+    }
+    // Through the stream, in random call sizes.
+    Stream st(cfg, &fe);
+    testsupport::Xorshift64 rng(99);
+    std::vector<int16_t> got(s.nearv.size());
+    for (size_t at = 0; at < s.nearv.size();) {
+        const uint32_t n = std::min<uint32_t>(static_cast<uint32_t>(rng.range(0, 3 * frame)),
+                                              static_cast<uint32_t>(s.nearv.size() - at));
+        ASSERT_EQ(Sonvel_AEC_StreamProcess(st.handle(), &s.nearv[at], &s.farv[at], &got[at], n), SONVEL_AEC_OK);
+        at += n;
+    }
+    ASSERT_EQ(0, std::memcmp(&got[frame], want.data(), (want.size() - frame) * sizeof(int16_t)));
+    AecFrontendEstimate a{}, b{};
+    ASSERT_EQ(Sonvel_AEC_StreamGetEstimate(st.handle(), &a), SONVEL_AEC_OK);
+    ASSERT_EQ(Sonvel_AEC_FrontendGetEstimate(hf, &b), SONVEL_AEC_OK);
+    EXPECT_EQ(a.s32DelayApplied, b.s32DelayApplied);
+    EXPECT_EQ(a.s32DelayEstimate, b.s32DelayEstimate);
+}
+
 // The reported latency is the true one: with the far end silent for long the core passes the
 // microphone through, and a click comes out exactly u32LatencySamples later.
 TEST(StreamFifo, ReportedLatencyIsWhereAClickComesOut) {
