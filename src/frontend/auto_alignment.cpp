@@ -7,9 +7,10 @@
 // far-end activity) lie more than 4 ms from the one it follows: a new device or echo path, or a
 // drift that has added up. With drift following on, as soon as the drift line spans 8 s the delay
 // line instead follows the line's current value (with a sample of slack), one sample per frame at
-// most, so the echo stays put inside the filter's span without jumps; a moved echo path then shows as points off the line,
-// which restart the line (see the drift tracker) and so the locking. Confident estimates also feed the drift tracker,
-// one point per 25 estimates (0.5 s), in every mode.
+// most, so the echo stays put inside the filter's span without jumps; a moved echo path then
+// shows as points off the line, which restart the line (see the drift tracker) and so the
+// locking. Confident estimates also feed the drift tracker, one point per 25 estimates (0.5 s),
+// in every mode.
 #include "frontend/frontend_state.h"
 
 namespace sonvel::frontend {
@@ -24,7 +25,9 @@ int32_t ms_to_samples(const FrontendState &fe, int32_t ms) {
     return static_cast<int32_t>(ms * static_cast<int32_t>(fe.rate) / 1000);
 }
 
-int32_t max_delay(const FrontendState &fe) { return ms_to_samples(fe, SONVEL_AEC_FRONTEND_MAX_DELAY_MS); }
+int32_t max_delay(const FrontendState &fe) {
+    return ms_to_samples(fe, SONVEL_AEC_FRONTEND_MAX_DELAY_MS);
+}
 
 int32_t clamp_delay(const FrontendState &fe, int32_t d) {
     if (d < 0) return 0;
@@ -71,7 +74,8 @@ void alignment_after_frame(FrontendState &fe, bool searched) {
     const int32_t estQ8 = delay_estimate_q8(fe.est);
     if (searched && estQ8 >= 0 && fe.est.confidence >= kConfLock) {
         if (--a.blocksToPoint <= 0) {
-            drift_tracker_add(fe.drift, fe.frames - estimate_age_frames(fe.est), estQ8, fe.frameLen, ms_to_samples(fe, 3) * 256);
+            drift_tracker_add(fe.drift, fe.frames - estimate_age_frames(fe.est), estQ8, fe.frameLen,
+                              ms_to_samples(fe, 3) * 256);
             a.blocksToPoint = kBlocksPerPoint;
         }
         const bool following = fe.cfg.u8Drift != 0 && fe.drift.valid;
