@@ -86,9 +86,11 @@ SONVEL_API int32_t Sonvel_AEC_FrontendInit(void **phFe, void *pMem, uint32_t u32
 /* Changes the front-end record of a live instance (the estimates are kept). */
 SONVEL_API int32_t Sonvel_AEC_FrontendSetCfg(void *hFe, const AecFrontendCfg *pstCfg);
 /* One frame: reads the raw microphone and reference frames, writes the frames to hand to the
- * core (high-passed microphone, delayed and high-passed reference). *pu8StartPart receives the
- * start partition the core should run with (the caller applies it with Sonvel_AEC_SetParams
- * when it differs from the current one); it may be null. */
+ * core (high-passed microphone, delayed and high-passed reference). In automatic delay mode
+ * *pu8StartPart receives the start partition the core should run with (the caller applies it
+ * with Sonvel_AEC_SetParams when it differs from the current one); in the other modes it is left
+ * as it is (the caller's own choice stands). It may be null. The delay estimator and the DC meters
+ * run in every mode, so the estimates are there even with the front end off. */
 SONVEL_API int32_t Sonvel_AEC_FrontendProcess(void *hFe, const int16_t *ps16Near,
                                               const int16_t *ps16Far, int16_t *ps16NearOut,
                                               int16_t *ps16FarOut, uint8_t *pu8StartPart);

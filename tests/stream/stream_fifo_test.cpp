@@ -1,0 +1,142 @@
+// The streaming layer's FIFO: with the front end off, whatever the call sizes (0, 1, odd counts,
+// several frames at once), the output is the core's frame-by-frame output, shifted by one frame
+// of FIFO priming; the reported latency is that shift plus the core's own lag; parameter
+// changes reach the core.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "sonvel_aec.h"
+#include "sonvel_aec_frontend.h"
+#include "test_digest.h"
+
+namespace {
+
+struct Signals {
+    std::vector<int16_t> nearv, farv;
+};
+
+// Far-end noise bursts, their echo through a few taps, near-end bursts of their own.
+Signals make_signals(int rate, int frames, uint64_t seed) {
+    testsupport::Xorshift64 rng(seed);
+    const int n = frames * rate / 100;
+    Signals s;
+    s.farv.resize(n);
+    s.nearv.resize(n);
+    for (int i = 0; i < n; ++i) {
+        const bool on = (i / (rate / 4)) % 4 != 3;
+        s.farv[i] = static_cast<int16_t>(on ? rng.uniform(8000) : rng.uniform(20));
+        int32_t e = 0;
+        if (i >= 7) e += s.farv[i - 7] / 2;
+        if (i >= 30) e -= s.farv[i - 30] / 5;
+        const bool talk = (i / (rate / 3)) % 5 == 2;
+        s.nearv[i] = static_cast<int16_t>(e + (talk ? rng.uniform(5000) : rng.uniform(40)));
+    }
+    return s;
+}
+
+std::vector<int16_t> core_alone(const AecCfg &cfg, const Signals &s, int frame) {
+    std::vector<uint64_t> mem(SONVEL_AEC_INSTANCE_BYTES / 8 + 1);
+    void *h = nullptr;
+    EXPECT_EQ(Sonvel_AEC_Init(&h, mem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg), SONVEL_AEC_OK);
+    std::vector<int16_t> out(s.nearv.size());
+    for (size_t k = 0; k + frame <= s.nearv.size(); k += frame) {
+        EXPECT_EQ(Sonvel_AEC_Apply(h, &s.nearv[k], &s.farv[k], &out[k]), SONVEL_AEC_OK);
+    }
+    return out;
+}
+
+class Stream {
+public:
+    Stream(const AecCfg &cfg, const AecFrontendCfg *fe) {
+        uint32_t size = 0;
+        EXPECT_EQ(Sonvel_AEC_StreamGetSize(&size), SONVEL_AEC_OK);
+        mem_.assign(size / 8 + 1, 0);
+        EXPECT_EQ(Sonvel_AEC_StreamInit(&h_, mem_.data(), size, &cfg, fe), SONVEL_AEC_OK);
+    }
+    void *handle() { return h_; }
+
+private:
+    std::vector<uint64_t> mem_;
+    void *h_ = nullptr;
+};
+
+AecCfg record(int rate) {
+    AecCfg cfg = Sonvel_AEC_gastMrvAecCfgTab;
+    cfg.u8SampleRate = rate == 16000;
+    return cfg;
+}
+
+TEST(StreamFifo, FrontEndOffIsTheCoreForAnyCallSizes) {
+    for (int rate : {8000, 16000}) {
+        const int frame = rate / 100;
+        const Signals s = make_signals(rate, 300, 0xABCD + rate);
+        const AecCfg cfg = record(rate);
+        const std::vector<int16_t> want = core_alone(cfg, s, frame);
+        const AecFrontendCfg allOff{};
+        for (const AecFrontendCfg *fe : {static_cast<const AecFrontendCfg *>(nullptr), &allOff}) {
+            Stream st(cfg, fe);
+            testsupport::Xorshift64 rng(rate + (fe != nullptr));
+            std::vector<int16_t> got(s.nearv.size(), 0x5555);
+            size_t at = 0;
+            while (at < s.nearv.size()) {
+                const uint32_t pick = static_cast<uint32_t>(rng.range(0, 9));
+                uint32_t n = pick < 2 ? pick : pick < 6 ? rng.range(2, frame + 3) : rng.range(frame, 5 * frame);
+                n = std::min<uint32_t>(n, static_cast<uint32_t>(s.nearv.size() - at));
+                ASSERT_EQ(Sonvel_AEC_StreamProcess(st.handle(), &s.nearv[at], &s.farv[at], &got[at], n),
+                          SONVEL_AEC_OK);
+                at += n;
+            }
+            for (int i = 0; i < frame; ++i) ASSERT_EQ(got[i], 0) << "priming sample " << i;
+            ASSERT_EQ(0, std::memcmp(&got[frame], want.data(), (want.size() - frame) * sizeof(int16_t)))
+                << "rate " << rate;
+            AecFrontendEstimate est{};
+            ASSERT_EQ(Sonvel_AEC_StreamGetEstimate(st.handle(), &est), SONVEL_AEC_OK);
+            EXPECT_EQ(est.u32LatencySamples, static_cast<uint32_t>(2 * frame + (rate == 16000 ? 128 : 64)));
+            EXPECT_EQ(est.u32Frames, s.nearv.size() / frame);
+            EXPECT_EQ(est.s32DelayApplied, 0);
+            EXPECT_EQ(est.u8Locked, 0);
+        }
+    }
+}
+
+// The reported latency is the true one: with the far end silent for long the core passes the
+// microphone through, and a click comes out exactly u32LatencySamples later.
+TEST(StreamFifo, ReportedLatencyIsWhereAClickComesOut) {
+    for (int rate : {8000, 16000}) {
+        Stream st(record(rate), nullptr);
+        const int n = rate * 5;
+        std::vector<int16_t> nearv(n, 0), farv(n, 0), out(n, 0);
+        const int click = rate * 9 / 2 + 37;
+        nearv[click] = 12000;
+        ASSERT_EQ(Sonvel_AEC_StreamProcess(st.handle(), nearv.data(), farv.data(), out.data(), n), SONVEL_AEC_OK);
+        AecFrontendEstimate est{};
+        ASSERT_EQ(Sonvel_AEC_StreamGetEstimate(st.handle(), &est), SONVEL_AEC_OK);
+        int peak = 0;
+        for (int i = 1; i < n; ++i) peak = std::abs(out[i]) > std::abs(out[peak]) ? i : peak;
+        EXPECT_EQ(peak - click, static_cast<int>(est.u32LatencySamples)) << "rate " << rate;
+    }
+}
+
+TEST(StreamFifo, ParametersReachTheCoreAndTheRateStays) {
+    const AecCfg cfg = record(16000);
+    Stream st(cfg, nullptr);
+    AecCfg next = cfg;
+    next.u8StartPart = 3;
+    next.u8NlpLevel = 2;
+    ASSERT_EQ(Sonvel_AEC_StreamSetParams(st.handle(), &next), SONVEL_AEC_OK);
+    AecCfg back{};
+    ASSERT_EQ(Sonvel_AEC_StreamGetParams(st.handle(), &back), SONVEL_AEC_OK);
+    EXPECT_EQ(back.u8StartPart, 3);
+    EXPECT_EQ(back.u8NlpLevel, 2);
+    next.u8SampleRate = 0;
+    EXPECT_EQ(Sonvel_AEC_StreamSetParams(st.handle(), &next), SONVEL_AEC_ERR_CFG_SAMPLE_RATE);
+    next = cfg;
+    next.u8StartPart = 9;
+    EXPECT_EQ(Sonvel_AEC_StreamSetParams(st.handle(), &next), SONVEL_AEC_ERR_CFG_START_PART);
+    ASSERT_EQ(Sonvel_AEC_StreamGetParams(st.handle(), &back), SONVEL_AEC_OK);
+    EXPECT_EQ(back.u8StartPart, 3);
+}
+
+}  // namespace
