@@ -203,6 +203,11 @@ const std::vector<KeyInfo> &option_keys() {
     return keys;
 }
 
+bool is_known_key(std::string_view key) {
+    return key == "ref-delay" || key == "dc-block" || key == "drift" || key == "u8SampleRate" ||
+           find_field(key) != nullptr || find_option(key) != nullptr;
+}
+
 bool apply_arg(Settings &s, std::string_view key, std::string_view value, Messages &m) {
     const std::string v = trimmed(value);
     if (key == "ref-delay" || key == "dc-block" || key == "drift") return apply_frontend(s.frontend, key, v, m);

@@ -36,6 +36,9 @@ struct KeyInfo {
 // The keys under their option names (the record's field names are accepted too, not listed).
 const std::vector<KeyInfo> &option_keys();
 
+// True for the option keys, the front end's keys and the record's field names.
+bool is_known_key(std::string_view key);
+
 // The outcome of applying arguments: messages for the framework's log.
 struct Messages {
     std::vector<std::string> warnings;

@@ -81,13 +81,20 @@ Args dict_args(const spa_dict *dict) {
     return args;
 }
 
+bool same(const Settings &a, const Settings &b) {
+    return std::memcmp(&a.core, &b.core, sizeof a.core) == 0 &&
+           std::memcmp(&a.frontend, &b.frontend, sizeof a.frontend) == 0;
+}
+
 // Control thread: takes a new set of arguments; refused ones leave the settings as they were.
+// The running instance hears only of real changes.
 bool retune(Impl *impl, const Args &args, const char *what) {
     sonvel::integration::Messages m;
-    const bool changed = sonvel::integration::apply_args(impl->settings, args, m);
+    const Settings before = impl->settings;
+    const bool accepted = sonvel::integration::apply_args(impl->settings, args, m);
     log_messages(impl, m, what);
-    if (changed && impl->stream != nullptr) impl->pending.publish(impl->settings);
-    return changed;
+    if (accepted && impl->stream != nullptr && !same(before, impl->settings)) impl->pending.publish(impl->settings);
+    return accepted;
 }
 
 int aec_add_listener(void *object, spa_hook *listener, const spa_audio_aec_events *events, void *data) {
@@ -189,9 +196,11 @@ int aec_deactivate(void *object) {
 }
 
 // One PropInfo per option key: name, description, type (with the current value as default).
+// Without a builder, the number of keys (the module asks that first).
 int aec_enum_props(void *object, int index, spa_pod_builder *b) {
     auto *impl = static_cast<Impl *>(object);
     const auto &keys = sonvel::integration::option_keys();
+    if (b == nullptr) return static_cast<int>(keys.size());
     if (index < 0 || static_cast<size_t>(index) >= keys.size()) return 0;
     const sonvel::integration::KeyInfo &k = keys[index];
     const std::string value = sonvel::integration::format_value(impl->settings, k.name);
@@ -225,9 +234,11 @@ int aec_enum_props(void *object, int index, spa_pod_builder *b) {
     return 1;
 }
 
-// The current values as key / value pairs (the caller has opened the params struct).
+// The current values as key / value pairs (the caller has opened the params struct). Without a
+// builder, the number of keys (the module asks that first).
 int aec_get_params(void *object, spa_pod_builder *b) {
     auto *impl = static_cast<Impl *>(object);
+    if (b == nullptr) return static_cast<int>(sonvel::integration::option_keys().size());
     for (const sonvel::integration::KeyInfo &k : sonvel::integration::option_keys()) {
         const std::string value = sonvel::integration::format_value(impl->settings, k.name);
         spa_pod_builder_string(b, k.name);
@@ -269,7 +280,8 @@ bool pod_text(const spa_pod *v, std::string &text) {
     return true;
 }
 
-// Accepts the params struct (key, value, key, value, ...) or a Props object holding it.
+// Accepts the params struct (key, value, key, value, ...) or a Props object holding it. The module
+// passes on every parameter of its streams' nodes; keys that are not ours are left alone.
 int aec_set_params(void *object, const spa_pod *params) {
     auto *impl = static_cast<Impl *>(object);
     if (params == nullptr) return -EINVAL;
@@ -291,7 +303,9 @@ int aec_set_params(void *object, const spa_pod *params) {
             continue;
         }
         std::string text;
-        if (!pod_text(item, text)) {
+        if (!sonvel::integration::is_known_key(key)) {
+            // another node parameter
+        } else if (!pod_text(item, text)) {
             spa_log_warn(impl->log, "sonvel aec: set_params: %s: value of an unsupported type ignored", key);
         } else {
             args.emplace_back(key, text);

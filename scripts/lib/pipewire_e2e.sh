@@ -3,7 +3,8 @@
 # XDG_RUNTIME_DIR, a minimal configuration, no session bus, no session manager) with a dummy
 # driver, a null audio sink as the loudspeaker and module-echo-cancel loading libspa-aec-sonvel.so
 # through SPA_PLUGIN_DIR. One pw-play plays a generated two-channel file (microphone, reference)
-# into the module's capture and sink streams, pw-record records its source, pw-link joins them.
+# into the module's capture and sink streams, pw-record records its source together with the
+# microphone, pw-link joins them.
 # Checks: far-end-only echo reduced by at least 20 dB, near-end-only level within 2 dB, and no
 # error or xrun in the daemon's log. Runs with the graph at 16000 Hz and at 48000 Hz, the module at
 # 16000 Hz both times. Every process started here is ended by its pid, with a timeout.
@@ -83,6 +84,7 @@ context.properties = {
     default.clock.rate = $rate
     default.clock.allowed-rates = [ $rate ]
     default.clock.min-quantum = 16
+    clock.power-of-two-quantum = false
     log.level = 3
 }
 context.spa-libs = {
@@ -153,7 +155,7 @@ run_case() {
   export XDG_RUNTIME_DIR=$dir/runtime PIPEWIRE_RUNTIME_DIR=$dir/runtime PIPEWIRE_REMOTE=pipewire-0
   export SPA_PLUGIN_DIR=$dir/plugins
   unset DBUS_SESSION_BUS_ADDRESS PIPEWIRE_DEBUG PIPEWIRE_CONFIG_DIR
-  pipewire -c "$dir/config/pipewire.conf" > "$log" 2>&1 &
+  PIPEWIRE_DEBUG=${SONVEL_PW_E2E_DEBUG:-} pipewire -c "$dir/config/pipewire.conf" > "$log" 2>&1 &
   local daemon=$!
   pids+=("$daemon")
   if ! wait_for 10 "the daemon's socket" test -S "$dir/runtime/pipewire-0" ||
@@ -163,7 +165,8 @@ run_case() {
   fi
   timeout 5 pw-link -io > "$dir/ports-before.txt" || true
 
-  pw-record --rate 16000 --channels 1 --channel-map MONO --format s16 --target 0 \
+  # The recorder takes the canceller's output (FL) and the microphone as the module gets it (FR).
+  pw-record --rate 16000 --channels 2 --channel-map FL,FR --format s16 --target 0 \
     -P '{ node.name = e2e-recorder adapter.auto-port-config = { mode = dsp position = preserve } }' \
     "$dir/out.wav" > "$dir/record.log" 2>&1 &
   local recorder=$!
@@ -173,9 +176,10 @@ run_case() {
     "$work/pair.wav" > "$dir/play.log" 2>&1 &
   local player=$!
   pids+=("$player")
-  if ! wait_for 10 "the recorder's port" has_port e2e-recorder:input_MONO ||
+  if ! wait_for 10 "the recorder's ports" has_port e2e-recorder:input_FR ||
      ! wait_for 10 "the player's ports" has_port e2e-player:output_FR ||
-     ! link e2e-ec-source:capture_MONO e2e-recorder:input_MONO ||
+     ! link e2e-ec-source:capture_MONO e2e-recorder:input_FL ||
+     ! link e2e-player:output_FL e2e-recorder:input_FR ||
      ! link e2e-player:output_FL echo-cancel-capture:input_MONO ||
      ! link e2e-player:output_FR e2e-ec-sink:playback_MONO ||
      ! link echo-cancel-playback:output_MONO e2e-speaker:playback_MONO; then
@@ -221,7 +225,7 @@ fail_case() {
 
 "$signals" generate "$work/pair.wav"
 status=0
-for rate in 16000 48000; do
+for rate in ${SONVEL_PW_E2E_RATES:-16000 48000}; do
   run_case "$rate" || status=1
   for pid in "${pids[@]}"; do stop "$pid"; done
   pids=()

@@ -287,13 +287,6 @@ TEST(PluginRun, AnyBlockSizeGivesTheStreamingLayersOutput) {
         const auto got = a.run_all(s.micf, s.reff, [&] { return block ? block : any(rng); });
         ASSERT_EQ(got, expected) << "block size " << (block ? std::to_string(block) : "random");
     }
-    // And the canceller does cancel: the far-end-only second before the near end is much quieter.
-    double mic_e = 0, out_e = 0;
-    for (int i = 2 * 16000; i < 3 * 16000; ++i) {
-        mic_e += double(s.mic[i]) * s.mic[i];
-        out_e += double(expected[i]) * expected[i];
-    }
-    EXPECT_LT(out_e, mic_e * 0.01);
 }
 
 TEST(PluginRun, ZeroSamplesAndNonFiniteSamplesAreSafe) {
@@ -363,7 +356,7 @@ TEST(PluginParams, RefusedValuesKeepTheRecordAndAcceptedOnesReachTheRunningInsta
     EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_ERROR, {"u8NlpLevel", "0..2"}), 1);
     EXPECT_EQ(a.set_params({{"hf-band", "50,20"}}), -EINVAL);
     EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_ERROR, {"s16HfBinLo", "0..s16HfBinHi"}), 1);
-    EXPECT_EQ(a.set_params({{"bogus", "1"}}), -EINVAL);
+    EXPECT_EQ(a.set_params({{"bogus", "1"}}), 0) << "an unknown key is only a warning";
     EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_WARN, {"bogus"}), 1);
     EXPECT_EQ(a.params().at("suppression-level"), "1");
 
