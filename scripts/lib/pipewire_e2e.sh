@@ -211,6 +211,10 @@ run_case() {
     echo "pipewire_e2e: the daemon's log shows errors or xruns" >&2
     ok=0
   fi
+  # Late clients (a busy machine) are reported, not failed: they are the scheduler's, not ours.
+  local late
+  late=$(grep -c 'client too slow' "$log" || true)
+  [ "$late" = 0 ] || echo "note: the daemon saw late clients $late times (machine load)"
   if [ $ok = 0 ]; then
     fail_case "$log"
     return 1

@@ -356,7 +356,11 @@ TEST(PluginParams, RefusedValuesKeepTheRecordAndAcceptedOnesReachTheRunningInsta
     EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_ERROR, {"u8NlpLevel", "0..2"}), 1);
     EXPECT_EQ(a.set_params({{"hf-band", "50,20"}}), -EINVAL);
     EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_ERROR, {"s16HfBinLo", "0..s16HfBinHi"}), 1);
-    EXPECT_EQ(a.set_params({{"bogus", "1"}}), 0) << "an unknown key is only a warning";
+    EXPECT_EQ(a.set_params({{"channelmix.upmix", "true"}}), 0) << "other node parameters pass by";
+    EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_WARN, {"channelmix"}), 0);
+    const spa_dict_item bogus = SPA_DICT_ITEM_INIT("bogus", "1");
+    const spa_dict bogus_dict = SPA_DICT_INIT(&bogus, 1);
+    EXPECT_EQ(spa_audio_aec_set_props(a.aec, &bogus_dict), 0) << "an unknown key is only a warning";
     EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_WARN, {"bogus"}), 1);
     EXPECT_EQ(a.params().at("suppression-level"), "1");
 
