@@ -93,7 +93,13 @@ bool retune(Impl *impl, const Args &args, const char *what) {
     const Settings before = impl->settings;
     const bool accepted = sonvel::integration::apply_args(impl->settings, args, m);
     log_messages(impl, m, what);
-    if (accepted && impl->stream != nullptr && !same(before, impl->settings)) impl->pending.publish(impl->settings);
+    if (!accepted || same(before, impl->settings)) return accepted;
+    for (const sonvel::integration::KeyInfo &k : sonvel::integration::option_keys()) {
+        const std::string now = sonvel::integration::format_value(impl->settings, k.name);
+        if (now != sonvel::integration::format_value(before, k.name))
+            spa_log_info(impl->log, "sonvel aec: %s: %s = %s", what, k.name, now.c_str());
+    }
+    if (impl->stream != nullptr) impl->pending.publish(impl->settings);
     return accepted;
 }
 

@@ -142,18 +142,14 @@ run_case() {
   local rate=$1 dir=$work/graph-$rate
   mkdir -p "$dir/runtime" "$dir/config" "$dir/plugins/aec"
   chmod 700 "$dir/runtime"
-  local d
-  for d in "$system_plugins"/*; do
-    [ "$(basename "$d")" = aec ] || ln -s "$d" "$dir/plugins/"
-  done
-  ln -s "$system_plugins"/aec/* "$dir/plugins/aec/"
-  ln -sf "$plugin" "$dir/plugins/aec/libspa-aec-sonvel.so"
+  # Our plug-in first, then the system's plugins (SPA_PLUGIN_DIR takes a list).
+  ln -s "$plugin" "$dir/plugins/aec/libspa-aec-sonvel.so"
   write_config "$rate" > "$dir/config/pipewire.conf"
 
   echo "== graph at $rate Hz, module at 16000 Hz"
   local log=$dir/daemon.log
   export XDG_RUNTIME_DIR=$dir/runtime PIPEWIRE_RUNTIME_DIR=$dir/runtime PIPEWIRE_REMOTE=pipewire-0
-  export SPA_PLUGIN_DIR=$dir/plugins
+  export SPA_PLUGIN_DIR=$dir/plugins:$system_plugins
   unset DBUS_SESSION_BUS_ADDRESS PIPEWIRE_DEBUG PIPEWIRE_CONFIG_DIR
   PIPEWIRE_DEBUG=${SONVEL_PW_E2E_DEBUG:-} pipewire -c "$dir/config/pipewire.conf" > "$log" 2>&1 &
   local daemon=$!
