@@ -151,7 +151,8 @@ run_case() {
   export XDG_RUNTIME_DIR=$dir/runtime PIPEWIRE_RUNTIME_DIR=$dir/runtime PIPEWIRE_REMOTE=pipewire-0
   export SPA_PLUGIN_DIR=$dir/plugins:$system_plugins
   unset DBUS_SESSION_BUS_ADDRESS PIPEWIRE_DEBUG PIPEWIRE_CONFIG_DIR
-  PIPEWIRE_DEBUG=${SONVEL_PW_E2E_DEBUG:-} pipewire -c "$dir/config/pipewire.conf" > "$log" 2>&1 &
+  # The module's own debug messages say when it drops or pads one of its streams.
+  PIPEWIRE_DEBUG=${SONVEL_PW_E2E_DEBUG:-3,mod.echo-cancel:4} pipewire -c "$dir/config/pipewire.conf" > "$log" 2>&1 &
   local daemon=$!
   pids+=("$daemon")
   if ! wait_for 10 "the daemon's socket" test -S "$dir/runtime/pipewire-0" ||
@@ -201,17 +202,21 @@ run_case() {
   stop "$daemon"
   pids=()
 
-  local ok=1
-  "$signals" measure "$work/pair.wav" "$dir/out.wav" "$min_reduction_db" "$max_near_change_db" || ok=0
-  if grep -E '^\[E\]|xrun' "$log"; then
+  if grep -v '^\[D\]' "$log" | grep -E '^\[E\]|xrun'; then
     echo "pipewire_e2e: the daemon's log shows errors or xruns" >&2
-    ok=0
+    fail_case "$log"
+    return 1
   fi
-  # Late clients (a busy machine) are reported, not failed: they are the scheduler's, not ours.
   local late
-  late=$(grep -c 'client too slow' "$log" || true)
-  [ "$late" = 0 ] || echo "note: the daemon saw late clients $late times (machine load)"
-  if [ $ok = 0 ]; then
+  late=$(grep -cE 'client too slow|^\[D\].*(ringbuffer xrun|out of (capture|sink) buffers)' "$log" || true)
+  [ "$late" = 0 ] || echo "note: late clients or module stream drops: $late (a busy machine)"
+  if ! "$signals" measure "$work/pair.wav" "$dir/out.wav" "$min_reduction_db" "$max_near_change_db"; then
+    # A client that misses its cycle makes the module drop part of one of its streams, which moves
+    # the echo against the reference; such a run says little about the canceller: try again.
+    if [ "$late" != 0 ]; then
+      echo "note: the drops can explain the miss; running again"
+      return 2
+    fi
     fail_case "$log"
     return 1
   fi
@@ -226,9 +231,19 @@ fail_case() {
 "$signals" generate "$work/pair.wav"
 status=0
 for rate in ${SONVEL_PW_E2E_RATES:-16000 48000}; do
-  run_case "$rate" || status=1
-  for pid in "${pids[@]}"; do stop "$pid"; done
-  pids=()
+  for attempt in 1 2 3; do
+    result=0
+    run_case "$rate" || result=$?
+    for pid in "${pids[@]}"; do stop "$pid"; done
+    pids=()
+    rm -rf "$work/graph-$rate.$attempt"
+    mv "$work/graph-$rate" "$work/graph-$rate.$attempt"
+    [ $result = 2 ] || break
+  done
+  if [ $result != 0 ]; then
+    [ $result = 2 ] && fail_case "$work/graph-$rate.$attempt/daemon.log"
+    status=1
+  fi
 done
 [ $status = 0 ] && echo "pipewire_e2e: passed at graph rates 16000 and 48000 Hz"
 exit $status
