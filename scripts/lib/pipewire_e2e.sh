@@ -9,7 +9,12 @@
 # error or xrun in the daemon's log. Runs with the graph at 16000 Hz and at 48000 Hz, the module at
 # 16000 Hz both times. Every process started here is ended by its pid, with a timeout.
 # Usage: bash scripts/lib/pipewire_e2e.sh BUILD_DIR   (a native build with the plug-in built)
+# Installs pipewire, pipewire-bin and libspa-0.2-dev when they are missing. A run whose miss the
+# daemon's log explains by late clients or by the module dropping stream data (a busy machine) is
+# repeated, up to three runs per rate.
 # Environment: SONVEL_PW_AEC_LIBRARY overrides library.name (default aec/libspa-aec-sonvel),
+#              SONVEL_PW_E2E_RATES the graph rates (default "16000 48000"),
+#              SONVEL_PW_E2E_DEBUG the daemon's PIPEWIRE_DEBUG (default 3,mod.echo-cancel:4),
 #              KEEP_WORK=1 keeps the working directory.
 set -euo pipefail
 
@@ -24,15 +29,21 @@ max_near_change_db=2
 for f in "$plugin" "$signals"; do
   [ -e "$f" ] || { echo "pipewire_e2e: $f is missing (build the native configuration first)" >&2; exit 1; }
 done
+die() {
+  echo "pipewire_e2e: $*" >&2
+  exit 1
+}
+source "$(dirname "${BASH_SOURCE[0]}")/packages.sh"
+ensure_packages pipewire pipewire-bin libspa-0.2-dev pkg-config
 for tool in pipewire pw-play pw-record pw-link pw-cli pkg-config; do
-  command -v "$tool" > /dev/null || { echo "pipewire_e2e: '$tool' not found (apt-get install pipewire pipewire-bin libspa-0.2-dev)" >&2; exit 1; }
+  command -v "$tool" > /dev/null || die "'$tool' not found (apt-get install pipewire pipewire-bin libspa-0.2-dev)"
 done
 system_plugins=$(pkg-config --variable=plugindir libspa-0.2)
 
 work=$(mktemp -d)
 pids=()
 
-# stop PID NAME: SIGTERM, up to 5 s, then SIGKILL; the process is always reaped.
+# stop PID: SIGTERM, up to 5 s, then SIGKILL; the process is always reaped.
 stop() {
   local pid=$1 i
   kill -0 "$pid" 2> /dev/null || { wait "$pid" 2> /dev/null || true; return 0; }
