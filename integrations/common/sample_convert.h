@@ -1,6 +1,7 @@
 // Float <-> int16 sample conversion of the framework plug-ins: rounding to nearest (halves away
 // from zero) with saturation; NaN becomes 0 and infinities saturate, so no undefined value and no
-// out-of-range float-to-int conversion reaches the canceller. No libm call, no allocation.
+// out-of-range float-to-int conversion reaches the canceller. No libm call, no allocation; exact
+// in single precision.
 #pragma once
 
 #include <cstdint>
@@ -8,12 +9,14 @@
 namespace sonvel::integration {
 
 inline int16_t float_to_s16(float v) {
-    const double x = static_cast<double>(v) * 32768.0;  // exact: 24-bit mantissa times 2^15
-    if (!(x == x)) return 0;
-    if (x >= 32767.0) return 32767;
-    if (x <= -32768.0) return -32768;
-    // x + 0.5 is exact in double; the cast truncates toward zero within range.
-    return static_cast<int16_t>(x >= 0.0 ? static_cast<int32_t>(x + 0.5) : -static_cast<int32_t>(-x + 0.5));
+    float x = v * 32768.0f;  // exact (a power of two), or infinite
+    // Selects rather than branches, so that the conversion loops vectorise.
+    x = x == x ? x : 0.0f;
+    x = x < -32768.0f ? -32768.0f : x;
+    x = x > 32767.0f ? 32767.0f : x;
+    const int32_t t = static_cast<int32_t>(x);  // toward zero, within range
+    const float d = x - static_cast<float>(t);   // exact: the fraction, -1 < d < 1
+    return static_cast<int16_t>(t + (d >= 0.5f) - (d <= -0.5f));
 }
 
 inline float s16_to_float(int16_t v) { return static_cast<float>(v) * (1.0f / 32768.0f); }
