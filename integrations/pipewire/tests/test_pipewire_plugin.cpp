@@ -14,6 +14,7 @@
 #include <spa/utils/dict.h>
 #include <spa/utils/names.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -22,9 +23,11 @@
 #include <map>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "aec_settings.h"
+#include "latest_value.h"
 #include "sample_convert.h"
 #include "sonvel_aec_frontend.h"
 
@@ -276,17 +279,60 @@ TEST(PluginInit, RefusesOtherFormatsNamingTheModuleArguments) {
     }
 }
 
-TEST(PluginRun, AnyBlockSizeGivesTheStreamingLayersOutput) {
+TEST(PluginRun, AnyBlockSizeGivesTheStreamingLayersOutputAtBothRates) {
     const Signals &s = signals();
-    const auto expected = stream_output(sonvel::integration::live_defaults(16000), s.mic, s.ref);
-    std::mt19937 rng(11);
-    std::uniform_int_distribution<uint32_t> any(1, 1200);
-    for (uint32_t block : {160u, 128u, 37u, 0u}) {
-        Aec a;
-        ASSERT_EQ(a.init({}), 0);
-        const auto got = a.run_all(s.micf, s.reff, [&] { return block ? block : any(rng); });
-        ASSERT_EQ(got, expected) << "block size " << (block ? std::to_string(block) : "random");
+    for (uint32_t rate : {16000u, 8000u}) {
+        // At 8000 Hz: every other sample of the same signals.
+        const size_t step = rate == 16000 ? 1 : 2;
+        std::vector<int16_t> mic, ref;
+        std::vector<float> micf, reff;
+        for (size_t i = 0; i < s.mic.size(); i += step) {
+            mic.push_back(s.mic[i]);
+            ref.push_back(s.ref[i]);
+            micf.push_back(s.micf[i]);
+            reff.push_back(s.reff[i]);
+        }
+        const auto expected = stream_output(sonvel::integration::live_defaults(rate), mic, ref);
+        std::mt19937 rng(11);
+        std::uniform_int_distribution<uint32_t> any(1, 1200);
+        for (uint32_t block : {160u, 128u, 37u, 0u}) {
+            Aec a;
+            ASSERT_EQ(a.init({}, format(rate)), 0);
+            const auto got = a.run_all(micf, reff, [&] { return block ? block : any(rng); });
+            ASSERT_EQ(got, expected) << rate << " Hz, block size " << (block ? std::to_string(block) : "random");
+        }
     }
+}
+
+// One writer publishing records whose fields all hold the same count, one reader taking them:
+// the reader never sees a torn record or an older one than it saw before.
+TEST(LatestValueHandOver, ReaderSeesWholeRecordsInOrder) {
+    sonvel::integration::LatestValue<sonvel::integration::Settings> v;
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int i = 1; i <= 20000; ++i) {
+            sonvel::integration::Settings s{};
+            s.core.s16CohThr = s.core.s16HfBinLo = s.core.as16BandShift[6] = static_cast<int16_t>(i);
+            s.frontend.u16DelayMs = static_cast<uint16_t>(i);
+            v.publish(s);
+        }
+        done = true;
+    });
+    int last = 0;
+    sonvel::integration::Settings got{};
+    for (;;) {
+        const bool finished = done.load();
+        if (v.take(got)) {
+            ASSERT_EQ(got.core.s16HfBinLo, got.core.s16CohThr);
+            ASSERT_EQ(got.core.as16BandShift[6], got.core.s16CohThr);
+            ASSERT_EQ(got.frontend.u16DelayMs, static_cast<uint16_t>(got.core.s16CohThr));
+            ASSERT_GT(got.core.s16CohThr, last);
+            last = got.core.s16CohThr;
+        }
+        if (finished && !v.take(got)) break;
+    }
+    writer.join();
+    EXPECT_EQ(last, 20000) << "the last value published is the last one taken";
 }
 
 TEST(PluginRun, ZeroSamplesAndNonFiniteSamplesAreSafe) {
