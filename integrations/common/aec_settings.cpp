@@ -204,8 +204,9 @@ const std::vector<KeyInfo> &option_keys() {
 }
 
 bool is_known_key(std::string_view key) {
+    const std::string_view name = key.substr(0, key.find('['));
     return key == "ref-delay" || key == "dc-block" || key == "drift" || key == "u8SampleRate" ||
-           find_field(key) != nullptr || find_option(key) != nullptr;
+           find_field(name) != nullptr || find_option(key) != nullptr;
 }
 
 bool apply_arg(Settings &s, std::string_view key, std::string_view value, Messages &m) {
@@ -216,6 +217,17 @@ bool apply_arg(Settings &s, std::string_view key, std::string_view value, Messag
         return false;
     }
     if (const Field *f = find_field(key)) return assign(s.core, *f, f->count, key, value, m);
+    // One element of an array field, as in the tool's configuration files: as16BandEdge[2] = 30.
+    if (const auto br = key.find('['); br != std::string_view::npos && key.back() == ']') {
+        const Field *f = find_field(key.substr(0, br));
+        long index = -1;
+        if (f != nullptr && f->count > 1 && parse_long(std::string(key.substr(br + 1, key.size() - br - 2)), index) &&
+            index >= 0 && index < f->count) {
+            Field element = *f;
+            element.offset += 2 * static_cast<std::size_t>(index);
+            return assign(s.core, element, 1, key, value, m);
+        }
+    }
     const Option *o = find_option(key);
     if (o == nullptr) {
         m.warnings.push_back("unknown key '" + std::string(key) + "' ignored");

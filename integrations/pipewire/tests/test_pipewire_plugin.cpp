@@ -372,7 +372,11 @@ TEST(SampleConversion, RoundsHalvesAwayFromZeroAndSaturates) {
 
 TEST(PluginArgs, UnknownKeysWarnAndRefusedValuesKeepTheDefaults) {
     Aec a;
-    ASSERT_EQ(a.init({{"no-such-key", "1"}, {"suppression-level", "2"}, {"coh-band", "[ 8 17 ]"}}), 0);
+    ASSERT_EQ(a.init({{"no-such-key", "1"}, {"suppression-level", "2"}, {"coh-band", "[ 8 17 ]"},
+                      {"as16BandShift[6]", "12"}, {"as16BandEdge[9]", "1"}}),
+              0);
+    EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_WARN, {"as16BandEdge[9]"}), 1);
+    EXPECT_EQ(a.params().at("band-shifts").substr(a.params().at("band-shifts").rfind(',')), ",12");
     EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_WARN, {"no-such-key"}), 1);
     EXPECT_EQ(a.params().at("suppression-level"), "2");
     EXPECT_EQ(a.params().at("coh-band"), "8,17");
