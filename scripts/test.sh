@@ -59,7 +59,7 @@ tools_flag=()
 
 run_native() {
   build_and_test native build/ci-native "${generator[@]}" -DCMAKE_BUILD_TYPE=Release \
-    -DSONVEL_BUILD_BENCH=ON "${tools_flag[@]}"
+    -DSONVEL_BUILD_BENCH=ON -DSONVEL_INSTALL_SPA_SYSTEM=OFF "${tools_flag[@]}"
   check_installed build/ci-native
 }
 
