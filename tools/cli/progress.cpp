@@ -15,8 +15,14 @@ ProgressBar::ProgressBar(std::string label, double seconds)
     : label_(std::move(label)), enabled_(isatty(STDERR_FILENO) == 1 && seconds > kMinSeconds) {}
 
 ProgressBar::~ProgressBar() {
+    finish();
+}
+
+void ProgressBar::finish() {
     if (enabled_ && shown_ >= 0)
         std::fprintf(stderr, "\r%*s\r", kWidth + 20 + static_cast<int>(label_.size()), "");
+    std::fflush(stderr);
+    enabled_ = false;
 }
 
 void ProgressBar::update(double fraction) {

@@ -1,4 +1,5 @@
-// Figures printed after a run: levels, speed and the echo reduction where only the far end talks.
+// Figures printed after a run: duration, speed, levels, the echo reduction where only the far
+// end talks, and what the front end found; as text or as one JSON object.
 #pragma once
 
 #include <cstdint>
@@ -6,17 +7,19 @@
 #include <string>
 #include <vector>
 
+#include "cli/canceller.h"
 #include "cli/trace.h"
 
 namespace cli {
 
-// RMS level of a signal in dBFS (-inf for silence is reported as -120).
+// RMS level of a signal in dBFS (silence is reported as -120).
 double rms_dbfs(std::span<const int16_t> x);
 
-// Echo reduction in dB over the blocks where the far-end detector is active and the coherence
-// analysis sees no near-end speech (microphone power over output power of the same, time-aligned
-// blocks); `blocks` receives how many blocks qualified. Returns 0 with blocks = 0 when fewer than
-// 25 did.
+// The echo reduction over the blocks where only the far end talks: microphone power over output
+// power of the same, time-aligned blocks. A block counts when the far end is active, the
+// coherence analysis sees no near-end speech within half a second of it, and the microphone is
+// not louder than the echo path explains (near-end speech that the analysis missed). `blocks`
+// receives how many blocks qualified; fewer than 25 (0.2 s) give 0 dB with blocks = 0.
 double echo_reduction_db(const std::vector<TraceRow> &rows, int &blocks);
 
 struct RunFigures {
@@ -27,8 +30,11 @@ struct RunFigures {
     double erle_db = 0;
     int erle_blocks = 0;
     double block_seconds = 0;
+    FrontendFigures fe;
+    std::vector<std::string> hints;
 };
 
 std::string format_summary(const RunFigures &f);
+std::string summary_json(const RunFigures &f);
 
 }  // namespace cli

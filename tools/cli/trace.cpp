@@ -17,6 +17,11 @@ double level_dbfs(int16_t level, int block) {
     return (level + 4514) / 204.8 - 10.0 * std::log10(block * 1073741824.0);
 }
 
+// A block's sum of squares as an RMS level in dBFS (-120 for silence).
+double energy_dbfs(double e, int block) {
+    return e > 0 ? 10.0 * std::log10(e / block / (32768.0 * 32768.0)) : -120.0;
+}
+
 double energy(const int16_t *x, int n) {
     double e = 0;
     for (int i = 0; i < n; ++i) e += static_cast<double>(x[i]) * x[i];
@@ -78,6 +83,8 @@ TraceRow BlockTracer::step(const int16_t *near, const int16_t *far) {
     r.mic_energy = prev_mic_energy_;
     r.out_energy = energy(out, block_);
     prev_mic_energy_ = energy(near, block_);
+    r.mic_db = energy_dbfs(r.mic_energy, block_);
+    r.out_db = energy_dbfs(r.out_energy, block_);
     r.mute = r.mic_energy > 0 && r.out_energy * kMuteRatio < r.mic_energy;
     return r;
 }
@@ -104,14 +111,15 @@ std::vector<TraceRow> trace_signal(const AecCfg &cfg, int rate, std::span<const 
 std::string trace_csv(const std::vector<TraceRow> &rows) {
     std::string s =
         "time_s,near_level_dbfs,far_level_dbfs,near_active,far_active,delay_blocks,echo_state,"
-        "near_state,diverged,overdrive,band_gain,incoherence,comfort_noise,pass_through,mute\n";
-    char line[256];
+        "near_state,diverged,overdrive,band_gain,incoherence,comfort_noise,pass_through,mute,"
+        "mic_dbfs,out_dbfs\n";
+    char line[320];
     for (const TraceRow &r : rows) {
         std::snprintf(line, sizeof line,
-                      "%.3f,%.1f,%.1f,%d,%d,%d,%d,%d,%d,%.3f,%.4f,%.4f,%d,%d,%d\n", r.time,
+                      "%.3f,%.1f,%.1f,%d,%d,%d,%d,%d,%d,%.3f,%.4f,%.4f,%d,%d,%d,%.1f,%.1f\n", r.time,
                       r.near_db, r.far_db, r.near_active, r.far_active, r.delay, r.echo_state,
                       r.near_state, r.diverged, r.overdrive, r.band_gain, r.incoherence,
-                      r.comfort_noise, r.pass_through, r.mute);
+                      r.comfort_noise, r.pass_through, r.mute, r.mic_db, r.out_db);
         s += line;
     }
     return s;

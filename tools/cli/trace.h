@@ -37,6 +37,8 @@ struct TraceRow {
     int mute = 0;            // output 18 dB or more below the near end of the same block
     double mic_energy = 0;   // sum of squares of the near-end block the output block carries
     double out_energy = 0;   // sum of squares of the output block
+    double mic_db = -120;    // the two as RMS levels, dBFS
+    double out_db = -120;
 };
 
 class BlockTracer {
