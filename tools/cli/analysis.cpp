@@ -19,11 +19,8 @@ constexpr double kMinFarSeconds = 1.0;      // far-end activity needed for a del
 constexpr double kSilentDbfs = -70.0;       // a reference this quiet plays nothing
 constexpr double kActiveDbfs = -50.0;       // a 10 ms frame at least this loud is active...
 constexpr double kActiveAboveFloor = 12.0;  // ...and this far above the quietest frames
-constexpr double kConfident = 0.5;          // the front end's own lock threshold
 constexpr double kDcOptionLsb = 100.0;      // about -50 dBFS
 constexpr int kDriftOptionPpm = 20;         // 1.2 ms per minute
-constexpr double kFilterReachMs = 44.0;     // the filter's span less the front end's 4 ms lead
-constexpr double kLeadMs = 4.0;             // the delay line leaves the echo this far inside
 
 double dbfs(double power) {
     return power > 0 ? 10.0 * std::log10(power / (32768.0 * 32768.0)) : -120.0;
@@ -99,9 +96,9 @@ Analysis analyze_pair(const InputPair &in) {
     AecFrontendCfg probe_cfg{};
     probe_cfg.u8DelayMode = SONVEL_AEC_DELAY_OFF;
     const FrontendProbe probe = probe_frontend(probe_cfg, in.rate, in.near, in.far);
-    a.fe = probe.last.estimate_ms >= 0 && probe.last.confidence >= kConfident ? probe.last
+    a.fe = probe.last.estimate_ms >= 0 && probe.last.confidence >= kConfidentEstimate ? probe.last
                                                                               : probe.best;
-    a.have_delay = a.fe.estimate_ms >= 0 && a.fe.confidence >= kConfident;
+    a.have_delay = a.fe.estimate_ms >= 0 && a.fe.confidence >= kConfidentEstimate;
 
     // Rough ERL: reference over microphone power in the far-active frames, the microphone taken
     // where the echo of each frame arrives.
@@ -143,7 +140,7 @@ Analysis analyze_pair(const InputPair &in) {
     }
     if (!a.reason.empty()) return a;
 
-    if (a.fe.estimate_ms > kFilterReachMs) {
+    if (echo_out_of_reach(a.fe.estimate_ms)) {
         const long ms = std::lround(a.fe.estimate_ms - kLeadMs);
         a.options.push_back("--ref-delay " + std::to_string(ms));
         char buf[200];

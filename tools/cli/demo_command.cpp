@@ -14,6 +14,7 @@
 #include "cli/commands.h"
 #include "cli/demo_scenario.h"
 #include "cli/error.h"
+#include "cli/frontend_probe.h"
 #include "cli/params.h"
 #include "cli/output_file.h"
 #include "cli/summary.h"
@@ -91,7 +92,9 @@ int demo_command(const std::vector<std::string> &args) {
     far.resize(far.size() + delay, 0);
     const RunResult run = run_canceller(o.api, Settings{cfg, {}}, false, o.rate, near, far, {});
     std::vector<int16_t> out(run.out.begin() + delay, run.out.end());
-    const std::vector<TraceRow> rows = trace_signal(cfg, o.rate, s.mic, s.ref);
+    std::vector<TraceRow> rows = trace_signal(cfg, o.rate, s.mic, s.ref);
+    const FrontendProbe probe = probe_frontend(AecFrontendCfg{}, o.rate, s.mic, s.ref);
+    attach_estimates(rows, probe.frames, o.rate);
 
     const std::string dir = o.dir + "/";
     write_wav(dir + "mic.wav", o.rate, s.mic);
@@ -110,7 +113,8 @@ int demo_command(const std::vector<std::string> &args) {
         dir.c_str(), 1000.0 * delay / o.rate);
     print_table(s, out);
     int blocks = 0;
-    const double summary = echo_reduction_db(rows, blocks);
+    const double summary =
+        echo_reduction_db(rows, s.mic, s.ref, o.rate, echo_delay_ms(probe), blocks);
     std::printf("\nfar end only, both segments: %.1f dB echo reduction (from the known segments)\n",
                 far_only_reduction_db(s, out));
     std::printf("summary of 'process':        %.1f dB over %.1f s where only the far end talks "

@@ -22,6 +22,13 @@ FrontendFigures frontend_figures(const AecFrontendEstimate &e, int rate) {
     return f;
 }
 
+double echo_delay_ms(const FrontendProbe &p) {
+    constexpr double kConfident = 0.5;
+    if (p.last.estimate_ms >= 0 && p.last.confidence >= kConfident) return p.last.estimate_ms;
+    if (p.best.estimate_ms >= 0 && p.best.confidence >= kConfident) return p.best.estimate_ms;
+    return 0;
+}
+
 FrontendProbe probe_frontend(const AecFrontendCfg &cfg, int rate, std::span<const int16_t> near,
                              std::span<const int16_t> far) {
     uint32_t size = 0;

@@ -21,6 +21,10 @@ struct FrontendProbe {
 // Converts the library's estimate record to the tool's figures (milliseconds, 0..1).
 FrontendFigures frontend_figures(const AecFrontendEstimate &e, int rate);
 
+// The echo delay to measure with: the last estimate when it is confident, else the most
+// confident one, else 0.
+double echo_delay_ms(const FrontendProbe &p);
+
 // Runs a front end with `cfg` over near and far (equally long; the last frame is padded).
 FrontendProbe probe_frontend(const AecFrontendCfg &cfg, int rate, std::span<const int16_t> near,
                              std::span<const int16_t> far);

@@ -9,6 +9,7 @@ namespace cli {
 namespace {
 
 constexpr double kDcHintLsb = 100.0;  // about -50 dBFS: enough to cost echo reduction
+constexpr double kTailRoomMs = 8.0;   // of the span, kept for the room's response
 
 }  // namespace
 
@@ -36,7 +37,12 @@ double dc_offset(std::span<const int16_t> x) {
     return means[means.size() / 2];
 }
 
-std::vector<std::string> run_hints(const Settings &s, const InputPair &in, const RunResult &r) {
+bool echo_out_of_reach(double behind_ms) {
+    return behind_ms < 0 || behind_ms > kFilterReachMs - kTailRoomMs;
+}
+
+std::vector<std::string> run_hints(const Settings &s, const InputPair &in,
+                                   const FrontendProbe &probe) {
     std::vector<std::string> hints;
     if (!s.fe.dc_block) {
         const double near = dc_offset(in.near), far = dc_offset(in.far);
@@ -51,7 +57,27 @@ std::vector<std::string> run_hints(const Settings &s, const InputPair &in, const
             hints.emplace_back(buf);
         }
     }
-    (void)r;
+    const FrontendFigures &e =
+        probe.last.confidence >= kConfidentEstimate ? probe.last : probe.best;
+    if (e.estimate_ms >= 0 && e.confidence >= kConfidentEstimate &&
+        s.fe.delay != FrontendSettings::Delay::Auto) {
+        const double applied = s.fe.delay == FrontendSettings::Delay::Fixed ? s.fe.delay_ms : 0.0;
+        const double behind = e.estimate_ms - applied;
+        if (echo_out_of_reach(behind)) {
+            char buf[300];
+            const long fix = std::lround(std::max(0.0, e.estimate_ms - kLeadMs));
+            std::snprintf(buf, sizeof buf,
+                          "the echo arrives %.0f ms after the reference%s, outside the filter's "
+                          "reach of %.0f ms; --ref-delay auto (or --ref-delay %ld) lines it up",
+                          e.estimate_ms,
+                          applied > 0 ? (" (the reference is delayed by " +
+                                         std::to_string(s.fe.delay_ms) + " ms)")
+                                            .c_str()
+                                      : "",
+                          kFilterReachMs, fix);
+            hints.emplace_back(buf);
+        }
+    }
     return hints;
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/canceller.h"
+#include "cli/frontend_probe.h"
 #include "cli/input_pair.h"
 #include "cli/settings.h"
 
@@ -16,8 +16,20 @@ namespace cli {
 // constant offset shows and the asymmetry of speech does not.
 double dc_offset(std::span<const int16_t> x);
 
-// Hints for a finished run: a DC offset on either input without --dc-block, an echo delay beyond
-// the filter's reach without --ref-delay.
-std::vector<std::string> run_hints(const Settings &s, const InputPair &in, const RunResult &r);
+// The adaptive filter's span behind the (delayed) reference, in ms: six partitions of 8 ms.
+constexpr double kFilterReachMs = 48.0;
+// A confident delay estimate (the front end's own lock threshold).
+constexpr double kConfidentEstimate = 0.5;
+// How far inside the span the front end's automatic mode puts the echo's first arrival.
+constexpr double kLeadMs = 4.0;
+
+// True when an echo `behind_ms` after the reference is out of the filter's useful reach: before
+// it, or so late that less than 8 ms of the span is left for the room's response.
+bool echo_out_of_reach(double behind_ms);
+
+// Hints for a finished run: a DC offset on either input without --dc-block; an echo that arrives
+// beyond the filter's reach behind the reference as the run delayed it.
+std::vector<std::string> run_hints(const Settings &s, const InputPair &in,
+                                   const FrontendProbe &probe);
 
 }  // namespace cli

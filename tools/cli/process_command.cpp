@@ -9,6 +9,7 @@
 #include "cli/commands.h"
 #include "cli/config_file.h"
 #include "cli/error.h"
+#include "cli/frontend_probe.h"
 #include "cli/hints.h"
 #include "cli/input_pair.h"
 #include "cli/output_file.h"
@@ -132,8 +133,14 @@ int process_command(const std::vector<std::string> &args) {
     const RunResult result =
         run_canceller(o.api, run.settings, !run.host_values, rate, near, far,
                       [&](double f) { bar.update(f * 0.5); });
-    const std::vector<TraceRow> rows = trace_signal(
-        run.settings.cfg, rate, near, far, [&](double f) { bar.update(0.5 + f * 0.5); });
+    // The front end alone gives the estimates (it measures in every mode) and, when it is on, the
+    // signals the core sees, which the observing instance of the trace is fed.
+    const FrontendProbe probe = probe_frontend(run.settings.fe.record(), rate, near, far);
+    const bool fe = run.settings.fe.active();
+    std::vector<TraceRow> rows =
+        trace_signal(run.settings.cfg, rate, fe ? probe.near : near, fe ? probe.far : far,
+                     [&](double f) { bar.update(0.5 + f * 0.5); });
+    attach_estimates(rows, probe.frames, rate);
     bar.update(1.0);
     bar.finish();
     std::vector<int16_t> out(result.out.begin() + delay, result.out.end());
@@ -150,10 +157,10 @@ int process_command(const std::vector<std::string> &args) {
     f.mic_db = rms_dbfs(in.mic_original);
     f.ref_db = rms_dbfs(in.far);
     f.out_db = rms_dbfs(out);
-    f.erle_db = echo_reduction_db(rows, f.erle_blocks);
+    f.erle_db = echo_reduction_db(rows, near, far, rate, echo_delay_ms(probe), f.erle_blocks);
     f.block_seconds = static_cast<double>(block_length(rate)) / rate;
     f.fe = result.fe;
-    f.hints = run_hints(run.settings, in, result);
+    f.hints = run_hints(run.settings, in, probe);
     for (const std::string &h : f.hints) std::cerr << "sonvel-aec: hint: " << h << "\n";
     // With the audio on standard output, the summary goes to standard error.
     std::ostream &report = o.out == "-" ? std::cerr : std::cout;

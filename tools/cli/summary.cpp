@@ -10,9 +10,44 @@
 namespace cli {
 namespace {
 
-constexpr int kMinBlocks = 25;            // 0.2 s: fewer say nothing about the echo path
-constexpr double kNearGuardSeconds = 0.5;  // around a near-end speech decision
+constexpr int kMinBlocks = 25;             // 0.2 s: fewer say nothing about the echo path
 constexpr double kMinAudioForSpeed = 1.0;  // seconds; a shorter run's speed means nothing
+
+// Far-end-only blocks (see echo_reduction_db): levels over 9 blocks (72 ms), far end active above
+// -50 dBFS and 12 dB above the quietest tenth; the microphone at most 6 dB above the echo-only
+// ratio (the lowest fifth of the ratios); the canceller's incoherence over 63 blocks (0.5 s) at
+// most 0.05 above its lowest quarter.
+constexpr std::size_t kLevelWindow = 9;
+constexpr double kActiveDbfs = -50.0;
+constexpr double kActiveAboveFloor = 12.0;
+constexpr double kEchoQuantile = 20.0;
+constexpr double kNearMarginDb = 6.0;
+constexpr std::size_t kIncoherenceWindow = 63;
+constexpr double kIncoherenceQuantile = 25.0;
+constexpr double kIncoherenceMargin = 0.05;
+constexpr std::size_t kReconvergeBlocks = 250;  // 2 s for the filter after a delay-line move
+
+// Centred moving mean over `w` (odd) values, the missing ones at the edges counted as zero.
+std::vector<double> moving_mean(const std::vector<double> &x, std::size_t w) {
+    std::vector<double> y(x.size(), 0.0);
+    const std::size_t half = w / 2;
+    double sum = 0;
+    for (std::size_t i = 0; i < x.size() + half; ++i) {
+        if (i < x.size()) sum += x[i];
+        if (i >= w) sum -= x[i - w];
+        if (i >= half) y[i - half] = sum / static_cast<double>(w);
+    }
+    return y;
+}
+
+// The q-th percentile (0..100), interpolated linearly between the sorted values.
+double percentile(std::vector<double> v, double q) {
+    std::sort(v.begin(), v.end());
+    const double pos = q / 100.0 * static_cast<double>(v.size() - 1);
+    const auto lo = static_cast<std::size_t>(pos);
+    const std::size_t hi = std::min(lo + 1, v.size() - 1);
+    return v[lo] + (v[hi] - v[lo]) * (pos - static_cast<double>(lo));
+}
 
 }  // namespace
 
@@ -23,30 +58,64 @@ double rms_dbfs(std::span<const int16_t> x) {
     return 10.0 * std::log10(e / x.size() / (32768.0 * 32768.0));
 }
 
-double echo_reduction_db(const std::vector<TraceRow> &rows, int &blocks) {
+double echo_reduction_db(const std::vector<TraceRow> &rows, std::span<const int16_t> near,
+                         std::span<const int16_t> far, int rate, double delay_ms, int &blocks) {
     blocks = 0;
-    if (rows.empty()) return 0;
-    const double block_s = rows.size() > 1 ? rows[1].time - rows[0].time : 0.008;
-    const auto guard = static_cast<std::ptrdiff_t>(kNearGuardSeconds / block_s);
-    const auto n = static_cast<std::ptrdiff_t>(rows.size());
-    // Distance to the nearest near-end speech decision, forwards and backwards.
-    std::vector<std::ptrdiff_t> dist(rows.size(), n);
-    std::ptrdiff_t last = -n;
-    for (std::ptrdiff_t i = 0; i < n; ++i) {
-        if (rows[i].near_state) last = i;
-        dist[i] = i - last;
+    const std::size_t n = rows.size();
+    if (n < 2) return 0;
+    const std::size_t l = rate == 8000 ? 64 : 128;
+    const auto lag = static_cast<std::ptrdiff_t>(std::lround(std::max(0.0, delay_ms) * rate / 1000));
+    // Block powers of the raw microphone and of the reference where its echo arrives.
+    std::vector<double> mp(n, 0.0), rp(n, 0.0);
+    for (std::size_t k = 0; k < n; ++k) {
+        for (std::size_t i = k * l; i < (k + 1) * l; ++i) {
+            const double m = i < near.size() ? near[i] : 0;
+            const auto j = static_cast<std::ptrdiff_t>(i) - lag;
+            const double r = j >= 0 && static_cast<std::size_t>(j) < far.size() ? far[j] : 0;
+            mp[k] += m * m / l;
+            rp[k] += r * r / l;
+        }
     }
-    last = 2 * n;
-    for (std::ptrdiff_t i = n - 1; i >= 0; --i) {
-        if (rows[i].near_state) last = i;
-        dist[i] = std::min(dist[i], last - i);
+    mp = moving_mean(mp, kLevelWindow);
+    rp = moving_mean(rp, kLevelWindow);
+    std::vector<double> ref_db(n), ratio(n);
+    for (std::size_t k = 0; k < n; ++k) {
+        ref_db[k] = 10.0 * std::log10((rp[k] + 1e-3) / (32768.0 * 32768.0));
+        ratio[k] = 10.0 * std::log10((mp[k] + 1e-3) / (rp[k] + 1e-3));
     }
+    const double floor_db = percentile(ref_db, 10);
+    // Row k's microphone energy is that of block k - 1 (one block of synthesis delay).
+    std::vector<bool> far_on(n, false);
+    std::vector<double> excess(n, 0.0), far_ratios;
+    for (std::size_t k = 1; k < n; ++k) {
+        far_on[k] = ref_db[k - 1] > kActiveDbfs && ref_db[k - 1] > floor_db + kActiveAboveFloor;
+        excess[k] = ratio[k - 1];
+        if (far_on[k]) far_ratios.push_back(ratio[k - 1]);
+    }
+    if (far_ratios.empty()) return 0;
+    const double echo_only = percentile(far_ratios, kEchoQuantile) + kNearMarginDb;
+
+    // Until the filter has re-converged after the front end's last move of the delay line, the
+    // canceller's coherence is no guide.
+    std::size_t settled = 0;
+    for (std::size_t k = 1; k < n; ++k) {
+        if (rows[k].applied_delay_ms != rows[k - 1].applied_delay_ms)
+            settled = std::min(n, k + kReconvergeBlocks);
+    }
+    std::vector<double> inc(n), settled_inc;
+    for (std::size_t k = 0; k < n; ++k) inc[k] = rows[k].incoherence;
+    inc = moving_mean(inc, kIncoherenceWindow);
+    for (std::size_t k = settled; k < n; ++k) {
+        if (rows[k].far_active) settled_inc.push_back(inc[k]);
+    }
+    const double coherent =
+        settled_inc.empty() ? 2.0 : percentile(settled_inc, kIncoherenceQuantile) + kIncoherenceMargin;
+
     double mic = 0, out = 0;
-    for (std::ptrdiff_t i = 0; i < n; ++i) {
-        const TraceRow &r = rows[i];
-        if (r.far_active && dist[i] > guard) {
-            mic += r.mic_energy;
-            out += r.out_energy;
+    for (std::size_t k = 0; k < n; ++k) {
+        if (far_on[k] && excess[k] < echo_only && (k < settled || inc[k] < coherent)) {
+            mic += rows[k].mic_energy;
+            out += rows[k].out_energy;
             ++blocks;
         }
     }

@@ -15,12 +15,17 @@ namespace cli {
 // RMS level of a signal in dBFS (silence is reported as -120).
 double rms_dbfs(std::span<const int16_t> x);
 
-// The echo reduction over the blocks where only the far end talks: microphone power over output
-// power of the same, time-aligned blocks. A block counts when the far end is active, the
-// coherence analysis sees no near-end speech within half a second of it, and the microphone is
-// not louder than the echo path explains (near-end speech that the analysis missed). `blocks`
-// receives how many blocks qualified; fewer than 25 (0.2 s) give 0 dB with blocks = 0.
-double echo_reduction_db(const std::vector<TraceRow> &rows, int &blocks);
+// The echo reduction where only the far end talks: microphone power over output power, summed
+// over the trace's blocks judged far-end only. The judgement needs no knowledge of the recording:
+// a block counts when the reference, taken `delay_ms` earlier (the front end's estimate of the
+// echo delay), is active; when the microphone is not louder against it than the echo alone makes
+// it (the lowest ratios of the recording show that), which rules out near-end speech; and, once
+// the front end has stopped moving the delay line, when the canceller's incoherence stays near its
+// lowest values, which rules out the near-end speech the level test misses. `near` and `far` are
+// the raw inputs of the run. `blocks` receives how many blocks counted; fewer than 25 (0.2 s)
+// give 0 dB with blocks = 0.
+double echo_reduction_db(const std::vector<TraceRow> &rows, std::span<const int16_t> near,
+                         std::span<const int16_t> far, int rate, double delay_ms, int &blocks);
 
 struct RunFigures {
     double duration = 0;  // seconds of audio
