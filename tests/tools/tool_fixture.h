@@ -58,10 +58,14 @@ protected:
     void TearDown() override { fs::remove_all(dir_); }
 
     std::string path(const std::string &name) const { return (dir_ / name).string(); }
+    // "MIC REF" of the fixture's pair.
+    std::string pair() const { return path("mic.wav") + " " + path("ref.wav"); }
 
-    ToolRun tool(const std::string &args) const {
-        const std::string cmd = std::string(SONVEL_AEC_TOOL) + " " + args + " >" + path("stdout") +
-                                " 2>" + path("stderr");
+    // Runs the tool with `args` (shell syntax), in directory `cwd` when given.
+    ToolRun tool(const std::string &args, const fs::path &cwd = {}) const {
+        const std::string cd = cwd.empty() ? std::string() : "cd '" + cwd.string() + "' && ";
+        const std::string cmd = cd + std::string(SONVEL_AEC_TOOL) + " " + args + " >" +
+                                path("stdout") + " 2>" + path("stderr");
         const int rc = std::system(cmd.c_str());
         return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(dir_ / "stdout"),
                 slurp(dir_ / "stderr")};

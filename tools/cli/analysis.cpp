@@ -21,6 +21,7 @@ constexpr double kActiveDbfs = -50.0;       // a 10 ms frame at least this loud 
 constexpr double kActiveAboveFloor = 12.0;  // ...and this far above the quietest frames
 constexpr double kDcOptionLsb = 100.0;      // about -50 dBFS
 constexpr int kDriftOptionPpm = 20;         // 1.2 ms per minute
+constexpr int kMaxDriftPpm = 2000;          // beyond this it is no clock drift but a bad trend
 
 double dbfs(double power) {
     return power > 0 ? 10.0 * std::log10(power / (32768.0 * 32768.0)) : -120.0;
@@ -99,6 +100,7 @@ Analysis analyze_pair(const InputPair &in) {
     a.fe = probe.last.estimate_ms >= 0 && probe.last.confidence >= kConfidentEstimate ? probe.last
                                                                               : probe.best;
     a.have_delay = a.fe.estimate_ms >= 0 && a.fe.confidence >= kConfidentEstimate;
+    a.have_drift = a.have_delay && std::abs(a.fe.drift_ppm) <= kMaxDriftPpm;
 
     // Rough ERL: reference over microphone power in the far-active frames, the microphone taken
     // where the echo of each frame arrives.
@@ -156,7 +158,7 @@ Analysis analyze_pair(const InputPair &in) {
                       "(reference) cost echo reduction", a.mic.dc_lsb, a.ref.dc_lsb);
         a.notes.emplace_back(buf);
     }
-    if (std::abs(a.fe.drift_ppm) >= kDriftOptionPpm) {
+    if (a.have_drift && std::abs(a.fe.drift_ppm) >= kDriftOptionPpm) {
         // Drift is followed by the automatic delay only.
         a.options.erase(std::remove_if(a.options.begin(), a.options.end(),
                                        [](const std::string &o) { return o.rfind("--ref-delay", 0) == 0; }),
@@ -188,7 +190,8 @@ std::string format_analysis(const Analysis &a, const std::string &command) {
     for (const auto &[name, f] : {std::pair{"microphone", &a.mic}, {"reference", &a.ref}}) {
         std::snprintf(line, sizeof line,
                       "%-16s level %.1f dBFS, peak %.1f dBFS, DC %+.0f LSB, clipped %.3f %%\n",
-                      name, f->rms_dbfs, f->peak_dbfs, f->dc_lsb, 100.0 * f->clipped);
+                      name, f->rms_dbfs, f->peak_dbfs, std::round(f->dc_lsb) + 0.0,
+                      100.0 * f->clipped);
         add();
     }
     std::snprintf(line, sizeof line, "far-end activity %.1f s (%.0f %% of the recording)\n",
@@ -202,7 +205,11 @@ std::string format_analysis(const Analysis &a, const std::string &command) {
         std::snprintf(line, sizeof line, "echo delay       no estimate\n");
     }
     add();
-    std::snprintf(line, sizeof line, "drift            %d ppm\n", a.fe.drift_ppm);
+    if (a.have_drift) {
+        std::snprintf(line, sizeof line, "drift            %d ppm\n", a.fe.drift_ppm);
+    } else {
+        std::snprintf(line, sizeof line, "drift            n/a (no steady delay trend)\n");
+    }
     add();
     if (a.have_erl) {
         std::snprintf(line, sizeof line, "echo return loss about %.0f dB (reference over "
@@ -240,7 +247,12 @@ std::string analysis_json(const Analysis &a, const std::string &command) {
     } else {
         j.null("delay_ms");
     }
-    j.num("delay_confidence", a.fe.confidence, 3).integer("drift_ppm", a.fe.drift_ppm);
+    j.num("delay_confidence", a.fe.confidence, 3);
+    if (a.have_drift) {
+        j.integer("drift_ppm", a.fe.drift_ppm);
+    } else {
+        j.null("drift_ppm");
+    }
     if (a.have_erl) {
         j.num("erl_db", a.erl_db, 1);
     } else {

@@ -126,7 +126,7 @@ Audio read_audio(const std::string &path, const std::string &role, int channel,
         throw Error(what + " has " + std::to_string(channels) +
                     " channels; pick one with --channel N (1.." + std::to_string(channels) + ")");
     }
-    if (channel > channels) {
+    if (channels > 1 && channel > channels) {
         sf_close(f);
         throw Error(what + " has " + std::to_string(channels) + " channel" +
                     (channels == 1 ? "" : "s") + "; --channel " + std::to_string(channel) +
