@@ -3,11 +3,12 @@
 // Automatic mode: a confident estimate (confidence >= 0.5) locks the delay line to the estimate
 // less a 4 ms lead, so that the echo's first arrival falls just inside the adaptive filter's span
 // even if the estimate is a little late; the filter keeps its whole span (start partition 0).
-// Once locked, the alignment moves only when ten consecutive confident estimates (200 ms of
+// Once locked, the alignment moves only when 25 consecutive confident estimates (0.5 s of
 // far-end activity) lie more than 4 ms from the one it follows: a new device or echo path, or a
 // drift that has added up. With drift following on, as soon as the drift line spans 8 s the delay
 // line instead follows the line's current value, one sample per frame at most, so the echo stays
-// put inside the filter's span without jumps. Confident estimates also feed the drift tracker,
+// put inside the filter's span without jumps; a moved echo path then shows as points off the line,
+// which restart the line (see the drift tracker) and so the locking. Confident estimates also feed the drift tracker,
 // one point per 25 estimates (0.5 s), in every mode.
 #include "frontend/frontend_state.h"
 
@@ -16,7 +17,7 @@ namespace sonvel::frontend {
 namespace {
 
 constexpr int32_t kConfLock = 16384;
-constexpr int32_t kAwayBlocks = 10;
+constexpr int32_t kAwayBlocks = 25;
 constexpr int32_t kBlocksPerPoint = 25;
 
 int32_t ms_to_samples(const FrontendState &fe, int32_t ms) {
@@ -70,10 +71,11 @@ void alignment_after_frame(FrontendState &fe, bool searched) {
     const int32_t estQ8 = delay_estimate_q8(fe.est);
     if (searched && estQ8 >= 0 && fe.est.confidence >= kConfLock) {
         if (--a.blocksToPoint <= 0) {
-            drift_tracker_add(fe.drift, fe.frames, estQ8, fe.frameLen, ms_to_samples(fe, 3) * 256);
+            drift_tracker_add(fe.drift, fe.frames - estimate_age_frames(fe.est), estQ8, fe.frameLen, ms_to_samples(fe, 3) * 256);
             a.blocksToPoint = kBlocksPerPoint;
         }
-        if (automatic) {
+        const bool following = fe.cfg.u8Drift != 0 && fe.drift.valid;
+        if (automatic && !following) {
             const int32_t hyst = ms_to_samples(fe, 4) * 256;
             const int32_t off = estQ8 - a.lockedEstQ8;
             if (!a.locked) {

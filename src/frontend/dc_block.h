@@ -9,7 +9,7 @@ namespace sonvel::frontend {
 struct HighPass {
     int64_t yQ15;   // previous output, Q15
     int32_t xPrev;  // previous input
-    int32_t dcQ8;   // slow mean of the input, Q8
+    int64_t dcQ16;  // slow mean of the input, Q16
 };
 
 // Pole of the high-pass in Q15 for a rate (8000 or 16000 Hz).

@@ -28,6 +28,9 @@ struct DelayEstimator {
     int64_t invNorm;                 // normalisation of the block under correlation (0: skip)
     int32_t half;                    // which half of the lags the next frame correlates
     uint32_t activeBlocks;           // blocks that entered the average
+    int32_t avgShift;                // weight of the next block in the average: 1 / 2^avgShift
+    uint32_t blocks;                 // blocks committed
+    int64_t centroidQ8;              // the average's time, in blocks, Q8
     alignas(16) int32_t corr[kLags]; // smoothed normalised correlation, Q16
     // Result of the last peak search.
     int32_t peakQ8;                  // peak lag in decimated samples, Q8; -1: none yet
@@ -40,5 +43,7 @@ void delay_estimator_init(DelayEstimator &e, uint32_t rate);
 bool delay_estimator_frame(DelayEstimator &e, const int16_t *near, const int16_t *far, int n);
 // The estimate in samples at the instance rate, Q8 (-1 while there is none).
 int32_t delay_estimate_q8(const DelayEstimator &e);
+// Frames elapsed between the average's centroid and the block just committed.
+uint32_t estimate_age_frames(const DelayEstimator &e);
 
 }  // namespace sonvel::frontend

@@ -1,8 +1,9 @@
 // Drift tracker. Points (one per 0.5 s of confident estimates) go into a ring of 64, i.e. the last
 // 32 s or so; a least-squares line is fitted to them with exact integer sums (times relative to
 // the oldest point, so the sums stay within 64 bits). The slope becomes ppm once the points span
-// 8 s: ppm = slope[samples/sample] * 1e6. A point more than `jump` away from the line restarts
-// the fit with that point: the echo path changed rather than drifted.
+// 8 s: ppm = slope[samples/sample] * 1e6. A point more than `jump` away from the line is left
+// out; the fourth such point in a row restarts the fit with it: the echo path changed rather than
+// drifted.
 #include "frontend/drift_tracker.h"
 
 #include <cstring>
@@ -60,8 +61,13 @@ void drift_tracker_add(DriftTracker &dt, uint32_t frame, int32_t delayQ8, int32_
                        int32_t jumpQ8) {
     if (dt.count >= 4) {
         const int32_t off = delayQ8 - drift_tracker_at(dt, frame);
-        if (off > jumpQ8 || off < -jumpQ8) drift_tracker_reset(dt);
+        if (off > jumpQ8 || off < -jumpQ8) {
+            // Stray points are dropped; four in a row (2 s) mean the path moved.
+            if (++dt.strays < 4) return;
+            drift_tracker_reset(dt);
+        }
     }
+    dt.strays = 0;
     dt.t[dt.next] = frame;
     dt.d[dt.next] = delayQ8;
     dt.next = (dt.next + 1) % kDriftPoints;
