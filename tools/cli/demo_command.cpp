@@ -112,14 +112,12 @@ int demo_command(const std::vector<std::string> &args) {
         "mic.wav: the %.0f ms latency is removed)\n",
         dir.c_str(), 1000.0 * delay / o.rate);
     print_table(s, out);
-    int blocks = 0;
-    const double summary =
-        echo_reduction_db(rows, s.mic, s.ref, o.rate, echo_delay_ms(probe), blocks);
+    const EchoReduction summary = echo_reduction(rows, s.mic, s.ref, o.rate, echo_delay_ms(probe));
     std::printf("\nfar end only, both segments: %.1f dB echo reduction (from the known segments)\n",
                 far_only_reduction_db(s, out));
     std::printf("summary of 'process':        %.1f dB over %.1f s where only the far end talks "
-                "(found by the canceller's detectors)\n",
-                summary, blocks * static_cast<double>(block_length(o.rate)) / o.rate);
+                "(blocks judged far-end only from the signals alone)\n",
+                summary.db, summary.blocks * static_cast<double>(block_length(o.rate)) / o.rate);
     std::printf("processing: %.3f s for %.0f s of audio (real-time factor %.4f)\n", run.seconds,
                 duration, run.seconds / duration);
     return 0;

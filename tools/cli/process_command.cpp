@@ -157,7 +157,7 @@ int process_command(const std::vector<std::string> &args) {
     f.mic_db = rms_dbfs(in.mic_original);
     f.ref_db = rms_dbfs(in.far);
     f.out_db = rms_dbfs(out);
-    f.erle_db = echo_reduction_db(rows, near, far, rate, echo_delay_ms(probe), f.erle_blocks);
+    f.erle = echo_reduction(rows, near, far, rate, echo_delay_ms(probe));
     f.block_seconds = static_cast<double>(block_length(rate)) / rate;
     f.fe = result.fe;
     f.hints = run_hints(run.settings, in, probe);

@@ -58,11 +58,11 @@ double rms_dbfs(std::span<const int16_t> x) {
     return 10.0 * std::log10(e / x.size() / (32768.0 * 32768.0));
 }
 
-double echo_reduction_db(const std::vector<TraceRow> &rows, std::span<const int16_t> near,
-                         std::span<const int16_t> far, int rate, double delay_ms, int &blocks) {
-    blocks = 0;
+EchoReduction echo_reduction(const std::vector<TraceRow> &rows, std::span<const int16_t> near,
+                             std::span<const int16_t> far, int rate, double delay_ms) {
+    EchoReduction result;
     const std::size_t n = rows.size();
-    if (n < 2) return 0;
+    if (n < 2) return result;
     const std::size_t l = rate == 8000 ? 64 : 128;
     const auto lag = static_cast<std::ptrdiff_t>(std::lround(std::max(0.0, delay_ms) * rate / 1000));
     // Block powers of the raw microphone and of the reference where its echo arrives.
@@ -92,7 +92,7 @@ double echo_reduction_db(const std::vector<TraceRow> &rows, std::span<const int1
         excess[k] = ratio[k - 1];
         if (far_on[k]) far_ratios.push_back(ratio[k - 1]);
     }
-    if (far_ratios.empty()) return 0;
+    if (far_ratios.empty()) return result;
     const double echo_only = percentile(far_ratios, kEchoQuantile) + kNearMarginDb;
 
     // Until the filter has re-converged after the front end's last move of the delay line, the
@@ -111,19 +111,29 @@ double echo_reduction_db(const std::vector<TraceRow> &rows, std::span<const int1
     const double coherent =
         settled_inc.empty() ? 2.0 : percentile(settled_inc, kIncoherenceQuantile) + kIncoherenceMargin;
 
-    double mic = 0, out = 0;
-    for (std::size_t k = 0; k < n; ++k) {
-        if (far_on[k] && excess[k] < echo_only && (k < settled || inc[k] < coherent)) {
-            mic += rows[k].mic_energy;
-            out += rows[k].out_energy;
-            ++blocks;
-        }
-    }
-    if (blocks < kMinBlocks || mic <= 0) {
+    // Microphone over output power of the blocks that count, from block `from` on.
+    const auto reduction = [&](std::size_t from, double &db, int &blocks) {
+        double mic = 0, out = 0;
         blocks = 0;
-        return 0;
+        for (std::size_t k = from; k < n; ++k) {
+            if (far_on[k] && excess[k] < echo_only && (k < settled || inc[k] < coherent)) {
+                mic += rows[k].mic_energy;
+                out += rows[k].out_energy;
+                ++blocks;
+            }
+        }
+        if (blocks < kMinBlocks || mic <= 0) {
+            blocks = 0;
+            return;
+        }
+        db = 10.0 * std::log10(mic / std::max(out, 1.0));
+    };
+    reduction(0, result.db, result.blocks);
+    if (settled > 0 && settled < n) {
+        reduction(settled, result.settled_db, result.settled_blocks);
+        result.settled_from_s = rows[settled].time;
     }
-    return 10.0 * std::log10(mic / std::max(out, 1.0));
+    return result;
 }
 
 std::string format_summary(const RunFigures &f) {
@@ -145,9 +155,17 @@ std::string format_summary(const RunFigures &f) {
     std::snprintf(line, sizeof line, "levels           mic %.1f dBFS, reference %.1f dBFS, output %.1f dBFS\n",
                   f.mic_db, f.ref_db, f.out_db);
     s += line;
-    if (f.erle_blocks > 0) {
+    if (f.erle.blocks > 0) {
         std::snprintf(line, sizeof line, "echo reduction   %.1f dB over %.1f s where only the far end talks\n",
-                      f.erle_db, f.erle_blocks * f.block_seconds);
+                      f.erle.db, f.erle.blocks * f.block_seconds);
+        s += line;
+        if (f.erle.settled_blocks == 0) {
+            line[0] = '\0';
+        } else {
+            std::snprintf(line, sizeof line,
+                          "                 %.1f dB from %.1f s on, once the delay line had settled\n",
+                          f.erle.settled_db, f.erle.settled_from_s);
+        }
     } else {
         std::snprintf(line, sizeof line, "echo reduction   n/a (less than 0.2 s where only the far end talks)\n");
     }
@@ -177,12 +195,16 @@ std::string summary_json(const RunFigures &f) {
         j.null("real_time_factor");
     }
     j.num("mic_dbfs", f.mic_db, 1).num("ref_dbfs", f.ref_db, 1).num("out_dbfs", f.out_db, 1);
-    if (f.erle_blocks > 0) {
-        j.num("echo_reduction_db", f.erle_db, 1);
+    if (f.erle.blocks > 0) {
+        j.num("echo_reduction_db", f.erle.db, 1);
     } else {
         j.null("echo_reduction_db");
     }
-    j.num("far_end_only_s", f.erle_blocks * f.block_seconds, 2);
+    j.num("far_end_only_s", f.erle.blocks * f.block_seconds, 2);
+    if (f.erle.settled_blocks > 0) {
+        j.num("settled_echo_reduction_db", f.erle.settled_db, 1)
+            .num("settled_from_s", f.erle.settled_from_s, 2);
+    }
     if (f.fe.present) {
         JsonObject fe;
         if (f.fe.estimate_ms >= 0) {

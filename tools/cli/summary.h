@@ -22,18 +22,25 @@ double rms_dbfs(std::span<const int16_t> x);
 // it (the lowest ratios of the recording show that), which rules out near-end speech; and, once
 // the front end has stopped moving the delay line, when the canceller's incoherence stays near its
 // lowest values, which rules out the near-end speech the level test misses. `near` and `far` are
-// the raw inputs of the run. `blocks` receives how many blocks counted; fewer than 25 (0.2 s)
-// give 0 dB with blocks = 0.
-double echo_reduction_db(const std::vector<TraceRow> &rows, std::span<const int16_t> near,
-                         std::span<const int16_t> far, int rate, double delay_ms, int &blocks);
+// the raw inputs of the run. Fewer than 25 blocks (0.2 s) give no figure (blocks = 0).
+struct EchoReduction {
+    double db = 0;
+    int blocks = 0;  // blocks that counted
+    // When the front end moved the delay line: the same from the time the filter had settled
+    // after its last move on (settled_blocks = 0 otherwise).
+    double settled_db = 0;
+    int settled_blocks = 0;
+    double settled_from_s = 0;
+};
+EchoReduction echo_reduction(const std::vector<TraceRow> &rows, std::span<const int16_t> near,
+                             std::span<const int16_t> far, int rate, double delay_ms);
 
 struct RunFigures {
     double duration = 0;  // seconds of audio
     long frames = 0;      // 10 ms frames processed
     double seconds = 0;   // processing time
     double mic_db = 0, ref_db = 0, out_db = 0;
-    double erle_db = 0;
-    int erle_blocks = 0;
+    EchoReduction erle;
     double block_seconds = 0;
     FrontendFigures fe;
     std::vector<std::string> hints;
