@@ -228,19 +228,23 @@ std::string canonical_key(std::string_view key) {
     return std::string(f->name);
 }
 
-std::string apply_setting(Settings &s, const SettingText &t) {
-    if (t.key == "u8SampleRate" || t.key == "sample-rate")
-        fail(t, "the sample rate follows the input files; remove it");
+std::string apply_setting(Settings &s, const SettingText &given) {
+    if (given.key == "u8SampleRate" || given.key == "sample-rate")
+        fail(given, "the sample rate follows the input files; remove it");
+    const bool known = is_frontend_key(given.key) || find_target(given.key).param != nullptr;
+    if (!known) {
+        const std::string near = suggest_key(given.key);
+        fail(given, "unknown setting '" + given.key + "'" +
+                        (near.empty() ? std::string() : " (did you mean '" + near + "'?)"));
+    }
+    // In a file the key follows the line ("a.cfg:3: u8NlpLevel: 3 is outside 0..2").
+    SettingText t = given;
+    if (t.source == Source::File) t.where += ": " + t.key;
     if (is_frontend_key(t.key)) {
         apply_frontend(s.fe, t);
         return {};
     }
     const Target target = find_target(t.key);
-    if (target.param == nullptr) {
-        const std::string near = suggest_key(t.key);
-        fail(t, "unknown setting '" + t.key + "'" +
-                    (near.empty() ? std::string() : " (did you mean '" + near + "'?)"));
-    }
     const ParamSpec &p = *target.param;
     const std::vector<std::string_view> parts = split(t.value);
     if (static_cast<int>(parts.size()) != target.count) {

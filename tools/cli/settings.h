@@ -49,7 +49,7 @@ std::string canonical_key(std::string_view key);
 
 // Parses and stores one setting; throws UsageError (command line) or Error (file) naming `where`,
 // the option's allowed values and the value given. Returns a warning to print, or "".
-std::string apply_setting(Settings &s, const SettingText &t);
+std::string apply_setting(Settings &s, const SettingText &given);
 
 // The closest known key to a mistyped one ("" when nothing is close).
 std::string suggest_key(std::string_view key);
