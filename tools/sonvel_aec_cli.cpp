@@ -48,7 +48,8 @@ int main(int argc, char **argv) {
         }
         throw cli::UsageError("unknown command '" + command + "'");
     } catch (const cli::UsageError &e) {
-        std::cerr << "sonvel-aec: " << e.what() << "\n(see sonvel-aec " +
+        std::cerr << "sonvel-aec: " << e.what()
+                  << "\n(see sonvel-aec " +
                          (command == "process" || command == "demo" || command == "analyze"
                               ? command + " "
                               : std::string()) +

@@ -8,8 +8,9 @@ using namespace tooltest;
 
 // 30 s, a third of it double talk.
 std::vector<cli::Segment> conversation() {
-    return {{"far", 0, 5, true, false},  {"dt", 5, 8, true, true},   {"far", 8, 13, true, false},
-            {"near", 13, 15, false, true}, {"dt", 15, 19, true, true}, {"far", 19, 24, true, false},
+    return {{"far", 0, 5, true, false},  {"dt", 5, 8, true, true},
+            {"far", 8, 13, true, false}, {"near", 13, 15, false, true},
+            {"dt", 15, 19, true, true},  {"far", 19, 24, true, false},
             {"dt", 24, 27, true, true},  {"far", 27, 30, true, false}};
 }
 

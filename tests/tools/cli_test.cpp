@@ -11,13 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "cli/audio_file.h"
 #include "cli/canceller.h"
 #include "cli/demo_scenario.h"
 #include "cli/error.h"
 #include "cli/params.h"
 #include "cli/resample.h"
 #include "cli/trace.h"
-#include "cli/audio_file.h"
 
 namespace {
 
@@ -73,8 +73,7 @@ TEST_F(Tool, BadInputIsRefusedWithOneMessageAndNoOutput) {
 }
 
 TEST_F(Tool, ShortReferenceIsPaddedWithAWarning) {
-    write_wav(path("short.wav"), 8000,
-                   std::vector<int16_t>(ref_.begin(), ref_.begin() + 4000));
+    write_wav(path("short.wav"), 8000, std::vector<int16_t>(ref_.begin(), ref_.begin() + 4000));
     const ToolRun r =
         tool("process " + path("mic.wav") + " " + path("short.wav") + " -o " + path("out.wav"));
     EXPECT_EQ(r.status, 0) << r.err;

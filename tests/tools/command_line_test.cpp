@@ -13,7 +13,8 @@ TEST_F(Tool, ExitStatusesAndMessagesSpeakTheOptionsLanguage) {
         int status;
         std::string message;
     } cases[] = {
-        {"process " + io + " --suppression-level abc", 2, "--suppression-level: expected an integer 0..2, got 'abc'"},
+        {"process " + io + " --suppression-level abc", 2,
+         "--suppression-level: expected an integer 0..2, got 'abc'"},
         {"process " + io + " --suppression-level -1", 2, "--suppression-level: -1 is outside 0..2"},
         {"process " + io + " --suppression-level 3", 2, "outside 0..2"},
         {"process " + io + " --coh-threshold 1.5", 2, "fraction 0..1"},
@@ -32,7 +33,8 @@ TEST_F(Tool, ExitStatusesAndMessagesSpeakTheOptionsLanguage) {
         {"demo --rate 44100", 2, "expected 8000 or 16000"},
         {"demo extra", 2, "no file names"},
         {"frobnicate", 2, "unknown command"},
-        {"process " + path("none.wav") + " " + path("ref.wav") + " -o " + path("out.wav"), 1, "No such file"},
+        {"process " + path("none.wav") + " " + path("ref.wav") + " -o " + path("out.wav"), 1,
+         "No such file"},
         {"analyze " + path("mic.wav") + " " + path("none.wav"), 1, "No such file"},
     };
     for (const auto &c : cases) {
@@ -61,7 +63,8 @@ TEST_F(Tool, ExitStatusesAndMessagesSpeakTheOptionsLanguage) {
     EXPECT_TRUE(fs::exists(dir_ / "out.wav"));
 
     // Band shifts outside their monotonic range work, with a warning.
-    r = tool("process " + pair() + " -q -o " + path("s.wav") + " --band-shifts 11,12,16,14,15,12,27");
+    r = tool("process " + pair() + " -q -o " + path("s.wav") +
+             " --band-shifts 11,12,16,14,15,12,27");
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.err.find("warning: --band-shifts: shift 27 lies outside 0..22"), std::string::npos)
         << r.err;
@@ -69,7 +72,8 @@ TEST_F(Tool, ExitStatusesAndMessagesSpeakTheOptionsLanguage) {
 
 TEST_F(Tool, SummaryFormsShowConfigAndQuietDemo) {
     // Defaults without input files; values in the option's language.
-    ToolRun r = tool("process --show-config --comfort-noise ON --coh-threshold 0.5 --ref-delay auto");
+    ToolRun r =
+        tool("process --show-config --comfort-noise ON --coh-threshold 0.5 --ref-delay auto");
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("u8CnEnable = 1"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("s16CohThr = 16384"), std::string::npos) << r.out;

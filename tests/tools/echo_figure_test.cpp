@@ -23,8 +23,8 @@ double far_only_truth(const cli::Scenario &s, const std::vector<int16_t> &out) {
 
 TEST_F(Tool, SummaryEchoReductionIsTheFarEndOnlyReduction) {
     const std::vector<cli::Segment> third_double_talk = {
-        {"far", 0, 5, true, false},    {"dt", 5, 8, true, true},   {"far", 8, 13, true, false},
-        {"near", 13, 15, false, true}, {"dt", 15, 19, true, true}, {"far", 19, 24, true, false},
+        {"far", 0, 5, true, false},    {"dt", 5, 8, true, true},    {"far", 8, 13, true, false},
+        {"near", 13, 15, false, true}, {"dt", 15, 19, true, true},  {"far", 19, 24, true, false},
         {"dt", 24, 27, true, true},    {"far", 27, 30, true, false}};
     const struct {
         int rate;

@@ -7,7 +7,8 @@ namespace {
 
 using namespace tooltest;
 
-void write_channels(const std::string &path, int rate, const std::vector<std::vector<int16_t>> &ch) {
+void write_channels(const std::string &path, int rate,
+                    const std::vector<std::vector<int16_t>> &ch) {
     SF_INFO info{};
     info.samplerate = rate;
     info.channels = static_cast<int>(ch.size());
@@ -39,7 +40,9 @@ TEST_F(Tool, MixedRatesAreConvertedFileByFile) {
     EXPECT_EQ(out.rate, 16000);
     EXPECT_EQ(out.samples.size(), mic16.size());
     ASSERT_EQ(tool("process " + path("mic16.wav") + " " + path("ref16.wav") + " -o " +
-                   path("o16.wav") + " --json").status, 0);
+                   path("o16.wav") + " --json")
+                  .status,
+              0);
     const std::string json16 = slurp(dir_ / "stdout");
     const auto erle = [](const std::string &j) {
         return std::atof(j.c_str() + j.find("\"echo_reduction_db\": ") + 21);
@@ -63,20 +66,27 @@ TEST_F(Tool, ChannelsLengthsAndDamagedFiles) {
     // Channel 2 of a stereo microphone is the microphone; the output equals the mono run.
     const std::vector<int16_t> noise(mic_.size(), 7);
     write_channels(path("stereo.wav"), 8000, {noise, mic_});
-    ToolRun r = tool("process " + path("stereo.wav") + " " + path("ref.wav") + " -q -o " + path("o.wav"));
+    ToolRun r =
+        tool("process " + path("stereo.wav") + " " + path("ref.wav") + " -q -o " + path("o.wav"));
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("2 channels; pick one with --channel N (1..2)"), std::string::npos) << r.err;
-    r = tool("process " + path("stereo.wav") + " " + path("ref.wav") + " --channel 3 -q -o " + path("o.wav"));
+    EXPECT_NE(r.err.find("2 channels; pick one with --channel N (1..2)"), std::string::npos)
+        << r.err;
+    r = tool("process " + path("stereo.wav") + " " + path("ref.wav") + " --channel 3 -q -o " +
+             path("o.wav"));
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("--channel 3 does not exist"), std::string::npos) << r.err;
     ASSERT_EQ(tool("process " + path("stereo.wav") + " " + path("ref.wav") + " --channel 2 -q -o " +
-                   path("c2.wav")).status, 0);
+                   path("c2.wav"))
+                  .status,
+              0);
     ASSERT_EQ(tool("process " + pair() + " -q -o " + path("mono.wav")).status, 0);
     EXPECT_EQ(read_wav(path("c2.wav")).samples, read_wav(path("mono.wav")).samples);
     // --ref-channel picks the reference's own channel.
     write_channels(path("ref_st.wav"), 8000, {ref_, noise});
     ASSERT_EQ(tool("process " + path("stereo.wav") + " " + path("ref_st.wav") +
-                   " --channel 2 --ref-channel 1 -q -o " + path("c21.wav")).status, 0);
+                   " --channel 2 --ref-channel 1 -q -o " + path("c21.wav"))
+                  .status,
+              0);
     EXPECT_EQ(read_wav(path("c21.wav")).samples, read_wav(path("mono.wav")).samples);
 
     // A longer reference is cut, with a warning naming both lengths.
@@ -86,7 +96,8 @@ TEST_F(Tool, ChannelsLengthsAndDamagedFiles) {
     r = tool("process " + path("mic.wav") + " " + path("long.wav") + " -q -o " + path("l.wav"));
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.err.find("warning: reference file '" + path("long.wav") + "' (9.00 s) is longer"),
-              std::string::npos) << r.err;
+              std::string::npos)
+        << r.err;
     EXPECT_NE(r.err.find("its end is cut"), std::string::npos) << r.err;
     EXPECT_EQ(read_wav(path("l.wav")).samples, read_wav(path("mono.wav")).samples);
 

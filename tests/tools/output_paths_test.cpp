@@ -70,9 +70,9 @@ TEST_F(Tool, SpecialOutputsAreWrittenThroughAndInputsAreNeverOverwritten) {
         EXPECT_EQ(same.status, 2) << out;
         EXPECT_NE(same.err.find("same file"), std::string::npos) << same.err;
     }
-    EXPECT_EQ(tool("process " + pair() + " -o " + path("x.wav") + " --trace " + path("ref.wav"))
-                  .status,
-              2);
+    EXPECT_EQ(
+        tool("process " + pair() + " -o " + path("x.wav") + " --trace " + path("ref.wav")).status,
+        2);
     EXPECT_EQ(slurp(dir_ / "mic.wav"), before);
     EXPECT_FALSE(any_partial(dir_));
 }

@@ -98,7 +98,7 @@ Analysis analyze_pair(const InputPair &in) {
     probe_cfg.u8DelayMode = SONVEL_AEC_DELAY_OFF;
     const FrontendProbe probe = probe_frontend(probe_cfg, in.rate, in.near, in.far);
     a.fe = probe.last.estimate_ms >= 0 && probe.last.confidence >= kConfidentEstimate ? probe.last
-                                                                              : probe.best;
+                                                                                      : probe.best;
     a.have_delay = a.fe.estimate_ms >= 0 && a.fe.confidence >= kConfidentEstimate;
     a.have_drift = a.have_delay && std::abs(a.fe.drift_ppm) <= kMaxDriftPpm;
 
@@ -106,7 +106,8 @@ Analysis analyze_pair(const InputPair &in) {
     // where the echo of each frame arrives.
     if (a.have_delay) {
         const std::vector<double> mic_p = frame_powers(in.near, frame, a.mic.dc_lsb);
-        const auto lag = static_cast<std::size_t>(std::lround(a.fe.estimate_ms * in.rate / 1000.0 / frame));
+        const auto lag =
+            static_cast<std::size_t>(std::lround(a.fe.estimate_ms * in.rate / 1000.0 / frame));
         double e_ref = 0, e_mic = 0;
         for (std::size_t i = 0; i + lag < mic_p.size() && i < far_p.size(); ++i) {
             if (!active[i]) continue;
@@ -123,22 +124,28 @@ Analysis analyze_pair(const InputPair &in) {
     const bool identical = in.near == in.far;
     if (a.duration < kMinSeconds) {
         char buf[160];
-        std::snprintf(buf, sizeof buf, "the recordings are too short (%ld frame%s of 10 ms); at "
-                      "least %.0f s is needed", a.frames, a.frames == 1 ? "" : "s", kMinSeconds);
+        std::snprintf(buf, sizeof buf,
+                      "the recordings are too short (%ld frame%s of 10 ms); at "
+                      "least %.0f s is needed",
+                      a.frames, a.frames == 1 ? "" : "s", kMinSeconds);
         a.reason = buf;
     } else if (identical) {
-        a.reason = "the microphone and the reference hold the same samples: the same recording "
-                   "given twice?";
+        a.reason =
+            "the microphone and the reference hold the same samples: the same recording "
+            "given twice?";
     } else if (a.ref.rms_dbfs < kSilentDbfs || n_active == 0) {
         a.reason = "the reference is silent: there is no far end to find in the microphone";
     } else if (a.far_active_s < kMinFarSeconds) {
         char buf[160];
-        std::snprintf(buf, sizeof buf, "too little far-end activity (%.1f s; at least %.0f s is "
-                      "needed)", a.far_active_s, kMinFarSeconds);
+        std::snprintf(buf, sizeof buf,
+                      "too little far-end activity (%.1f s; at least %.0f s is "
+                      "needed)",
+                      a.far_active_s, kMinFarSeconds);
         a.reason = buf;
     } else if (!a.have_delay) {
-        a.reason = "no correlation found between the reference and the microphone: is the "
-                   "reference what the loudspeaker played, and is the echo audible?";
+        a.reason =
+            "no correlation found between the reference and the microphone: is the "
+            "reference what the loudspeaker played, and is the echo audible?";
     }
     if (!a.reason.empty()) return a;
 
@@ -146,7 +153,8 @@ Analysis analyze_pair(const InputPair &in) {
         const long ms = std::lround(a.fe.estimate_ms - kLeadMs);
         a.options.push_back("--ref-delay " + std::to_string(ms));
         char buf[200];
-        std::snprintf(buf, sizeof buf, "the echo arrives %.1f ms after the reference, beyond "
+        std::snprintf(buf, sizeof buf,
+                      "the echo arrives %.1f ms after the reference, beyond "
                       "the filter's reach of about 48 ms: delay the reference by %ld ms",
                       a.fe.estimate_ms, ms);
         a.notes.emplace_back(buf);
@@ -154,15 +162,18 @@ Analysis analyze_pair(const InputPair &in) {
     if (std::fabs(a.mic.dc_lsb) >= kDcOptionLsb || std::fabs(a.ref.dc_lsb) >= kDcOptionLsb) {
         a.options.emplace_back("--dc-block");
         char buf[160];
-        std::snprintf(buf, sizeof buf, "DC offsets of %+.0f LSB (microphone) and %+.0f LSB "
-                      "(reference) cost echo reduction", a.mic.dc_lsb, a.ref.dc_lsb);
+        std::snprintf(buf, sizeof buf,
+                      "DC offsets of %+.0f LSB (microphone) and %+.0f LSB "
+                      "(reference) cost echo reduction",
+                      a.mic.dc_lsb, a.ref.dc_lsb);
         a.notes.emplace_back(buf);
     }
     if (a.have_drift && std::abs(a.fe.drift_ppm) >= kDriftOptionPpm) {
         // Drift is followed by the automatic delay only.
-        a.options.erase(std::remove_if(a.options.begin(), a.options.end(),
-                                       [](const std::string &o) { return o.rfind("--ref-delay", 0) == 0; }),
-                        a.options.end());
+        a.options.erase(
+            std::remove_if(a.options.begin(), a.options.end(),
+                           [](const std::string &o) { return o.rfind("--ref-delay", 0) == 0; }),
+            a.options.end());
         a.options.insert(a.options.begin(), {"--ref-delay auto", "--drift auto"});
         char buf[160];
         std::snprintf(buf, sizeof buf, "the clocks drift by %d ppm: let the delay follow it",
@@ -172,10 +183,9 @@ Analysis analyze_pair(const InputPair &in) {
     return a;
 }
 
-std::string recommended_command(const Analysis &a, const std::string &mic,
-                                const std::string &ref) {
-    std::string c = "sonvel-aec process " + shell_quote(mic) + " " + shell_quote(ref) +
-                     " -o out.wav";
+std::string recommended_command(const Analysis &a, const std::string &mic, const std::string &ref) {
+    std::string c =
+        "sonvel-aec process " + shell_quote(mic) + " " + shell_quote(ref) + " -o out.wav";
     for (const std::string &o : a.options) c += " " + o;
     return c;
 }
@@ -198,8 +208,10 @@ std::string format_analysis(const Analysis &a, const std::string &command) {
                   a.far_active_s, 100.0 * a.far_active_share);
     add();
     if (a.fe.estimate_ms >= 0) {
-        std::snprintf(line, sizeof line, "echo delay       %.1f ms behind the reference "
-                      "(confidence %.2f%s)\n", a.fe.estimate_ms, a.fe.confidence,
+        std::snprintf(line, sizeof line,
+                      "echo delay       %.1f ms behind the reference "
+                      "(confidence %.2f%s)\n",
+                      a.fe.estimate_ms, a.fe.confidence,
                       a.have_delay ? "" : ", too low to rely on");
     } else {
         std::snprintf(line, sizeof line, "echo delay       no estimate\n");
@@ -212,8 +224,10 @@ std::string format_analysis(const Analysis &a, const std::string &command) {
     }
     add();
     if (a.have_erl) {
-        std::snprintf(line, sizeof line, "echo return loss about %.0f dB (reference over "
-                      "microphone where the far end talks)\n", a.erl_db);
+        std::snprintf(line, sizeof line,
+                      "echo return loss about %.0f dB (reference over "
+                      "microphone where the far end talks)\n",
+                      a.erl_db);
     } else {
         std::snprintf(line, sizeof line, "echo return loss n/a\n");
     }
@@ -223,8 +237,7 @@ std::string format_analysis(const Analysis &a, const std::string &command) {
         return s;
     }
     for (const std::string &n : a.notes) s += "note             " + n + "\n";
-    s += a.options.empty() ? "recommended      no front-end option is needed:\n"
-                           : "recommended\n";
+    s += a.options.empty() ? "recommended      no front-end option is needed:\n" : "recommended\n";
     s += "  " + command + "\n";
     return s;
 }
@@ -260,8 +273,12 @@ std::string analysis_json(const Analysis &a, const std::string &command) {
     }
     if (a.reason.empty()) {
         std::string opts = "[";
-        for (const std::string &o : a.options) opts += (opts.size() > 1 ? ", " : "") + json_string(o);
-        j.boolean("concluded", true).null("reason").raw("options", opts + "]").str("command", command);
+        for (const std::string &o : a.options)
+            opts += (opts.size() > 1 ? ", " : "") + json_string(o);
+        j.boolean("concluded", true)
+            .null("reason")
+            .raw("options", opts + "]")
+            .str("command", command);
     } else {
         j.boolean("concluded", false).str("reason", a.reason).raw("options", "[]").null("command");
     }

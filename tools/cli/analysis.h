@@ -21,12 +21,12 @@ struct Analysis {
     double duration = 0;  // seconds
     long frames = 0;      // 10 ms frames
     SignalFigures mic, ref;
-    double far_active_s = 0;       // seconds of 10 ms frames with far-end activity
-    double far_active_share = 0;   // of the whole
-    FrontendFigures fe;            // the front end's findings (delay, confidence, drift)
-    bool have_delay = false;       // a confident delay estimate
-    bool have_drift = false;       // a plausible drift estimate (with a confident delay)
-    double erl_db = 0;             // reference over microphone power where the far end is active
+    double far_active_s = 0;      // seconds of 10 ms frames with far-end activity
+    double far_active_share = 0;  // of the whole
+    FrontendFigures fe;           // the front end's findings (delay, confidence, drift)
+    bool have_delay = false;      // a confident delay estimate
+    bool have_drift = false;      // a plausible drift estimate (with a confident delay)
+    double erl_db = 0;            // reference over microphone power where the far end is active
     bool have_erl = false;
     // The conclusion: empty `reason` with the options to use, or why there is none.
     std::string reason;

@@ -70,13 +70,22 @@ private:
     std::optional<std::string> inline_value_;
 };
 
-[[noreturn]] void unknown_option(const std::string &command, const std::string &name) {
+// A command's own long options (without dashes), for suggestions.
+const std::vector<std::string> kProcessOptions = {
+    "help", "output", "trace", "config", "format", "api", "channel", "ref-channel",
+    "resample", "align", "quiet", "json", "show-config"};
+const std::vector<std::string> kDemoOptions = {"help", "rate", "out", "api", "quiet"};
+const std::vector<std::string> kAnalyzeOptions = {"help", "json", "resample", "channel",
+                                                  "ref-channel"};
+
+[[noreturn]] void unknown_option(const std::string &command, const std::string &name,
+                                 const std::vector<std::string> &own) {
     std::string m = "unknown " + command + " option '" + name + "'";
-    const std::string key = name.substr(name.find_first_not_of('-'));
-    if (const std::string near = suggest_key(key); !near.empty() && is_setting_key(near) &&
-                                                   near.find_first_of("0123456789[") == std::string::npos &&
-                                                   near.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ") == std::string::npos)
-        m += " (did you mean '--" + near + "'?)";
+    const auto first = name.find_first_not_of('-');
+    const std::string key = first == std::string::npos ? name : name.substr(first);
+    // Only process takes the settings' options.
+    const std::string best = suggest_option(key, own, command == "process");
+    if (!best.empty()) m += " (did you mean '--" + best + "'?)";
     throw UsageError(m);
 }
 
@@ -85,8 +94,7 @@ bool take_setting(Walker &w, std::vector<SettingText> &out) {
     const std::string &n = w.name();
     if (n.rfind("--", 0) != 0) return false;
     const std::string key = n.substr(2);
-    if (!is_setting_key(key) || key.find_first_of("[ABCDEFGHIJKLMNOPQRSTUVWXYZ") != std::string::npos)
-        return false;
+    if (!is_option_key(key)) return false;
     const std::string value = key == "dc-block" && !w.has_inline_value() ? "on" : w.value();
     out.push_back({key, value, n, Source::CommandLine});
     return true;
@@ -143,7 +151,7 @@ ProcessOptions parse_process_args(const std::vector<std::string> &args) {
             w.flag();
             o.show_config = true;
         } else if (!take_setting(w, o.settings)) {
-            unknown_option("process", n);
+            unknown_option("process", n, kProcessOptions);
         }
     }
     if (o.help) return o;
@@ -184,7 +192,7 @@ DemoOptions parse_demo_args(const std::vector<std::string> &args) {
             w.flag();
             o.quiet = true;
         } else {
-            unknown_option("demo", n);
+            unknown_option("demo", n, kDemoOptions);
         }
     }
     return o;
@@ -211,7 +219,7 @@ AnalyzeOptions parse_analyze_args(const std::vector<std::string> &args) {
         } else if (n == "--ref-channel") {
             o.ref_channel = parse_channel(n, w.value());
         } else {
-            unknown_option("analyze", n);
+            unknown_option("analyze", n, kAnalyzeOptions);
         }
     }
     if (o.help) return o;
@@ -232,7 +240,9 @@ std::string process_help() {
            "recording), 10 ms frame by frame. '-' as MIC or REF reads standard input.\n"
            "  -o, --output FILE        output file; '-' is standard output. A regular file is\n"
            "                           written only when complete; a device or FIFO directly\n"
-           "  --format NAME            output format (" + output_format_list() + "); default: from\n"
+           "  --format NAME            output format (" +
+           output_format_list() +
+           "); default: from\n"
            "                           the extension, WAV without one\n"
            "  --trace FILE.csv         one row of internal state per 8 ms block\n"
            "  --json                   the summary as one JSON object\n"

@@ -2,14 +2,14 @@
 // cannot seek and for outputs composed before they are written.
 #include "cli/audio_file.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <sndfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 #include "cli/error.h"
 
@@ -46,12 +46,8 @@ sf_count_t mem_write(const void *ptr, sf_count_t count, void *user) {
     m->pos += count;
     return count;
 }
-sf_count_t mem_tell(void *user) {
-    return static_cast<MemoryFile *>(user)->pos;
-}
-SF_VIRTUAL_IO memory_io() {
-    return {mem_length, mem_seek, mem_read, mem_write, mem_tell};
-}
+sf_count_t mem_tell(void *user) { return static_cast<MemoryFile *>(user)->pos; }
+SF_VIRTUAL_IO memory_io() { return {mem_length, mem_seek, mem_read, mem_write, mem_tell}; }
 
 std::string read_all(int fd, const std::string &what) {
     std::string data;
@@ -82,8 +78,8 @@ bool header_promises_more(SNDFILE *f) {
 }
 
 constexpr FormatName kFormats[] = {
-    {"wav", SF_FORMAT_WAV}, {"flac", SF_FORMAT_FLAC}, {"au", SF_FORMAT_AU},
-    {"aiff", SF_FORMAT_AIFF}, {"caf", SF_FORMAT_CAF}, {"w64", SF_FORMAT_W64},
+    {"wav", SF_FORMAT_WAV},   {"flac", SF_FORMAT_FLAC}, {"au", SF_FORMAT_AU},
+    {"aiff", SF_FORMAT_AIFF}, {"caf", SF_FORMAT_CAF},   {"w64", SF_FORMAT_W64},
 };
 
 std::string lower(std::string s) {
@@ -100,7 +96,8 @@ Audio read_audio(const std::string &path, const std::string &role, int channel,
     struct stat st {};
     if (!is_stdin && stat(path.c_str(), &st) != 0)
         throw Error("cannot read " + what + ": " + std::strerror(errno));
-    if (!is_stdin && S_ISDIR(st.st_mode)) throw Error("cannot read " + what + ": it is a directory");
+    if (!is_stdin && S_ISDIR(st.st_mode))
+        throw Error("cannot read " + what + ": it is a directory");
 
     SF_INFO info{};
     SNDFILE *f = nullptr;
@@ -153,19 +150,19 @@ Audio read_audio(const std::string &path, const std::string &role, int channel,
         char declared[64];
         std::snprintf(declared, sizeof declared, "%.2f s",
                       static_cast<double>(info.frames) / std::max(1, audio.rate));
-        warnings.push_back(what + " is truncated or damaged: read " + secs + " of the " +
-                           declared + " its header declares; using what was read");
+        warnings.push_back(what + " is truncated or damaged: read " + secs + " of the " + declared +
+                           " its header declares; using what was read");
     } else if (short_header) {
-        warnings.push_back(what + " is truncated: its header declares more audio than the file "
-                           "holds; read " + secs);
+        warnings.push_back(what +
+                           " is truncated: its header declares more audio than the file "
+                           "holds; read " +
+                           secs);
     }
     if (audio.samples.empty()) throw Error(what + " contains no audio");
     return audio;
 }
 
-std::span<const FormatName> output_formats() {
-    return kFormats;
-}
+std::span<const FormatName> output_formats() { return kFormats; }
 
 std::string output_format_list() {
     std::string s;

@@ -17,8 +17,9 @@ struct Audio {
 
 // Reads an audio file ("-": standard input; pipes and devices are read to their end first).
 // `role` names it in messages ("microphone file"). `channel` (1-based) picks a channel of a
-// multichannel file (a mono file is used as it is); 0 accepts mono files only. Throws Error for a missing, unreadable, corrupt
-// or empty file; a truncated or damaged file gives a warning with how much was read.
+// multichannel file (a mono file is used as it is); 0 accepts mono files only. Throws Error for a
+// missing, unreadable, corrupt or empty file; a truncated or damaged file gives a warning with how
+// much was read.
 Audio read_audio(const std::string &path, const std::string &role, int channel,
                  std::vector<std::string> &warnings);
 

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "cli/error.h"
-#include "cli/params.h"
 #include "cli/frontend_probe.h"
+#include "cli/params.h"
 #include "sonvel_aec_frontend.h"
 #include "sonvel_aec_host.h"
 
@@ -149,15 +149,9 @@ RunResult loop(Engine &engine, int frame, std::span<const int16_t> near,
 
 }  // namespace
 
-int frame_length(int rate) {
-    return rate == 8000 ? 80 : 160;
-}
-int block_length(int rate) {
-    return rate == 8000 ? 64 : 128;
-}
-int latency_samples(int rate) {
-    return frame_length(rate) + block_length(rate);
-}
+int frame_length(int rate) { return rate == 8000 ? 80 : 160; }
+int block_length(int rate) { return rate == 8000 ? 64 : 128; }
+int latency_samples(int rate) { return frame_length(rate) + block_length(rate); }
 
 RunResult run_canceller(Api api, const Settings &settings, bool use_host_cfg, int rate,
                         std::span<const int16_t> near, std::span<const int16_t> far,

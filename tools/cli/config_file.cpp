@@ -1,11 +1,11 @@
 // Configuration-file reading: lines, comments, byte-order mark, duplicate keys.
 #include "cli/config_file.h"
 
+#include <sys/stat.h>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <map>
-#include <sys/stat.h>
 
 #include "cli/error.h"
 

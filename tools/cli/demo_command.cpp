@@ -1,8 +1,8 @@
 // "demo": synthesise a conversation, cancel its echo, write the signals and the trace, and show
 // what happened in each segment.
+#include <sndfile.h>
 #include <algorithm>
 #include <cmath>
-#include <sndfile.h>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -10,16 +10,16 @@
 #include <system_error>
 
 #include "cli/args.h"
+#include "cli/audio_file.h"
 #include "cli/canceller.h"
 #include "cli/commands.h"
 #include "cli/demo_scenario.h"
 #include "cli/error.h"
 #include "cli/frontend_probe.h"
-#include "cli/params.h"
 #include "cli/output_file.h"
+#include "cli/params.h"
 #include "cli/summary.h"
 #include "cli/trace.h"
-#include "cli/audio_file.h"
 
 namespace cli {
 namespace {
@@ -115,9 +115,10 @@ int demo_command(const std::vector<std::string> &args) {
     const EchoReduction summary = echo_reduction(rows, s.mic, s.ref, o.rate, echo_delay_ms(probe));
     std::printf("\nfar end only, both segments: %.1f dB echo reduction (from the known segments)\n",
                 far_only_reduction_db(s, out));
-    std::printf("summary of 'process':        %.1f dB over %.1f s where only the far end talks "
-                "(blocks judged far-end only from the signals alone)\n",
-                summary.db, summary.blocks * static_cast<double>(block_length(o.rate)) / o.rate);
+    std::printf(
+        "summary of 'process':        %.1f dB over %.1f s where only the far end talks "
+        "(blocks judged far-end only from the signals alone)\n",
+        summary.db, summary.blocks * static_cast<double>(block_length(o.rate)) / o.rate);
     std::printf("processing: %.3f s for %.0f s of audio (real-time factor %.4f)\n", run.seconds,
                 duration, run.seconds / duration);
     return 0;

@@ -173,9 +173,7 @@ ScenarioSpec demo_spec(int rate) {
     return spec;
 }
 
-Scenario make_scenario(int rate) {
-    return make_scenario(demo_spec(rate));
-}
+Scenario make_scenario(int rate) { return make_scenario(demo_spec(rate)); }
 
 Scenario make_scenario(const ScenarioSpec &spec) {
     const int rate = spec.rate;

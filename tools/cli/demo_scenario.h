@@ -1,6 +1,7 @@
-// Synthetic conversations for trying the canceller without recordings (and for testing it): a speech-like far-end
-// talker played into a room, a different speech-like near-end talker and background noise at the
-// microphone, in four segments (far end alone, near end alone, both, far end alone again).
+// Synthetic conversations for trying the canceller without recordings (and for testing it): a
+// speech-like far-end talker played into a room, a different speech-like near-end talker and
+// background noise at the microphone, in four segments (far end alone, near end alone, both, far
+// end alone again).
 #pragma once
 
 #include <cstdint>

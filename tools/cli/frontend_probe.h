@@ -12,14 +12,17 @@
 namespace cli {
 
 struct FrontendProbe {
-    FrontendFigures last;                 // at the end of the recording
-    FrontendFigures best;                 // at the most confident estimate
-    std::vector<FrameEstimate> frames;    // one per 10 ms frame
-    std::vector<int16_t> near, far;       // what the front end hands to the core
+    FrontendFigures last;               // at the end of the recording
+    FrontendFigures best;               // at the most confident estimate
+    std::vector<FrameEstimate> frames;  // one per 10 ms frame
+    std::vector<int16_t> near, far;     // what the front end hands to the core
 };
 
 // Converts the library's estimate record to the tool's figures (milliseconds, 0..1).
 FrontendFigures frontend_figures(const AecFrontendEstimate &e, int rate);
+
+// A confident delay estimate (the front end's own lock threshold).
+constexpr double kConfidentEstimate = 0.5;
 
 // The echo delay to measure with: the last estimate when it is confident, else the most
 // confident one, else 0.

@@ -18,8 +18,6 @@ double dc_offset(std::span<const int16_t> x);
 
 // The adaptive filter's span behind the (delayed) reference, in ms: six partitions of 8 ms.
 constexpr double kFilterReachMs = 48.0;
-// A confident delay estimate (the front end's own lock threshold).
-constexpr double kConfidentEstimate = 0.5;
 // How far inside the span the front end's automatic mode puts the echo's first arrival.
 constexpr double kLeadMs = 4.0;
 

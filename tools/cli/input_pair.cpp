@@ -14,9 +14,7 @@ namespace {
 constexpr int kResampleRate = 16000;
 constexpr double kNoteLossFraction = 0.01;  // energy above the band worth a note (-20 dB)
 
-bool supported_rate(int rate) {
-    return rate == 8000 || rate == 16000;
-}
+bool supported_rate(int rate) { return rate == 8000 || rate == 16000; }
 
 double mean_power(const std::vector<int16_t> &x) {
     double e = 0;
@@ -90,10 +88,13 @@ InputPair load_input_pair(const InputRequest &r, std::vector<std::string> &warni
     // The same rates: fit the reference first, so the two convert alike.
     std::vector<int16_t> far = std::move(ref.samples);
     const std::size_t ref_samples = far.size();
-    if (ref.rate == mic.rate) fit_reference(far, mic.samples.size(), ref_samples, ref.rate, p, mic_what, ref_what, warnings);
+    if (ref.rate == mic.rate)
+        fit_reference(far, mic.samples.size(), ref_samples, ref.rate, p, mic_what, ref_what,
+                      warnings);
     p.near = convert(mic.samples, mic.rate, p.rate, mic_what, warnings);
     p.far = convert(far, ref.rate, p.rate, ref_what, warnings);
-    if (ref.rate != mic.rate) fit_reference(p.far, p.near.size(), ref_samples, ref.rate, p, mic_what, ref_what, warnings);
+    if (ref.rate != mic.rate)
+        fit_reference(p.far, p.near.size(), ref_samples, ref.rate, p, mic_what, ref_what, warnings);
     p.far.resize(p.near.size(), 0);
     p.mic_original = std::move(mic.samples);
     return p;

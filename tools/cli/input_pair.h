@@ -9,11 +9,11 @@
 namespace cli {
 
 struct InputPair {
-    int mic_rate = 0;  // the microphone file's rate (the output's rate)
-    int rate = 0;      // the rate the canceller runs at (8000 or 16000 Hz)
-    std::size_t mic_samples = 0;      // length of the microphone file at its own rate
+    int mic_rate = 0;                   // the microphone file's rate (the output's rate)
+    int rate = 0;                       // the rate the canceller runs at (8000 or 16000 Hz)
+    std::size_t mic_samples = 0;        // length of the microphone file at its own rate
     std::vector<int16_t> mic_original;  // the microphone at its own rate
-    std::vector<int16_t> near, far;   // at `rate`, equally long
+    std::vector<int16_t> near, far;     // at `rate`, equally long
 };
 
 struct InputRequest {

@@ -48,9 +48,7 @@ JsonObject &JsonObject::boolean(const std::string &key, bool v) {
     return add(key, v ? "true" : "false");
 }
 
-JsonObject &JsonObject::null(const std::string &key) {
-    return add(key, "null");
-}
+JsonObject &JsonObject::null(const std::string &key) { return add(key, "null"); }
 
 JsonObject &JsonObject::raw(const std::string &key, const std::string &json) {
     return add(key, json);

@@ -2,14 +2,14 @@
 // refusal and the signal-time cleanup of temporary files.
 #include "cli/output_file.h"
 
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "cli/error.h"
@@ -80,7 +80,8 @@ void install_cleanup_handlers() {
 void refuse_same_file(const std::string &output, const std::string &output_role,
                       const std::string &input, const std::string &input_role) {
     if (output == "-" || input == "-") return;
-    struct stat a {}, b {};
+    struct stat a {
+    }, b{};
     if (stat(output.c_str(), &a) != 0 || stat(input.c_str(), &b) != 0) return;
     if (a.st_dev == b.st_dev && a.st_ino == b.st_ino && S_ISREG(a.st_mode)) {
         throw UsageError(output_role + " '" + output + "' is the same file as " + input_role +
@@ -91,6 +92,8 @@ void refuse_same_file(const std::string &output, const std::string &output_role,
 OutputFile::OutputFile(std::string path, std::string role)
     : path_(std::move(path)), role_(std::move(role)) {
     if (path_ == "-") {
+        if (isatty(STDOUT_FILENO) == 1)
+            throw UsageError(role_ + " '-' is standard output, which is a terminal; redirect it");
         fd_ = STDOUT_FILENO;
         return;
     }

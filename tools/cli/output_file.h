@@ -4,8 +4,8 @@
 // (a device, a FIFO) and "-" (standard output) is written through directly.
 #pragma once
 
-#include <string>
 #include <sys/types.h>
+#include <string>
 
 namespace cli {
 

@@ -48,8 +48,9 @@ Run build_settings(const ProcessOptions &o, const std::vector<SettingText> &file
         throw UsageError(e.what());
     }
     if (host && r.settings.fe.active()) {
-        throw UsageError("the front end (--ref-delay, --dc-block, --drift) runs with --api core "
-                         "only");
+        throw UsageError(
+            "the front end (--ref-delay, --dc-block, --drift) runs with --api core "
+            "only");
     }
     if (host && (r.settings.cfg.u8StartPart != 0 || r.settings.cfg.u8HighFreqMode != 0)) {
         std::cerr << "sonvel-aec: warning: the host plug-in always uses u8StartPart 0 and "
@@ -130,9 +131,8 @@ int process_command(const std::vector<std::string> &args) {
     far.resize(n + delay, 0);
 
     ProgressBar bar("processing", static_cast<double>(n) / rate);
-    const RunResult result =
-        run_canceller(o.api, run.settings, !run.host_values, rate, near, far,
-                      [&](double f) { bar.update(f * 0.5); });
+    const RunResult result = run_canceller(o.api, run.settings, !run.host_values, rate, near, far,
+                                           [&](double f) { bar.update(f * 0.5); });
     // The front end alone gives the estimates (it measures in every mode) and, when it is on, the
     // signals the core sees, which the observing instance of the trace is fed.
     const FrontendProbe probe = probe_frontend(run.settings.fe.record(), rate, near, far);

@@ -110,7 +110,8 @@ std::vector<std::string_view> split(std::string_view text) {
     std::vector<std::string_view> parts;
     for (std::size_t start = 0;;) {
         const auto comma = text.find(',', start);
-        parts.push_back(text.substr(start, comma == std::string_view::npos ? comma : comma - start));
+        parts.push_back(
+            text.substr(start, comma == std::string_view::npos ? comma : comma - start));
         if (comma == std::string_view::npos) break;
         start = comma + 1;
     }
@@ -261,20 +262,27 @@ std::string apply_setting(Settings &s, const SettingText &given) {
         const long v = parse_value(t, p, parts[static_cast<std::size_t>(i)]);
         store_field(s.cfg, field, target.first + i, v);
         if (p.field == std::string_view("as16BandShift") && (v < 0 || v > kShiftMonotonicHi)) {
-            warning = t.where + ": shift " + std::to_string(v) +
-                      " lies outside 0.." + std::to_string(kShiftMonotonicHi) +
+            warning = t.where + ": shift " + std::to_string(v) + " lies outside 0.." +
+                      std::to_string(kShiftMonotonicHi) +
                       ", where a larger shift means more suppression (shifts act modulo 32; "
-                      "above about " + std::to_string(kShiftMonotonicHi) +
-                      " they lower suppression)";
+                      "above about " +
+                      std::to_string(kShiftMonotonicHi) + " they lower suppression)";
         }
     }
     return warning;
 }
 
-std::string suggest_key(std::string_view key) {
-    std::vector<std::string> keys(std::begin(kFrontendKeys), std::end(kFrontendKeys));
-    for (const ParamSpec &p : kParams) keys.emplace_back(p.option);
-    for (const Field &f : record_fields()) keys.emplace_back(f.name);
+bool is_option_key(std::string_view key) {
+    if (is_frontend_key(key)) return true;
+    for (const ParamSpec &p : kParams) {
+        if (key == p.option) return true;
+    }
+    return false;
+}
+
+namespace {
+
+std::string closest(std::string_view key, const std::vector<std::string> &keys) {
     std::string best;
     std::size_t best_d = std::max<std::size_t>(2, key.size() / 3) + 1;
     for (const std::string &k : keys) {
@@ -285,6 +293,27 @@ std::string suggest_key(std::string_view key) {
         }
     }
     return best;
+}
+
+std::vector<std::string> option_keys() {
+    std::vector<std::string> keys(std::begin(kFrontendKeys), std::end(kFrontendKeys));
+    for (const ParamSpec &p : kParams) keys.emplace_back(p.option);
+    return keys;
+}
+
+}  // namespace
+
+std::string suggest_key(std::string_view key) {
+    std::vector<std::string> keys = option_keys();
+    for (const Field &f : record_fields()) keys.emplace_back(f.name);
+    return closest(key, keys);
+}
+
+std::string suggest_option(std::string_view key, const std::vector<std::string> &extra,
+                           bool settings) {
+    std::vector<std::string> keys = settings ? option_keys() : std::vector<std::string>{};
+    keys.insert(keys.end(), extra.begin(), extra.end());
+    return closest(key, keys);
 }
 
 std::string setting_option_help() {
@@ -302,10 +331,9 @@ std::string format_settings(const Settings &s) {
     std::ostringstream out;
     out << format_record(s.cfg);
     out << "ref-delay = "
-        << (s.fe.delay == FrontendSettings::Delay::Off
-                ? std::string("off")
-                : s.fe.delay == FrontendSettings::Delay::Auto ? std::string("auto")
-                                                              : std::to_string(s.fe.delay_ms))
+        << (s.fe.delay == FrontendSettings::Delay::Off    ? std::string("off")
+            : s.fe.delay == FrontendSettings::Delay::Auto ? std::string("auto")
+                                                          : std::to_string(s.fe.delay_ms))
         << "\ndc-block = " << (s.fe.dc_block ? "on" : "off")
         << "\ndrift = " << (s.fe.drift ? "auto" : "off") << "\n";
     return out.str();

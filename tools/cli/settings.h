@@ -40,8 +40,9 @@ struct SettingText {
 };
 
 // True when `key` names a setting (option name without dashes, or a field name with an optional
-// [index]).
+// [index]); is_option_key only for the option names.
 bool is_setting_key(std::string_view key);
+bool is_option_key(std::string_view key);
 
 // The canonical name of a key: the record field (with its index) or the front-end option, so that
 // "suppression-level" and "u8NlpLevel" are recognised as the same setting.
@@ -51,8 +52,11 @@ std::string canonical_key(std::string_view key);
 // the option's allowed values and the value given. Returns a warning to print, or "".
 std::string apply_setting(Settings &s, const SettingText &given);
 
-// The closest known key to a mistyped one ("" when nothing is close).
+// The closest known key to a mistyped one ("" when nothing is close): among every key, or among
+// `extra` (a command's own options, without dashes) and, with `settings`, the option names.
 std::string suggest_key(std::string_view key);
+std::string suggest_option(std::string_view key, const std::vector<std::string> &extra,
+                           bool settings);
 
 // Help lines of the parameter and front-end options.
 std::string setting_option_help();

@@ -64,7 +64,8 @@ EchoReduction echo_reduction(const std::vector<TraceRow> &rows, std::span<const 
     const std::size_t n = rows.size();
     if (n < 2) return result;
     const std::size_t l = rate == 8000 ? 64 : 128;
-    const auto lag = static_cast<std::ptrdiff_t>(std::lround(std::max(0.0, delay_ms) * rate / 1000));
+    const auto lag =
+        static_cast<std::ptrdiff_t>(std::lround(std::max(0.0, delay_ms) * rate / 1000));
     // Block powers of the raw microphone and of the reference where its echo arrives.
     std::vector<double> mp(n, 0.0), rp(n, 0.0);
     for (std::size_t k = 0; k < n; ++k) {
@@ -109,7 +110,8 @@ EchoReduction echo_reduction(const std::vector<TraceRow> &rows, std::span<const 
         if (rows[k].far_active) settled_inc.push_back(inc[k]);
     }
     const double coherent =
-        settled_inc.empty() ? 2.0 : percentile(settled_inc, kIncoherenceQuantile) + kIncoherenceMargin;
+        settled_inc.empty() ? 2.0
+                            : percentile(settled_inc, kIncoherenceQuantile) + kIncoherenceMargin;
 
     // Microphone over output power of the blocks that count, from block `from` on.
     const auto reduction = [&](std::size_t from, double &db, int &blocks) {
@@ -152,22 +154,26 @@ std::string format_summary(const RunFigures &f) {
         std::snprintf(line, sizeof line, "processing time  %.3f s\n", f.seconds);
     }
     s += line;
-    std::snprintf(line, sizeof line, "levels           mic %.1f dBFS, reference %.1f dBFS, output %.1f dBFS\n",
+    std::snprintf(line, sizeof line,
+                  "levels           mic %.1f dBFS, reference %.1f dBFS, output %.1f dBFS\n",
                   f.mic_db, f.ref_db, f.out_db);
     s += line;
     if (f.erle.blocks > 0) {
-        std::snprintf(line, sizeof line, "echo reduction   %.1f dB over %.1f s where only the far end talks\n",
+        std::snprintf(line, sizeof line,
+                      "echo reduction   %.1f dB over %.1f s where only the far end talks\n",
                       f.erle.db, f.erle.blocks * f.block_seconds);
         s += line;
         if (f.erle.settled_blocks == 0) {
             line[0] = '\0';
         } else {
-            std::snprintf(line, sizeof line,
-                          "                 %.1f dB from %.1f s on, once the delay line had settled\n",
-                          f.erle.settled_db, f.erle.settled_from_s);
+            std::snprintf(
+                line, sizeof line,
+                "                 %.1f dB from %.1f s on, once the delay line had settled\n",
+                f.erle.settled_db, f.erle.settled_from_s);
         }
     } else {
-        std::snprintf(line, sizeof line, "echo reduction   n/a (less than 0.2 s where only the far end talks)\n");
+        std::snprintf(line, sizeof line,
+                      "echo reduction   n/a (less than 0.2 s where only the far end talks)\n");
     }
     s += line;
     if (f.fe.present) {
@@ -188,7 +194,9 @@ std::string format_summary(const RunFigures &f) {
 
 std::string summary_json(const RunFigures &f) {
     JsonObject j;
-    j.num("duration_s", f.duration, 3).integer("frames", f.frames).num("processing_s", f.seconds, 3);
+    j.num("duration_s", f.duration, 3)
+        .integer("frames", f.frames)
+        .num("processing_s", f.seconds, 3);
     if (f.duration >= kMinAudioForSpeed && f.seconds > 0) {
         j.num("real_time_factor", f.seconds / f.duration, 5);
     } else {

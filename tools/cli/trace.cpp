@@ -127,13 +127,13 @@ std::string trace_csv(const std::vector<TraceRow> &rows) {
         "mic_dbfs,out_dbfs,est_delay_ms,applied_delay_ms,delay_confidence\n";
     char line[400];
     for (const TraceRow &r : rows) {
-        std::snprintf(line, sizeof line,
-                      "%.3f,%.1f,%.1f,%d,%d,%d,%d,%d,%d,%.3f,%.4f,%.4f,%d,%d,%d,%.1f,%.1f,%.1f,%.1f,%.3f\n",
-                      r.time,
-                      r.near_db, r.far_db, r.near_active, r.far_active, r.delay, r.echo_state,
-                      r.near_state, r.diverged, r.overdrive, r.band_gain, r.incoherence,
-                      r.comfort_noise, r.pass_through, r.mute, r.mic_db, r.out_db, r.est_delay_ms,
-                      r.applied_delay_ms, r.delay_confidence);
+        std::snprintf(
+            line, sizeof line,
+            "%.3f,%.1f,%.1f,%d,%d,%d,%d,%d,%d,%.3f,%.4f,%.4f,%d,%d,%d,%.1f,%.1f,%.1f,%.1f,%.3f\n",
+            r.time, r.near_db, r.far_db, r.near_active, r.far_active, r.delay, r.echo_state,
+            r.near_state, r.diverged, r.overdrive, r.band_gain, r.incoherence, r.comfort_noise,
+            r.pass_through, r.mute, r.mic_db, r.out_db, r.est_delay_ms, r.applied_delay_ms,
+            r.delay_confidence);
         s += line;
     }
     return s;
