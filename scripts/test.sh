@@ -131,7 +131,7 @@ run_fuzz() {
     -DSONVEL_BUILD_FUZZ=ON -DSONVEL_BUILD_TESTS=OFF || fail fuzz configure $t0
   echo "== [fuzz] build"
   cmake --build "$dir" --target fuzz || fail fuzz build $t0
-  for target in params apply host spectral; do
+  for target in params apply host spectral stream; do
     echo "== [fuzz] fuzz_$target for ${seconds}s"
     work=$(mktemp -d)
     mkdir "$work/corpus"

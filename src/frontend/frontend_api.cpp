@@ -86,21 +86,22 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_FrontendProcess(void *hFe, const int16_
         return SONVEL_AEC_ERR_FE_NULL;
     }
     const int n = fe->frameLen;
-    // Inputs are copied first, so an output may alias its own input.
-    high_pass(fe->hpNear, fe->poleQ15, ps16Near, fe->nearHp, n);
-    high_pass(fe->hpFar, fe->poleQ15, ps16Far, fe->farHp, n);
-    const bool dc = fe->cfg.u8DcBlock != 0;
-    const int16_t *farIn = dc ? fe->farHp : ps16Far;
-    int16_t farTmp[kMaxFrame];
-    std::memcpy(farTmp, farIn, static_cast<size_t>(n) * sizeof(int16_t));
-    int16_t nearTmp[kMaxFrame];
-    std::memcpy(nearTmp, dc ? fe->nearHp : ps16Near, static_cast<size_t>(n) * sizeof(int16_t));
-
-    const bool searched = delay_estimator_frame(fe->est, fe->nearHp, fe->farHp, n);
+    // The estimator and the meters read the raw inputs before any output is written, so an
+    // output may alias its own input.
+    dc_meter_frame(fe->hpNear, ps16Near, n);
+    dc_meter_frame(fe->hpFar, ps16Far, n);
+    const bool searched = delay_estimator_frame(fe->est, ps16Near, ps16Far, n);
     ++fe->frames;
     alignment_after_frame(*fe, searched);
-    delay_line_process(fe->line, farTmp, ps16FarOut, n, fe->align.applied);
-    std::memcpy(ps16NearOut, nearTmp, static_cast<size_t>(n) * sizeof(int16_t));
+    if (fe->cfg.u8DcBlock != 0) {
+        high_pass(fe->hpNear, fe->poleQ15, ps16Near, fe->nearHp, n);
+        high_pass(fe->hpFar, fe->poleQ15, ps16Far, fe->farHp, n);
+        delay_line_process(fe->line, fe->farHp, ps16FarOut, n, fe->align.applied);
+        std::memcpy(ps16NearOut, fe->nearHp, static_cast<size_t>(n) * sizeof(int16_t));
+    } else {
+        delay_line_process(fe->line, ps16Far, ps16FarOut, n, fe->align.applied);
+        if (ps16NearOut != ps16Near) std::memcpy(ps16NearOut, ps16Near, static_cast<size_t>(n) * sizeof(int16_t));
+    }
     if (pu8StartPart != nullptr && fe->cfg.u8DelayMode == SONVEL_AEC_DELAY_AUTO) {
         *pu8StartPart = fe->align.startPart;
     }

@@ -50,3 +50,6 @@ void alignment_set_mode(FrontendState &fe, const AecFrontendCfg &next);
 void alignment_after_frame(FrontendState &fe, bool searched);
 
 }  // namespace sonvel::frontend
+
+// The caller's block need only be 8-byte aligned.
+static_assert(alignof(sonvel::frontend::FrontendState) <= 8, "front-end state must fit an 8-byte aligned block");

@@ -29,3 +29,5 @@ struct StreamState {
 };
 
 }  // namespace sonvel::stream
+
+static_assert(alignof(sonvel::stream::StreamState) <= 8, "stream state must fit an 8-byte aligned block");

@@ -19,6 +19,7 @@ double reduction(const Recording &r, const StreamRun &run, double fromS, double 
 
 TEST(Alignment, AutoCancelsAsWellAsTheTrueDelay) {
     for (int rate : {16000, 8000}) {
+        if (slow_target() && rate == 8000) continue;  // emulated and sanitised runs: 16000 Hz
         Scenario sc;
         sc.rate = rate;
         sc.seconds = 12;
@@ -43,6 +44,7 @@ TEST(Alignment, AutoCancelsAsWellAsTheTrueDelay) {
 
 TEST(Alignment, DcBlockRecoversAMicrophoneOffset) {
     for (int rate : {16000, 8000}) {
+        if (slow_target() && rate == 8000) continue;
         Scenario sc;
         sc.rate = rate;
         sc.seconds = 10;
