@@ -26,6 +26,7 @@ constexpr std::size_t kIncoherenceWindow = 63;
 constexpr double kIncoherenceQuantile = 25.0;
 constexpr double kIncoherenceMargin = 0.05;
 constexpr std::size_t kReconvergeBlocks = 250;  // 2 s for the filter after a delay-line move
+constexpr double kDelayJumpMs = 1.0;  // smaller steps (following a drift) leave the filter as it is
 
 // Centred moving mean over `w` (odd) values, the missing ones at the edges counted as zero.
 std::vector<double> moving_mean(const std::vector<double> &x, std::size_t w) {
@@ -100,7 +101,7 @@ EchoReduction echo_reduction(const std::vector<TraceRow> &rows, std::span<const 
     // canceller's coherence is no guide.
     std::size_t settled = 0;
     for (std::size_t k = 1; k < n; ++k) {
-        if (rows[k].applied_delay_ms != rows[k - 1].applied_delay_ms)
+        if (std::fabs(rows[k].applied_delay_ms - rows[k - 1].applied_delay_ms) >= kDelayJumpMs)
             settled = std::min(n, k + kReconvergeBlocks);
     }
     std::vector<double> inc(n), settled_inc;
