@@ -35,8 +35,10 @@ Run build_settings(const ProcessOptions &o, const std::vector<SettingText> &file
     Run r;
     r.settings.cfg = host ? host_builtin_record(rate) : library_defaults(rate);
     r.host_values = host && file.empty() && o.settings.empty();
-    std::vector<std::string> ignored;
     for (const SettingText &t : file) apply_setting(r.settings, t);
+    if (host && r.settings.fe.active())
+        throw Error(o.config +
+                    ": the front end (ref-delay, dc-block, drift) runs with --api core only");
     r.settings.cfg.u8SampleRate = rate == 8000 ? 0 : 1;
     check_record(r.settings.cfg);
     for (const SettingText &t : o.settings) apply_setting(r.settings, t);
@@ -46,11 +48,6 @@ Run build_settings(const ProcessOptions &o, const std::vector<SettingText> &file
         throw;
     } catch (const Error &e) {
         throw UsageError(e.what());
-    }
-    if (host && r.settings.fe.active()) {
-        throw UsageError(
-            "the front end (--ref-delay, --dc-block, --drift) runs with --api core "
-            "only");
     }
     if (host && (r.settings.cfg.u8StartPart != 0 || r.settings.cfg.u8HighFreqMode != 0)) {
         std::cerr << "sonvel-aec: warning: the host plug-in always uses u8StartPart 0 and "
@@ -68,6 +65,9 @@ void check_option_settings(const ProcessOptions &o) {
     for (const SettingText &t : o.settings) {
         if (const std::string w = apply_setting(scratch, t); !w.empty()) warnings.push_back(w);
     }
+    if (o.api == Api::Host && scratch.fe.active())
+        throw UsageError(
+            "the front end (--ref-delay, --dc-block, --drift) runs with --api core only");
     print_warnings(warnings);
 }
 
@@ -162,8 +162,8 @@ int process_command(const std::vector<std::string> &args) {
     f.fe = result.fe;
     f.hints = run_hints(run.settings, in, probe);
     for (const std::string &h : f.hints) std::cerr << "sonvel-aec: hint: " << h << "\n";
-    // With the audio on standard output, the summary goes to standard error.
-    std::ostream &report = o.out == "-" ? std::cerr : std::cout;
+    // With the audio or the trace on standard output, the summary goes to standard error.
+    std::ostream &report = o.out == "-" || o.trace == "-" ? std::cerr : std::cout;
     if (o.json) {
         report << summary_json(f);
     } else if (!o.quiet) {
