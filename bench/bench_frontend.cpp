@@ -24,7 +24,8 @@ struct Conversation {
         const int n = 4 * rate, bulk = rate * 120 / 1000;
         far.resize(n);
         near.resize(n);
-        for (int i = 0; i < n; ++i) far[i] = bench::clip16(((i / (rate / 4)) % 4 != 3 ? 3000.0 : 10.0) * g(rng));
+        for (int i = 0; i < n; ++i)
+            far[i] = bench::clip16(((i / (rate / 4)) % 4 != 3 ? 3000.0 : 10.0) * g(rng));
         for (int i = 0; i < n; ++i) {
             double e = 100.0 * g(rng) + 200.0;
             if (i >= bulk) e += 0.5 * far[i - bulk];
@@ -59,7 +60,8 @@ void BM_FrontendFrame(benchmark::State &state) {
     size_t k = 0;
     for (auto _ : state) {
         uint8_t part = 0;
-        Sonvel_AEC_FrontendProcess(h, &c.near[k * f], &c.far[k * f], nearOut.data(), farOut.data(), &part);
+        Sonvel_AEC_FrontendProcess(h, &c.near[k * f], &c.far[k * f], nearOut.data(), farOut.data(),
+                                   &part);
         benchmark::DoNotOptimize(farOut.data());
         k = k + 1 == frames ? 0 : k + 1;
     }
@@ -83,13 +85,22 @@ void BM_StreamFrame(benchmark::State &state) {
     std::vector<int16_t> out(f);
     size_t k = 0;
     for (auto _ : state) {
-        Sonvel_AEC_StreamProcess(h, &c.near[k * f], &c.far[k * f], out.data(), static_cast<uint32_t>(f));
+        Sonvel_AEC_StreamProcess(h, &c.near[k * f], &c.far[k * f], out.data(),
+                                 static_cast<uint32_t>(f));
         benchmark::DoNotOptimize(out.data());
         k = k + 1 == frames ? 0 : k + 1;
     }
 }
 
-BENCHMARK(BM_FrontendFrame)->Name("FrontendFrame")->Arg(8000)->Arg(16000)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_StreamFrame)->Name("StreamFrame")->Arg(8000)->Arg(16000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_FrontendFrame)
+    ->Name("FrontendFrame")
+    ->Arg(8000)
+    ->Arg(16000)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_StreamFrame)
+    ->Name("StreamFrame")
+    ->Arg(8000)
+    ->Arg(16000)
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace

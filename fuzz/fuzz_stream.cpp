@@ -49,10 +49,12 @@ void check_estimate(void *h, uint32_t rate, uint32_t frames) {
     fuzz::expect(e.u32LatencySamples == 2 * f + (rate == 16000 ? 128u : 64u), "latency");
     fuzz::expect(e.u32Frames == frames, "frame count");
     fuzz::expect(e.s32DelayApplied >= 0 &&
-                     e.s32DelayApplied <= static_cast<int32_t>(SONVEL_AEC_FRONTEND_MAX_DELAY_MS * rate / 1000),
+                     e.s32DelayApplied <=
+                         static_cast<int32_t>(SONVEL_AEC_FRONTEND_MAX_DELAY_MS * rate / 1000),
                  "applied delay out of range");
-    fuzz::expect(e.s32DelayEstimate >= -1 && e.s32DelayEstimate <= static_cast<int32_t>(rate * 420 / 1000),
-                 "estimate out of range");
+    fuzz::expect(
+        e.s32DelayEstimate >= -1 && e.s32DelayEstimate <= static_cast<int32_t>(rate * 420 / 1000),
+        "estimate out of range");
     fuzz::expect(e.s16Confidence >= 0, "negative confidence");
     fuzz::expect(e.u8StartPart <= 6, "start partition out of range");
 }
@@ -86,15 +88,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 const AecFrontendCfg next = any_fe(in);
                 const std::vector<uint8_t> before = snapshot(block.data(), bytes);
                 const int32_t r = Sonvel_AEC_StreamSetFrontend(h, &next);
-                fuzz::expect(r == expected_fe_code(next), "front-end change and validation disagree");
-                if (r != SONVEL_AEC_OK) fuzz::expect(snapshot(block.data(), bytes) == before, "refused change wrote");
+                fuzz::expect(r == expected_fe_code(next),
+                             "front-end change and validation disagree");
+                if (r != SONVEL_AEC_OK)
+                    fuzz::expect(snapshot(block.data(), bytes) == before, "refused change wrote");
                 break;
             }
             case 6: {  // core record change
                 const AecCfg next = fuzz::valid_record(in, rateByte);
-                fuzz::expect(Sonvel_AEC_StreamSetParams(h, &next) == SONVEL_AEC_OK, "valid record refused");
+                fuzz::expect(Sonvel_AEC_StreamSetParams(h, &next) == SONVEL_AEC_OK,
+                             "valid record refused");
                 AecCfg back{};
-                fuzz::expect(Sonvel_AEC_StreamGetParams(h, &back) == SONVEL_AEC_OK, "read-back refused");
+                fuzz::expect(Sonvel_AEC_StreamGetParams(h, &back) == SONVEL_AEC_OK,
+                             "read-back refused");
                 AecCfg want = fuzz::read_back_form(next);
                 want.u8StartPart = back.u8StartPart;  // the automatic mode may choose it
                 fuzz::expect(fuzz::same_record(back, want), "record not applied");
@@ -110,8 +116,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                                                            which == 1 ? nullptr : a.data(),
                                                            which == 2 ? nullptr : out.data(), n);
                 fuzz::expect(r == SONVEL_AEC_ERR_FE_NULL, "null buffer accepted");
-                fuzz::expect(snapshot(block.data(), bytes) == before, "refused call wrote to the stream");
-                for (uint32_t i = 0; i < n; ++i) fuzz::expect(out[i] == 0x5A5A, "refused call wrote output");
+                fuzz::expect(snapshot(block.data(), bytes) == before,
+                             "refused call wrote to the stream");
+                for (uint32_t i = 0; i < n; ++i)
+                    fuzz::expect(out[i] == 0x5A5A, "refused call wrote output");
                 break;
             }
             default: {  // a run of samples
@@ -123,7 +131,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 fuzz::ExactBuffer<int16_t> nearv(n), farv(n), out(n);
                 nearSrc.fill(in, nearv.data(), n);
                 farSrc.fill(in, farv.data(), n);
-                fuzz::expect(Sonvel_AEC_StreamProcess(h, nearv.data(), farv.data(), out.data(), n) == SONVEL_AEC_OK,
+                fuzz::expect(Sonvel_AEC_StreamProcess(h, nearv.data(), farv.data(), out.data(),
+                                                      n) == SONVEL_AEC_OK,
                              "samples refused");
                 taken += n;
                 break;

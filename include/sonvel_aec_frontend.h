@@ -13,7 +13,10 @@
  *
  * The streaming layer joins the front end, the core and a sample FIFO, so that a host may hand
  * any number of samples per call. It returns as many samples as it is given; its output lags its
- * input by Sonvel_AEC_StreamGetEstimate's u32LatencySamples.
+ * input by Sonvel_AEC_StreamGetEstimate's u32LatencySamples = 2 F + B: one frame F of FIFO
+ * priming (the first F output samples are zeros) plus the core's own frame and 8 ms block B,
+ * i.e. 224 samples at 8000 Hz and 448 at 16000 Hz (28 ms). The front end adds no lag to the
+ * microphone path.
  *
  * Both follow the core's rules: the caller owns the memory (ask for its size), nothing is
  * allocated, there is no global writable data and no pointer is kept beyond a call. The
@@ -80,7 +83,8 @@ enum {
 
 /* Size in bytes of a front-end instance (any rate). */
 SONVEL_API int32_t Sonvel_AEC_FrontendGetSize(uint32_t *pu32Size);
-/* Initialises a front end in pMem (8-byte aligned) for u32SampleRate (8000 or 16000 Hz). */
+/* Initialises a front end in pMem (8-byte aligned) for u32SampleRate (8000 or 16000 Hz); a null
+ * pstCfg means every function off. */
 SONVEL_API int32_t Sonvel_AEC_FrontendInit(void **phFe, void *pMem, uint32_t u32MemSize,
                                            uint32_t u32SampleRate, const AecFrontendCfg *pstCfg);
 /* Changes the front-end record of a live instance (the estimates are kept). */
@@ -90,7 +94,8 @@ SONVEL_API int32_t Sonvel_AEC_FrontendSetCfg(void *hFe, const AecFrontendCfg *ps
  * *pu8StartPart receives the start partition the core should run with (the caller applies it
  * with Sonvel_AEC_SetParams when it differs from the current one); in the other modes it is left
  * as it is (the caller's own choice stands). It may be null. The delay estimator and the DC meters
- * run in every mode, so the estimates are there even with the front end off. */
+ * run in every mode, so the estimates are there even with the front end off. An output may be
+ * the same buffer as its own input. */
 SONVEL_API int32_t Sonvel_AEC_FrontendProcess(void *hFe, const int16_t *ps16Near,
                                               const int16_t *ps16Far, int16_t *ps16NearOut,
                                               int16_t *ps16FarOut, uint8_t *pu8StartPart);
@@ -109,7 +114,8 @@ SONVEL_API int32_t Sonvel_AEC_StreamGetSize(uint32_t *pu32Size);
 SONVEL_API int32_t Sonvel_AEC_StreamInit(void **phStream, void *pMem, uint32_t u32MemSize,
                                          const AecCfg *pstCfg, const AecFrontendCfg *pstFe);
 /* Processes u32Samples (0..SONVEL_AEC_STREAM_MAX_SAMPLES) samples of microphone and reference and
- * writes as many output samples. On an error nothing is consumed and nothing is written. */
+ * writes as many output samples. The sample buffers need no particular alignment; with 0 samples
+ * they may be null. On an error nothing is consumed and nothing is written. */
 SONVEL_API int32_t Sonvel_AEC_StreamProcess(void *hStream, const int16_t *ps16Near,
                                             const int16_t *ps16Far, int16_t *ps16Out,
                                             uint32_t u32Samples);

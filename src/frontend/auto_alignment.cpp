@@ -6,10 +6,11 @@
 // Once locked, the alignment moves only when 25 consecutive confident estimates (0.5 s of
 // far-end activity) lie more than 4 ms from the one it follows: a new device or echo path, or a
 // drift that has added up. With drift following on, as soon as the drift line spans 8 s the delay
-// line instead follows the line's current value, one sample per frame at most, so the echo stays
-// put inside the filter's span without jumps; a moved echo path then shows as points off the line,
-// which restart the line (see the drift tracker) and so the locking. Confident estimates also feed the drift tracker,
-// one point per 25 estimates (0.5 s), in every mode.
+// line instead follows the line's current value (with a sample of slack), one sample per frame at
+// most, so the echo stays put inside the filter's span without jumps; a moved echo path then
+// shows as points off the line, which restart the line (see the drift tracker) and so the
+// locking. Confident estimates also feed the drift tracker, one point per 25 estimates (0.5 s),
+// in every mode.
 #include "frontend/frontend_state.h"
 
 namespace sonvel::frontend {
@@ -24,7 +25,9 @@ int32_t ms_to_samples(const FrontendState &fe, int32_t ms) {
     return static_cast<int32_t>(ms * static_cast<int32_t>(fe.rate) / 1000);
 }
 
-int32_t max_delay(const FrontendState &fe) { return ms_to_samples(fe, SONVEL_AEC_FRONTEND_MAX_DELAY_MS); }
+int32_t max_delay(const FrontendState &fe) {
+    return ms_to_samples(fe, SONVEL_AEC_FRONTEND_MAX_DELAY_MS);
+}
 
 int32_t clamp_delay(const FrontendState &fe, int32_t d) {
     if (d < 0) return 0;
@@ -71,7 +74,8 @@ void alignment_after_frame(FrontendState &fe, bool searched) {
     const int32_t estQ8 = delay_estimate_q8(fe.est);
     if (searched && estQ8 >= 0 && fe.est.confidence >= kConfLock) {
         if (--a.blocksToPoint <= 0) {
-            drift_tracker_add(fe.drift, fe.frames - estimate_age_frames(fe.est), estQ8, fe.frameLen, ms_to_samples(fe, 3) * 256);
+            drift_tracker_add(fe.drift, fe.frames - estimate_age_frames(fe.est), estQ8, fe.frameLen,
+                              ms_to_samples(fe, 3) * 256);
             a.blocksToPoint = kBlocksPerPoint;
         }
         const bool following = fe.cfg.u8Drift != 0 && fe.drift.valid;
@@ -90,8 +94,10 @@ void alignment_after_frame(FrontendState &fe, bool searched) {
     if (automatic && a.locked && fe.cfg.u8Drift != 0 && fe.drift.valid) {
         const int32_t lineQ8 = drift_tracker_at(fe.drift, fe.frames);
         const int32_t target = clamp_delay(fe, ((lineQ8 + 128) >> 8) - ms_to_samples(fe, 4));
-        if (target > a.applied) ++a.applied;
-        if (target < a.applied) --a.applied;
+        // A sample of slack: a refitted line that wavers around a sample boundary does not make
+        // the delay line step back and forth.
+        if (target > a.applied + 1) ++a.applied;
+        if (target < a.applied - 1) --a.applied;
         a.lockedEstQ8 = lineQ8;
     }
 }

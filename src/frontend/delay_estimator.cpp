@@ -9,10 +9,10 @@
 // energy of the history, and enters a per-lag average: the mean of the blocks seen at first, then
 // an exponential average over 64 blocks (1.3 s of far-end activity). The same weights average the
 // blocks' times: the peak describes the echo at that time (the centroid), which lags the present
-// when the far end pauses; the drift tracker takes its points at the centroid. Blocks whose reference is
-// quiet (below about -66 dBFS after whitening) leave the average alone, so silence neither drags
-// nor confirms the estimate; near-end speech raises the microphone energy and so weighs the block
-// down.
+// when the far end pauses; the drift tracker takes its points at the centroid. Blocks whose
+// reference is quiet (below about -66 dBFS after whitening) leave the average alone, so silence
+// neither drags nor confirms the estimate; near-end speech raises the microphone energy and so
+// weighs the block down.
 //
 // The cost is bounded per frame: each block's lags are correlated half in one frame and half in
 // the next (416 lags x 40 samples of 16-bit products, summed with SSE2 or NEON where present),
@@ -22,8 +22,8 @@
 // parabola through its neighbours; the previous peak is kept while it is still a local maximum
 // and the largest value is not a quarter higher. The confidence is the smaller of two measures:
 // the peak against the largest value farther than 3 ms away, 2 * (peak - second) / peak, and the
-// peak against the mean |average| over all lags (see search_peak); both capped at 1, and scaled down until
-// 25 active blocks (0.5 s) have been seen.
+// peak against the mean |average| over all lags (see search_peak); both capped at 1, and scaled
+// down until 25 active blocks (0.5 s) have been seen.
 #include "frontend/delay_estimator.h"
 
 #include <cstring>
@@ -39,9 +39,9 @@ namespace sonvel::frontend {
 namespace {
 
 constexpr int32_t kClamp = 4095;
-constexpr int kExclude = 6;               // 3 ms either side of the peak
-constexpr int64_t kQuietRef = 40 * 100;   // block energy of the reference below which it is quiet
-constexpr int64_t kMinNorm = 1 << 12;     // smallest normalisation accepted (bounds invNorm)
+constexpr int kExclude = 6;              // 3 ms either side of the peak
+constexpr int64_t kQuietRef = 40 * 100;  // block energy of the reference below which it is quiet
+constexpr int64_t kMinNorm = 1 << 12;    // smallest normalisation accepted (bounds invNorm)
 constexpr uint32_t kFullBlocks = 25;
 constexpr int kAvgShift = 6;
 
@@ -72,12 +72,15 @@ static_assert(kEstBlock == 40, "the vector paths take five groups of eight");
 struct Dot40 {
     __m128i m[5];
     explicit Dot40(const int16_t *mic) {
-        for (int k = 0; k < 5; ++k) m[k] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(mic + 8 * k));
+        for (int k = 0; k < 5; ++k)
+            m[k] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(mic + 8 * k));
     }
     int32_t operator()(const int16_t *r) const {
         __m128i acc = _mm_madd_epi16(m[0], _mm_loadu_si128(reinterpret_cast<const __m128i *>(r)));
         for (int k = 1; k < 5; ++k) {
-            acc = _mm_add_epi32(acc, _mm_madd_epi16(m[k], _mm_loadu_si128(reinterpret_cast<const __m128i *>(r + 8 * k))));
+            acc = _mm_add_epi32(
+                acc, _mm_madd_epi16(m[k],
+                                    _mm_loadu_si128(reinterpret_cast<const __m128i *>(r + 8 * k))));
         }
         acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, 0x4E));
         acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, 0xB1));
@@ -115,7 +118,8 @@ struct Dot40 {
 // The pending block becomes the block under correlation; its normalisation is fixed here.
 void commit_block(DelayEstimator &e) {
     int64_t leaving = 0;
-    for (int i = kRefHist - kEstBlock; i < kRefHist; ++i) leaving += int32_t{e.refRev[i]} * e.refRev[i];
+    for (int i = kRefHist - kEstBlock; i < kRefHist; ++i)
+        leaving += int32_t{e.refRev[i]} * e.refRev[i];
     std::memmove(e.refRev + kEstBlock, e.refRev, (kRefHist - kEstBlock) * sizeof(int16_t));
     int64_t newRef = 0, mic = 0;
     for (int i = 0; i < kEstBlock; ++i) {
@@ -150,7 +154,7 @@ void correlate_half(DelayEstimator &e, int first) {
     const Dot40 dot(e.micRev);
     for (int l = first; l < first + kHalfLags; ++l) {
         const int32_t acc = dot(e.refRev + l);  // |acc| <= 40 * 4095^2 < 2^30
-        int64_t c = (acc * inv) >> 32;  // Q12 correlation coefficient
+        int64_t c = (acc * inv) >> 32;          // Q12 correlation coefficient
         if (c > 32767) c = 32767;
         if (c < -32767) c = -32767;
         e.corr[l] += ((static_cast<int32_t>(c) << 4) - e.corr[l]) >> e.avgShift;
@@ -202,7 +206,8 @@ void search_peak(DelayEstimator &e) {
     }
     const int32_t p = abs32(e.corr[best]);
     const int32_t s1 = max_abs(e.corr, 0, best - kExclude > 0 ? best - kExclude : 0);
-    const int32_t s2 = max_abs(e.corr, best + kExclude + 1 < kLags ? best + kExclude + 1 : kLags, kLags);
+    const int32_t s2 =
+        max_abs(e.corr, best + kExclude + 1 < kLags ? best + kExclude + 1 : kLags, kLags);
     const int32_t s = s1 > s2 ? s1 : s2;
     int32_t frac = 0;  // Q8
     if (best > 0 && best < kLags - 1) {

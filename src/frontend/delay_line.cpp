@@ -11,13 +11,15 @@ namespace {
 
 // Copies n samples between the ring (from index at, wrapping) and a linear buffer.
 void ring_write(int16_t *ring, uint32_t at, const int16_t *src, int n) {
-    const uint32_t first = static_cast<uint32_t>(kLineLen) - at < static_cast<uint32_t>(n) ? kLineLen - at : n;
+    const uint32_t first =
+        static_cast<uint32_t>(kLineLen) - at < static_cast<uint32_t>(n) ? kLineLen - at : n;
     std::memcpy(ring + at, src, first * sizeof(int16_t));
     std::memcpy(ring, src + first, (n - first) * sizeof(int16_t));
 }
 
 void ring_read(const int16_t *ring, uint32_t at, int16_t *dst, int n) {
-    const uint32_t first = static_cast<uint32_t>(kLineLen) - at < static_cast<uint32_t>(n) ? kLineLen - at : n;
+    const uint32_t first =
+        static_cast<uint32_t>(kLineLen) - at < static_cast<uint32_t>(n) ? kLineLen - at : n;
     std::memcpy(dst, ring + at, first * sizeof(int16_t));
     std::memcpy(dst + first, ring, (n - first) * sizeof(int16_t));
 }

@@ -9,14 +9,14 @@ namespace sonvel::frontend {
 inline constexpr int kDriftPoints = 64;
 
 struct DriftTracker {
-    uint32_t t[kDriftPoints];   // frame index of each point
-    int32_t d[kDriftPoints];    // delay estimate, samples Q8
+    uint32_t t[kDriftPoints];  // frame index of each point
+    int32_t d[kDriftPoints];   // delay estimate, samples Q8
     int32_t count, next;
-    int32_t strays;             // consecutive points far off the line
-    int32_t ppm;                // last slope, ppm (0 until the span is long enough)
-    int32_t valid;              // non-zero when ppm and the line are usable
-    int64_t lineQ8At0;          // the line's value at frame t0, Q8 samples
-    int64_t slopeNum, slopeDen; // slope in Q8 samples per frame = num / den
+    int32_t strays;              // consecutive points far off the line
+    int32_t ppm;                 // last slope, ppm (0 until the span is long enough)
+    int32_t valid;               // non-zero when ppm and the line are usable
+    int64_t lineQ8At0;           // the line's value at frame t0, Q8 samples
+    int64_t slopeNum, slopeDen;  // slope in Q8 samples per frame = num / den
     uint32_t t0;
 };
 

@@ -82,7 +82,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_FrontendProcess(void *hFe, const int16_
     if (hFe == nullptr) return SONVEL_AEC_ERR_FE_NULL;
     FrontendState *fe = live_frontend(hFe);
     if (fe == nullptr) return SONVEL_AEC_ERR_FE_NOT_INITIALISED;
-    if (ps16Near == nullptr || ps16Far == nullptr || ps16NearOut == nullptr || ps16FarOut == nullptr) {
+    if (ps16Near == nullptr || ps16Far == nullptr || ps16NearOut == nullptr ||
+        ps16FarOut == nullptr) {
         return SONVEL_AEC_ERR_FE_NULL;
     }
     const int n = fe->frameLen;
@@ -100,7 +101,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_FrontendProcess(void *hFe, const int16_
         std::memcpy(ps16NearOut, fe->nearHp, static_cast<size_t>(n) * sizeof(int16_t));
     } else {
         delay_line_process(fe->line, ps16Far, ps16FarOut, n, fe->align.applied);
-        if (ps16NearOut != ps16Near) std::memcpy(ps16NearOut, ps16Near, static_cast<size_t>(n) * sizeof(int16_t));
+        if (ps16NearOut != ps16Near)
+            std::memcpy(ps16NearOut, ps16Near, static_cast<size_t>(n) * sizeof(int16_t));
     }
     if (pu8StartPart != nullptr && fe->cfg.u8DelayMode == SONVEL_AEC_DELAY_AUTO) {
         *pu8StartPart = fe->align.startPart;

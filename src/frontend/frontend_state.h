@@ -52,4 +52,5 @@ void alignment_after_frame(FrontendState &fe, bool searched);
 }  // namespace sonvel::frontend
 
 // The caller's block need only be 8-byte aligned.
-static_assert(alignof(sonvel::frontend::FrontendState) <= 8, "front-end state must fit an 8-byte aligned block");
+static_assert(alignof(sonvel::frontend::FrontendState) <= 8,
+              "front-end state must fit an 8-byte aligned block");

@@ -33,7 +33,8 @@ StreamState *live_stream(void *h) {
 // The start partition the core should run with: the front end's in automatic mode, the
 // caller's otherwise.
 uint8_t wanted_start_part(const StreamState &s) {
-    return s.fe.cfg.u8DelayMode == SONVEL_AEC_DELAY_AUTO ? s.fe.align.startPart : s.userCfg.u8StartPart;
+    return s.fe.cfg.u8DelayMode == SONVEL_AEC_DELAY_AUTO ? s.fe.align.startPart
+                                                         : s.userCfg.u8StartPart;
 }
 
 int32_t apply_start_part(StreamState &s, uint8_t part) {
@@ -62,8 +63,9 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_StreamGetSize(uint32_t *pu32Size) {
     return SONVEL_AEC_OK;
 }
 
-extern "C" SONVEL_API int32_t Sonvel_AEC_StreamInit(void **phStream, void *pMem, uint32_t u32MemSize,
-                                                    const AecCfg *pstCfg, const AecFrontendCfg *pstFe) {
+extern "C" SONVEL_API int32_t Sonvel_AEC_StreamInit(void **phStream, void *pMem,
+                                                    uint32_t u32MemSize, const AecCfg *pstCfg,
+                                                    const AecFrontendCfg *pstFe) {
     if (phStream == nullptr || pMem == nullptr || pstCfg == nullptr) return SONVEL_AEC_ERR_FE_NULL;
     if (!aligned8(pMem)) return SONVEL_AEC_ERR_FE_MEM_ALIGN;
     if (u32MemSize < sizeof(StreamState)) return SONVEL_AEC_ERR_FE_MEM_SIZE;
@@ -97,7 +99,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_StreamProcess(void *hStream, const int1
     if (s == nullptr) return SONVEL_AEC_ERR_FE_NOT_INITIALISED;
     if (u32Samples > SONVEL_AEC_STREAM_MAX_SAMPLES) return SONVEL_AEC_ERR_STREAM_COUNT;
     if (u32Samples == 0) return SONVEL_AEC_OK;
-    if (ps16Near == nullptr || ps16Far == nullptr || ps16Out == nullptr) return SONVEL_AEC_ERR_FE_NULL;
+    if (ps16Near == nullptr || ps16Far == nullptr || ps16Out == nullptr)
+        return SONVEL_AEC_ERR_FE_NULL;
     // Byte copies: the caller's sample buffers need no particular alignment.
     const auto *nearBytes = reinterpret_cast<const uint8_t *>(ps16Near);
     const auto *farBytes = reinterpret_cast<const uint8_t *>(ps16Far);
@@ -129,7 +132,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_StreamSetParams(void *hStream, const Ae
     if (r != SONVEL_AEC_OK) return r;
     if (pstCfg->u8SampleRate != s->userCfg.u8SampleRate) return SONVEL_AEC_ERR_CFG_SAMPLE_RATE;
     AecCfg run = *pstCfg;
-    run.u8StartPart = s->fe.cfg.u8DelayMode == SONVEL_AEC_DELAY_AUTO ? s->runStartPart : pstCfg->u8StartPart;
+    run.u8StartPart =
+        s->fe.cfg.u8DelayMode == SONVEL_AEC_DELAY_AUTO ? s->runStartPart : pstCfg->u8StartPart;
     r = Sonvel_AEC_SetParams(s->core, &run);
     if (r != SONVEL_AEC_OK) return r;
     s->userCfg = *pstCfg;
@@ -144,7 +148,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_StreamGetParams(const void *hStream, Ae
     return Sonvel_AEC_GetParams(s->core, pstCfg);
 }
 
-extern "C" SONVEL_API int32_t Sonvel_AEC_StreamSetFrontend(void *hStream, const AecFrontendCfg *pstFe) {
+extern "C" SONVEL_API int32_t Sonvel_AEC_StreamSetFrontend(void *hStream,
+                                                           const AecFrontendCfg *pstFe) {
     if (hStream == nullptr) return SONVEL_AEC_ERR_FE_NULL;
     StreamState *s = live_stream(hStream);
     if (s == nullptr) return SONVEL_AEC_ERR_FE_NOT_INITIALISED;

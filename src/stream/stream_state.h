@@ -15,10 +15,10 @@ inline constexpr int kMaxFrame = 160;
 struct StreamState {
     uint32_t magic;
     int32_t frameLen;
-    int32_t pos;            // samples of the current frame already taken (and given out)
-    uint32_t latency;       // output lag behind the input, samples
-    AecCfg userCfg;         // the caller's core record
-    uint8_t runStartPart;   // the start partition the core runs with
+    int32_t pos;           // samples of the current frame already taken (and given out)
+    uint32_t latency;      // output lag behind the input, samples
+    AecCfg userCfg;        // the caller's core record
+    uint8_t runStartPart;  // the start partition the core runs with
     alignas(8) int16_t inNear[kMaxFrame];
     alignas(8) int16_t inFar[kMaxFrame];
     alignas(8) int16_t out[kMaxFrame];
@@ -30,4 +30,5 @@ struct StreamState {
 
 }  // namespace sonvel::stream
 
-static_assert(alignof(sonvel::stream::StreamState) <= 8, "stream state must fit an 8-byte aligned block");
+static_assert(alignof(sonvel::stream::StreamState) <= 8,
+              "stream state must fit an 8-byte aligned block");

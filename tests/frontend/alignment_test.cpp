@@ -33,7 +33,9 @@ TEST(Alignment, AutoCancelsAsWellAsTheTrueDelay) {
                      o = reduction(r, off, 4, 12, rate);
         RecordProperty("erle_" + std::to_string(rate), std::to_string(a));
         EXPECT_GE(a, t - 1.5) << rate << " Hz: true delay " << t << " dB, auto " << a << " dB";
-        if (rate == 16000) EXPECT_GE(a, 25.0) << "auto " << a << " dB";
+        if (rate == 16000) {
+            EXPECT_GE(a, 25.0) << "auto " << a << " dB";
+        }
         EXPECT_LT(o, a - 10.0) << "without alignment " << o << " dB";
         EXPECT_EQ(aut.est.back().u8Locked, 1);
         EXPECT_EQ(aut.est.back().u8StartPart, 0);
@@ -56,9 +58,11 @@ TEST(Alignment, DcBlockRecoversAMicrophoneOffset) {
         const StreamRun blocked = run_stream(dc, rate, fe_cfg(SONVEL_AEC_DELAY_FIXED, 60, true));
         const StreamRun unblocked = run_stream(dc, rate, fe_cfg(SONVEL_AEC_DELAY_FIXED, 60));
         // Measured against the clean microphone: the offset itself is not echo.
-        const double base = reduction(clean, ref, 3, 10, rate), b = reduction(clean, blocked, 3, 10, rate),
+        const double base = reduction(clean, ref, 3, 10, rate),
+                     b = reduction(clean, blocked, 3, 10, rate),
                      u = reduction(clean, unblocked, 3, 10, rate);
-        EXPECT_GE(b, base - 2.0) << rate << " Hz: no DC " << base << " dB, DC blocked " << b << " dB";
+        EXPECT_GE(b, base - 2.0) << rate << " Hz: no DC " << base << " dB, DC blocked " << b
+                                 << " dB";
         EXPECT_LT(u, b - 3.0) << rate << " Hz: DC not blocked " << u << " dB";
         // The meter reads the offset on top of what the echo itself carries.
         EXPECT_NEAR(blocked.est.back().s16DcNear - ref.est.back().s16DcNear, sc.dcLsb, 20.0);
@@ -96,13 +100,16 @@ TEST(Alignment, DriftIsReportedAndFollowed) {
             sc.driftPpm = ppm;
             sc.seed = 3;
             const Recording r = make_recording(sc);
-            const StreamRun run = run_stream(r, rate, fe_cfg(SONVEL_AEC_DELAY_AUTO, 0, false, true));
+            const StreamRun run =
+                run_stream(r, rate, fe_cfg(SONVEL_AEC_DELAY_AUTO, 0, false, true));
             EXPECT_NEAR(run.est.back().s32DriftPpm, ppm, 30.0) << rate << " Hz";
-            const double first = reduction(r, run, 3, 13, rate), last = reduction(r, run, 50, 60, rate);
-            EXPECT_GE(last, first - 3.0) << rate << " Hz, " << ppm << " ppm: " << first << " -> " << last;
+            const double first = reduction(r, run, 3, 13, rate),
+                         last = reduction(r, run, 50, 60, rate);
+            EXPECT_GE(last, first - 3.0)
+                << rate << " Hz, " << ppm << " ppm: " << first << " -> " << last;
             // The delay line has followed the echo: its direct sound still 4 ms inside the span.
-            EXPECT_NEAR(run.est.back().s32DelayApplied + 4 * rate / 1000, true_delay(sc, r.nearv.size()),
-                        1.5 * rate / 1000);
+            EXPECT_NEAR(run.est.back().s32DelayApplied + 4 * rate / 1000,
+                        true_delay(sc, r.nearv.size()), 1.5 * rate / 1000);
         }
     }
 }

@@ -30,9 +30,10 @@ TEST(DelayEstimate, WithinTwoMsAfterThreeSecondsOfFarSpeech) {
                 ASSERT_LT(from, run.est.size());
                 const double tol = 2.0 * rate / 1000;
                 for (size_t k = from; k < run.est.size(); ++k) {
-                    const double err = run.est[k].s32DelayEstimate - true_delay(sc, k * (rate / 100.0));
-                    ASSERT_LE(std::abs(err), tol) << rate << " Hz, " << delay << " ms, ERL " << erl
-                                                  << " dB, frame " << k;
+                    const double err =
+                        run.est[k].s32DelayEstimate - true_delay(sc, k * (rate / 100.0));
+                    ASSERT_LE(std::abs(err), tol)
+                        << rate << " Hz, " << delay << " ms, ERL " << erl << " dB, frame " << k;
                 }
                 // Confident enough to lock the automatic mode, at the estimate less 4 ms.
                 EXPECT_EQ(run.est.back().u8Locked, 1) << rate << " Hz, " << delay << " ms";

@@ -17,21 +17,21 @@ namespace fetest {
 struct Scenario {
     int rate = 16000;
     double seconds = 10.0;
-    double delayMs = 120.0;      // bulk delay of the echo's direct sound at the start
-    double driftPpm = 0.0;       // positive: the echo arrives later and later
-    double farDbfs = -22.0;      // far talker's level while speaking
-    double erlDb = 6.0;          // echo this much below the reference
-    double noiseDbfs = -65.0;    // white noise at the microphone
-    double dcLsb = 0.0;          // microphone DC offset
-    bool softClip = false;       // loudspeaker driven into a soft clip
-    double doubleTalk = 0.0;     // share of the far talker's time the near talker also speaks
-    double tailDb = -3.0;        // energy of the room's diffuse tail against the direct sound
+    double delayMs = 120.0;    // bulk delay of the echo's direct sound at the start
+    double driftPpm = 0.0;     // positive: the echo arrives later and later
+    double farDbfs = -22.0;    // far talker's level while speaking
+    double erlDb = 6.0;        // echo this much below the reference
+    double noiseDbfs = -65.0;  // white noise at the microphone
+    double dcLsb = 0.0;        // microphone DC offset
+    bool softClip = false;     // loudspeaker driven into a soft clip
+    double doubleTalk = 0.0;   // share of the far talker's time the near talker also speaks
+    double tailDb = -3.0;      // energy of the room's diffuse tail against the direct sound
     unsigned seed = 1;
 };
 
 struct Recording {
     std::vector<int16_t> nearv, farv;
-    std::vector<uint8_t> farOnly;  // 1 where the far talker speaks and the near talker is silent
+    std::vector<uint8_t> farOnly;    // 1 where the far talker speaks and the near talker is silent
     std::vector<uint8_t> farActive;  // 1 where the far talker speaks
 };
 
@@ -59,7 +59,8 @@ constexpr double kVowels[][3] = {{730, 1090, 2440}, {530, 1840, 2480}, {270, 229
                                  {570, 840, 2410},  {300, 870, 2240},  {660, 1720, 2410}};
 
 // Speech-like signal at unit RMS over its active samples; active[i] marks syllables.
-inline std::vector<double> talker(size_t n, int rate, double f0, unsigned seed, std::vector<uint8_t> &active) {
+inline std::vector<double> talker(size_t n, int rate, double f0, unsigned seed,
+                                  std::vector<uint8_t> &active) {
     std::mt19937 rng(seed);
     std::uniform_real_distribution<double> uni(0.0, 1.0);
     std::normal_distribution<double> gauss(0.0, 1.0);
@@ -174,7 +175,10 @@ inline Recording make_recording(const Scenario &sc) {
     std::vector<double> arriving(n);
     for (size_t i = 0; i < n; ++i) {
         const double pos = static_cast<double>(i) * (1.0 - slope) - delay;
-        arriving[i] = pos < -9 ? 0.0 : (slope == 0.0 && pos == std::floor(pos) ? (pos >= 0 ? played[static_cast<size_t>(pos)] : 0.0) : interpolate(played, pos));
+        arriving[i] = pos < -9 ? 0.0
+                               : (slope == 0.0 && pos == std::floor(pos)
+                                      ? (pos >= 0 ? played[static_cast<size_t>(pos)] : 0.0)
+                                      : interpolate(played, pos));
     }
     const double echoGain = std::pow(10.0, -sc.erlDb / 20.0);
     std::vector<double> echo(n, 0.0);

@@ -21,14 +21,15 @@ public:
         EXPECT_EQ(Sonvel_AEC_FrontendInit(&h_, mem_.data(), size, rate, &cfg), SONVEL_AEC_OK);
     }
     // Runs whole frames; returns the near and far outputs.
-    void run(const std::vector<int16_t> &nearv, const std::vector<int16_t> &farv, std::vector<int16_t> &nearOut,
-             std::vector<int16_t> &farOut) {
+    void run(const std::vector<int16_t> &nearv, const std::vector<int16_t> &farv,
+             std::vector<int16_t> &nearOut, std::vector<int16_t> &farOut) {
         nearOut.assign(nearv.size(), 0);
         farOut.assign(farv.size(), 0);
         for (size_t k = 0; k + frame_ <= nearv.size(); k += frame_) {
             uint8_t part = 77;
-            ASSERT_EQ(Sonvel_AEC_FrontendProcess(h_, &nearv[k], &farv[k], &nearOut[k], &farOut[k], &part),
-                      SONVEL_AEC_OK);
+            ASSERT_EQ(
+                Sonvel_AEC_FrontendProcess(h_, &nearv[k], &farv[k], &nearOut[k], &farOut[k], &part),
+                SONVEL_AEC_OK);
             ASSERT_EQ(part, 77);  // not in automatic mode: the caller's start partition stands
         }
     }
@@ -46,7 +47,9 @@ double gain_db(uint32_t rate, double hz) {
     Frontend fe(rate, cfg);
     const size_t n = rate * 2;
     std::vector<int16_t> x(n), no, fo;
-    for (size_t i = 0; i < n; ++i) x[i] = static_cast<int16_t>(std::lround(10000 * std::sin(2 * std::numbers::pi * hz * i / rate)));
+    for (size_t i = 0; i < n; ++i)
+        x[i] = static_cast<int16_t>(
+            std::lround(10000 * std::sin(2 * std::numbers::pi * hz * i / rate)));
     fe.run(x, x, no, fo);
     double ein = 0, eout = 0;
     for (size_t i = n / 2; i < n; ++i) {
@@ -74,7 +77,8 @@ TEST(DcBlock, OffsetStepIsGoneWithin200Ms) {
         std::vector<int16_t> x(rate, 0), no, fo;
         std::fill(x.begin() + rate / 10, x.end(), 20000);
         fe.run(x, x, no, fo);
-        for (size_t i = rate / 10 + rate / 5; i < rate; ++i) ASSERT_LE(std::abs(no[i]), 1) << rate << " " << i;
+        for (size_t i = rate / 10 + rate / 5; i < rate; ++i)
+            ASSERT_LE(std::abs(no[i]), 1) << rate << " " << i;
         AecFrontendEstimate est{};
         ASSERT_EQ(Sonvel_AEC_FrontendGetEstimate(fe.handle(), &est), SONVEL_AEC_OK);
         EXPECT_GT(est.s16DcNear, 20000 * 0.3);  // the meter is a slow mean: on its way up
@@ -84,7 +88,8 @@ TEST(DcBlock, OffsetStepIsGoneWithin200Ms) {
 
 TEST(DelayLine, FixedDelayIsExactAndTheMicrophoneUntouched) {
     for (uint32_t rate : {8000u, 16000u}) {
-        for (uint16_t ms : {uint16_t{0}, uint16_t{7}, uint16_t{130}, uint16_t{SONVEL_AEC_FRONTEND_MAX_DELAY_MS}}) {
+        for (uint16_t ms : {uint16_t{0}, uint16_t{7}, uint16_t{130},
+                            uint16_t{SONVEL_AEC_FRONTEND_MAX_DELAY_MS}}) {
             AecFrontendCfg cfg{};
             cfg.u8DelayMode = SONVEL_AEC_DELAY_FIXED;
             cfg.u16DelayMs = ms;
@@ -98,7 +103,8 @@ TEST(DelayLine, FixedDelayIsExactAndTheMicrophoneUntouched) {
             fe.run(nearv, farv, no, fo);
             EXPECT_EQ(no, nearv);
             const size_t d = ms * rate / 1000;
-            for (size_t i = 0; i < n; ++i) ASSERT_EQ(fo[i], i >= d ? farv[i - d] : 0) << rate << " " << ms << " " << i;
+            for (size_t i = 0; i < n; ++i)
+                ASSERT_EQ(fo[i], i >= d ? farv[i - d] : 0) << rate << " " << ms << " " << i;
             AecFrontendEstimate est{};
             ASSERT_EQ(Sonvel_AEC_FrontendGetEstimate(fe.handle(), &est), SONVEL_AEC_OK);
             EXPECT_EQ(est.s32DelayApplied, static_cast<int32_t>(d));

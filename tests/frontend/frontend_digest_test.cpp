@@ -18,7 +18,9 @@ namespace {
 constexpr uint64_t kDigest8k = 0x2545101ebc8f6e9bull;
 constexpr uint64_t kDigest16k = 0x7bce1c177e3a45cfull;
 
-int16_t sat16(int64_t v) { return static_cast<int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v)); }
+int16_t sat16(int64_t v) {
+    return static_cast<int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
+}
 
 uint64_t run_rate(int rate) {
     testsupport::Xorshift64 rng(0xFE00 + rate);
@@ -51,7 +53,8 @@ uint64_t run_rate(int rate) {
     EXPECT_EQ(Sonvel_AEC_StreamInit(&h, mem.data(), size, &cfg, &fe), SONVEL_AEC_OK);
     testsupport::Digest d;
     for (int k = 0; k < frames; ++k) {
-        EXPECT_EQ(Sonvel_AEC_StreamProcess(h, &nearv[k * f], &farv[k * f], &out[k * f], f), SONVEL_AEC_OK);
+        EXPECT_EQ(Sonvel_AEC_StreamProcess(h, &nearv[k * f], &farv[k * f], &out[k * f], f),
+                  SONVEL_AEC_OK);
         d.array(&out[k * f], f);
         AecFrontendEstimate e{};
         EXPECT_EQ(Sonvel_AEC_StreamGetEstimate(h, &e), SONVEL_AEC_OK);

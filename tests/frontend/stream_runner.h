@@ -30,7 +30,8 @@ inline StreamRun run_stream(const Recording &r, int rate, const AecFrontendCfg &
     StreamRun run;
     run.out.assign(r.nearv.size(), 0);
     for (size_t k = 0; k + f <= r.nearv.size(); k += f) {
-        EXPECT_EQ(Sonvel_AEC_StreamProcess(h, &r.nearv[k], &r.farv[k], &run.out[k], static_cast<uint32_t>(f)),
+        EXPECT_EQ(Sonvel_AEC_StreamProcess(h, &r.nearv[k], &r.farv[k], &run.out[k],
+                                           static_cast<uint32_t>(f)),
                   SONVEL_AEC_OK);
         AecFrontendEstimate e{};
         EXPECT_EQ(Sonvel_AEC_StreamGetEstimate(h, &e), SONVEL_AEC_OK);

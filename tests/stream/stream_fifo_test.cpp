@@ -54,7 +54,8 @@ public:
         EXPECT_EQ(Sonvel_AEC_StreamGetSize(&size), SONVEL_AEC_OK);
         // An address that is 8- but not 16-byte aligned: the documented requirement, no more.
         mem_.assign(size / 8 + 3, 0);
-        uint64_t *at = mem_.data() + ((reinterpret_cast<uintptr_t>(mem_.data()) & 15u) == 0 ? 1 : 0);
+        uint64_t *at =
+            mem_.data() + ((reinterpret_cast<uintptr_t>(mem_.data()) & 15u) == 0 ? 1 : 0);
         EXPECT_EQ(Sonvel_AEC_StreamInit(&h_, at, size, &cfg, fe), SONVEL_AEC_OK);
     }
     void *handle() { return h_; }
@@ -84,23 +85,80 @@ TEST(StreamFifo, FrontEndOffIsTheCoreForAnyCallSizes) {
             size_t at = 0;
             while (at < s.nearv.size()) {
                 const uint32_t pick = static_cast<uint32_t>(rng.range(0, 9));
-                uint32_t n = pick < 2 ? pick : pick < 6 ? rng.range(2, frame + 3) : rng.range(frame, 5 * frame);
+                uint32_t n = pick < 2   ? pick
+                             : pick < 6 ? rng.range(2, frame + 3)
+                                        : rng.range(frame, 5 * frame);
                 n = std::min<uint32_t>(n, static_cast<uint32_t>(s.nearv.size() - at));
-                ASSERT_EQ(Sonvel_AEC_StreamProcess(st.handle(), &s.nearv[at], &s.farv[at], &got[at], n),
-                          SONVEL_AEC_OK);
+                ASSERT_EQ(
+                    Sonvel_AEC_StreamProcess(st.handle(), &s.nearv[at], &s.farv[at], &got[at], n),
+                    SONVEL_AEC_OK);
                 at += n;
             }
             for (int i = 0; i < frame; ++i) ASSERT_EQ(got[i], 0) << "priming sample " << i;
-            ASSERT_EQ(0, std::memcmp(&got[frame], want.data(), (want.size() - frame) * sizeof(int16_t)))
+            ASSERT_EQ(
+                0, std::memcmp(&got[frame], want.data(), (want.size() - frame) * sizeof(int16_t)))
                 << "rate " << rate;
             AecFrontendEstimate est{};
             ASSERT_EQ(Sonvel_AEC_StreamGetEstimate(st.handle(), &est), SONVEL_AEC_OK);
-            EXPECT_EQ(est.u32LatencySamples, static_cast<uint32_t>(2 * frame + (rate == 16000 ? 128 : 64)));
+            EXPECT_EQ(est.u32LatencySamples,
+                      static_cast<uint32_t>(2 * frame + (rate == 16000 ? 128 : 64)));
             EXPECT_EQ(est.u32Frames, s.nearv.size() / frame);
             EXPECT_EQ(est.s32DelayApplied, 0);
             EXPECT_EQ(est.u8Locked, 0);
         }
     }
+}
+
+// With every front-end function on, the stream is still the frame-by-frame chain: the front end,
+// then the core on its frames, whatever the call sizes.
+TEST(StreamFifo, FrontEndOnIsTheFrameByFrameChain) {
+    const int rate = 16000, frame = rate / 100;
+    const Signals s = make_signals(rate, 400, 0x1234);
+    const AecCfg cfg = record(rate);
+    AecFrontendCfg fe{};
+    fe.u8DcBlock = 1;
+    fe.u8DelayMode = SONVEL_AEC_DELAY_AUTO;
+    fe.u8Drift = 1;
+    fe.u16DelayMs = 20;
+    // By hand.
+    uint32_t feSize = 0;
+    ASSERT_EQ(Sonvel_AEC_FrontendGetSize(&feSize), SONVEL_AEC_OK);
+    std::vector<uint64_t> feMem(feSize / 8 + 1), coreMem(SONVEL_AEC_INSTANCE_BYTES / 8 + 1);
+    void *hf = nullptr, *hc = nullptr;
+    ASSERT_EQ(Sonvel_AEC_FrontendInit(&hf, feMem.data(), feSize, rate, &fe), SONVEL_AEC_OK);
+    ASSERT_EQ(Sonvel_AEC_Init(&hc, coreMem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg), SONVEL_AEC_OK);
+    std::vector<int16_t> want(s.nearv.size()), n2(frame), f2(frame);
+    uint8_t running = cfg.u8StartPart;
+    for (size_t k = 0; k + frame <= s.nearv.size(); k += frame) {
+        uint8_t part = running;
+        ASSERT_EQ(
+            Sonvel_AEC_FrontendProcess(hf, &s.nearv[k], &s.farv[k], n2.data(), f2.data(), &part),
+            SONVEL_AEC_OK);
+        if (part != running) {
+            AecCfg c = cfg;
+            c.u8StartPart = part;
+            ASSERT_EQ(Sonvel_AEC_SetParams(hc, &c), SONVEL_AEC_OK);
+            running = part;
+        }
+        ASSERT_EQ(Sonvel_AEC_Apply(hc, n2.data(), f2.data(), &want[k]), SONVEL_AEC_OK);
+    }
+    // Through the stream, in random call sizes.
+    Stream st(cfg, &fe);
+    testsupport::Xorshift64 rng(99);
+    std::vector<int16_t> got(s.nearv.size());
+    for (size_t at = 0; at < s.nearv.size();) {
+        const uint32_t n = std::min<uint32_t>(static_cast<uint32_t>(rng.range(0, 3 * frame)),
+                                              static_cast<uint32_t>(s.nearv.size() - at));
+        ASSERT_EQ(Sonvel_AEC_StreamProcess(st.handle(), &s.nearv[at], &s.farv[at], &got[at], n),
+                  SONVEL_AEC_OK);
+        at += n;
+    }
+    ASSERT_EQ(0, std::memcmp(&got[frame], want.data(), (want.size() - frame) * sizeof(int16_t)));
+    AecFrontendEstimate a{}, b{};
+    ASSERT_EQ(Sonvel_AEC_StreamGetEstimate(st.handle(), &a), SONVEL_AEC_OK);
+    ASSERT_EQ(Sonvel_AEC_FrontendGetEstimate(hf, &b), SONVEL_AEC_OK);
+    EXPECT_EQ(a.s32DelayApplied, b.s32DelayApplied);
+    EXPECT_EQ(a.s32DelayEstimate, b.s32DelayEstimate);
 }
 
 // The reported latency is the true one: with the far end silent for long the core passes the
@@ -112,7 +170,8 @@ TEST(StreamFifo, ReportedLatencyIsWhereAClickComesOut) {
         std::vector<int16_t> nearv(n, 0), farv(n, 0), out(n, 0);
         const int click = rate * 9 / 2 + 37;
         nearv[click] = 12000;
-        ASSERT_EQ(Sonvel_AEC_StreamProcess(st.handle(), nearv.data(), farv.data(), out.data(), n), SONVEL_AEC_OK);
+        ASSERT_EQ(Sonvel_AEC_StreamProcess(st.handle(), nearv.data(), farv.data(), out.data(), n),
+                  SONVEL_AEC_OK);
         AecFrontendEstimate est{};
         ASSERT_EQ(Sonvel_AEC_StreamGetEstimate(st.handle(), &est), SONVEL_AEC_OK);
         int peak = 0;
