@@ -97,6 +97,18 @@ TEST_F(Tool, SummaryFormsShowConfigAndQuietDemo) {
              " --json");
     EXPECT_NE(r.out.find("\"real_time_factor\": null"), std::string::npos) << r.out;
 
+    // On a terminal the progress bar is drawn and its line cleared before the summary.
+    if (std::system("command -v script >/dev/null") == 0) {
+        r = tool("-c '" + std::string(SONVEL_AEC_TOOL) + " process " + pair() + " -o " +
+                     path("tty.wav") + "' /dev/null",
+                 {}, "script -qe");
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_NE(r.out.find("100%"), std::string::npos) << r.out;
+        const auto at = r.out.find("duration");
+        ASSERT_NE(at, std::string::npos) << r.out;
+        EXPECT_TRUE(at == 0 || r.out[at - 1] == '\r' || r.out[at - 1] == '\n') << r.out;
+    }
+
     r = tool("demo --rate 8000 -q --out " + path("demo"));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.empty()) << r.out;

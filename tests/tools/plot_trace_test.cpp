@@ -19,8 +19,8 @@ TEST_F(Tool, PlotTraceReadsEveryFormatAndFailsInOneLine) {
                   .status,
               0);
     const auto plot = [&](const std::string &args) {
-        const std::string cmd = kPython + " " + kScript + " " + args + " >" + path("py.out") +
-                                " 2>" + path("py.err");
+        const std::string cmd =
+            kPython + " " + kScript + " " + args + " >" + path("py.out") + " 2>" + path("py.err");
         const int rc = std::system(cmd.c_str());
         return ToolRun{WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(dir_ / "py.out"),
                        slurp(dir_ / "py.err")};

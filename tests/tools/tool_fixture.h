@@ -61,11 +61,12 @@ protected:
     // "MIC REF" of the fixture's pair.
     std::string pair() const { return path("mic.wav") + " " + path("ref.wav"); }
 
-    // Runs the tool with `args` (shell syntax), in directory `cwd` when given.
-    ToolRun tool(const std::string &args, const fs::path &cwd = {}) const {
+    // Runs the tool (or `program`) with `args` (shell syntax), in directory `cwd` when given.
+    ToolRun tool(const std::string &args, const fs::path &cwd = {},
+                 const std::string &program = SONVEL_AEC_TOOL) const {
         const std::string cd = cwd.empty() ? std::string() : "cd '" + cwd.string() + "' && ";
-        const std::string cmd = cd + std::string(SONVEL_AEC_TOOL) + " " + args + " >" +
-                                path("stdout") + " 2>" + path("stderr");
+        const std::string cmd =
+            cd + program + " " + args + " >" + path("stdout") + " 2>" + path("stderr");
         const int rc = std::system(cmd.c_str());
         return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(dir_ / "stdout"),
                 slurp(dir_ / "stderr")};

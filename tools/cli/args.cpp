@@ -72,8 +72,8 @@ private:
 
 // A command's own long options (without dashes), for suggestions.
 const std::vector<std::string> kProcessOptions = {
-    "help", "output", "trace", "config", "format", "api", "channel", "ref-channel",
-    "resample", "align", "quiet", "json", "show-config"};
+    "help",        "output",   "trace", "config", "format", "api",        "channel",
+    "ref-channel", "resample", "align", "quiet",  "json",   "show-config"};
 const std::vector<std::string> kDemoOptions = {"help", "rate", "out", "api", "quiet"};
 const std::vector<std::string> kAnalyzeOptions = {"help", "json", "resample", "channel",
                                                   "ref-channel"};

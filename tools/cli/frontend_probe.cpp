@@ -23,8 +23,10 @@ FrontendFigures frontend_figures(const AecFrontendEstimate &e, int rate) {
 }
 
 double echo_delay_ms(const FrontendProbe &p) {
-    if (p.last.estimate_ms >= 0 && p.last.confidence >= kConfidentEstimate) return p.last.estimate_ms;
-    if (p.best.estimate_ms >= 0 && p.best.confidence >= kConfidentEstimate) return p.best.estimate_ms;
+    if (p.last.estimate_ms >= 0 && p.last.confidence >= kConfidentEstimate)
+        return p.last.estimate_ms;
+    if (p.best.estimate_ms >= 0 && p.best.confidence >= kConfidentEstimate)
+        return p.best.estimate_ms;
     return 0;
 }
 
