@@ -1,6 +1,6 @@
 // The sonvel-aec tool: refusals of bad input (one message naming the file and the reason, a
-// non-zero status, no output file left behind), reference padding, parameter files and refusals,
-// resampling, and end-to-end runs of process and demo on generated audio.
+// non-zero status, no output file left behind), reference padding, resampling, and end-to-end runs
+// of process (both interfaces, the trace) and demo on generated audio.
 #include "tools/tool_fixture.h"
 
 #include <cmath>
