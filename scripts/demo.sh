@@ -25,7 +25,7 @@ done
 case $rate in 8000 | 16000) ;; *) die "--rate must be 8000 or 16000" ;; esac
 
 packages=(cmake ninja-build g++ pkg-config libsndfile1-dev libsamplerate0-dev
-  python3 python3-matplotlib python3-numpy)
+  python3 python3-matplotlib python3-numpy python3-soundfile)
 
 source scripts/lib/packages.sh
 ensure_packages "${packages[@]}"
@@ -40,7 +40,8 @@ cmake --build build/demo || die "building failed"
 echo "== running the demonstration"
 build/demo/tools/sonvel-aec demo --rate "$rate" --out out/demo || die "the demo failed"
 
-# Debian's interpreter, where numpy and matplotlib are installed (not a user's own python3).
+# Debian's interpreter, where numpy, matplotlib and soundfile are installed (not a user's own
+# python3).
 python=python3
 [ -x /usr/bin/python3 ] && python=/usr/bin/python3
 echo

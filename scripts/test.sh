@@ -37,7 +37,8 @@ for c in "${configs[@]}"; do
 done
 
 packages=(cmake ninja-build g++ libgtest-dev libbenchmark-dev)
-[ -f tools/CMakeLists.txt ] && packages+=(libsndfile1-dev libsamplerate0-dev pkg-config)
+[ -f tools/CMakeLists.txt ] && packages+=(libsndfile1-dev libsamplerate0-dev pkg-config python3-numpy
+  python3-matplotlib python3-soundfile)
 # The plug-ins' unit tests run in the native build, so their frameworks come first.
 [ -d integrations/pipewire ] && packages+=(pkg-config libspa-0.2-dev libpipewire-0.3-dev pipewire pipewire-bin)
 [ -d integrations/gstreamer ] && packages+=(pkg-config libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev

@@ -1,70 +1,29 @@
-// Option parsing: "--name value" or "--name=value", positional file names, parameter options.
+// Option parsing: "--name value" or "--name=value", "--" to end the options, positional file
+// names, parameter and front-end options handed on as settings.
 #include "cli/args.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdlib>
 #include <optional>
 
+#include "cli/audio_file.h"
 #include "cli/error.h"
-#include "cli/params.h"
 
 namespace cli {
 namespace {
 
-// Parameter options: each writes `count` consecutive record fields starting at `field`.
-struct ParamSpec {
-    const char *option;
-    const char *field;
-    int count;
-    const char *metavar;
-    const char *help;
-};
-
-constexpr ParamSpec kParams[] = {
-    {"--comfort-noise", "u8CnEnable", 1, "on|off", "comfort noise in suppressed parts"},
-    {"--suppression-level", "u8NlpLevel", 1, "0..2",
-     "far-end level below which the near end passes"},
-    {"--high-freq-mode", "u8HighFreqMode", 1, "0|1", "high-frequency gain shaping mode"},
-    {"--start-part", "u8StartPart", 1, "0..6", "bulk delay of the echo filter, in 8 ms blocks"},
-    {"--coh-threshold", "s16CohThr", 1, "Q15|0.x", "incoherence threshold of raised suppression"},
-    {"--coh-band", "s16CohBinLo", 2, "LO,HI", "bins LO..HI-1 of the mean incoherence"},
-    {"--hf-band", "s16HfBinLo", 2, "LO,HI", "bins examined by the upper-band cut-off"},
-    {"--band-edges", "as16BandEdge", 6, "E0,..,E5", "edges of the seven coupling bands (bins)"},
-    {"--band-shifts", "as16BandShift", 7, "H0,..,H6", "coupling gain 4*2^H (Q15) of each band"},
-    {"--clamp-bins", "s16ClampBinLo", 2, "LO,HI", "overdrive caps: 2.0 up to LO, 3.0 up to HI"},
-};
-
-const ParamSpec *find_param(const std::string &option) {
-    for (const ParamSpec &p : kParams) {
-        if (option == p.option) return &p;
-    }
-    return nullptr;
-}
-
-// "on"/"off" for the comfort noise, a fraction for the threshold; everything else as given.
-std::string normalise(const ParamSpec &p, const std::string &text) {
-    const std::string field = p.field;
-    if (field == "u8CnEnable") {
-        if (text == "on" || text == "yes") return "1";
-        if (text == "off" || text == "no") return "0";
-    }
-    if (field == "s16CohThr" && text.find('.') != std::string::npos) {
-        char *end = nullptr;
-        const double v = std::strtod(text.c_str(), &end);
-        if (*end != '\0' || !(v >= 0.0 && v <= 1.0)) {
-            throw UsageError(std::string(p.option) + ": '" + text + "' is not a fraction 0..1");
-        }
-        return std::to_string(std::lround(std::min(v * 32768.0, 32767.0)));
-    }
-    return text;
-}
-
 Api parse_api(const std::string &v) {
     if (v == "core") return Api::Core;
     if (v == "host") return Api::Host;
-    throw UsageError("--api: expected 'core' or 'host', got '" + v + "'");
+    throw UsageError("--api: expected core or host, got '" + v + "'");
+}
+
+int parse_channel(const std::string &option, const std::string &v) {
+    char *end = nullptr;
+    const long n = std::strtol(v.c_str(), &end, 10);
+    if (v.empty() || *end != '\0' || n < 1 || n > 64)
+        throw UsageError(option + ": expected a channel number 1..64, got '" + v + "'");
+    return static_cast<int>(n);
 }
 
 // Walks the arguments; `value` fetches an option's value from "--x=v" or the next argument.
@@ -75,8 +34,13 @@ public:
         if (i_ >= args_.size()) return false;
         const std::string &a = args_[i_++];
         inline_value_.reset();
+        if (!options_ended_ && a == "--") {
+            options_ended_ = true;
+            return next();
+        }
+        is_option_ = !options_ended_ && a.size() > 1 && a[0] == '-';
         const auto eq = a.find('=');
-        if (a.rfind("--", 0) == 0 && eq != std::string::npos) {
+        if (is_option_ && a.rfind("--", 0) == 0 && eq != std::string::npos) {
             name_ = a.substr(0, eq);
             inline_value_ = a.substr(eq + 1);
         } else {
@@ -85,19 +49,65 @@ public:
         return true;
     }
     const std::string &name() const { return name_; }
-    bool is_option() const { return name_.size() > 1 && name_[0] == '-'; }
+    bool is_option() const { return is_option_; }
+    bool has_inline_value() const { return inline_value_.has_value(); }
     std::string value() {
         if (inline_value_) return *inline_value_;
         if (i_ >= args_.size()) throw UsageError(name_ + " needs a value");
         return args_[i_++];
     }
+    // A flag takes no value; "--flag=..." is a mistake.
+    void flag() const {
+        if (inline_value_) throw UsageError(name_ + " takes no value");
+    }
 
 private:
     const std::vector<std::string> &args_;
     std::size_t i_ = 0;
+    bool options_ended_ = false;
+    bool is_option_ = false;
     std::string name_;
     std::optional<std::string> inline_value_;
 };
+
+// A command's own long options (without dashes), for suggestions.
+const std::vector<std::string> kProcessOptions = {
+    "help",        "output",   "trace", "config", "format", "api",        "channel",
+    "ref-channel", "resample", "align", "quiet",  "json",   "show-config"};
+const std::vector<std::string> kDemoOptions = {"help", "rate", "out", "api", "quiet"};
+const std::vector<std::string> kAnalyzeOptions = {"help", "json", "resample", "channel",
+                                                  "ref-channel"};
+
+[[noreturn]] void unknown_option(const std::string &command, const std::string &name,
+                                 const std::vector<std::string> &own) {
+    std::string m = "unknown " + command + " option '" + name + "'";
+    const auto first = name.find_first_not_of('-');
+    const std::string key = first == std::string::npos ? name : name.substr(first);
+    // Only process takes the settings' options.
+    const std::string best = suggest_option(key, own, command == "process");
+    if (!best.empty()) m += " (did you mean '--" + best + "'?)";
+    throw UsageError(m);
+}
+
+// Front-end and parameter options: "--dc-block" alone means on.
+bool take_setting(Walker &w, std::vector<SettingText> &out) {
+    const std::string &n = w.name();
+    if (n.rfind("--", 0) != 0) return false;
+    const std::string key = n.substr(2);
+    if (!is_option_key(key)) return false;
+    const std::string value = key == "dc-block" && !w.has_inline_value() ? "on" : w.value();
+    out.push_back({key, value, n, Source::CommandLine});
+    return true;
+}
+
+std::vector<std::string> two_files(const std::vector<std::string> &files,
+                                   const std::string &command) {
+    if (files.size() != 2) {
+        throw UsageError(command + " needs two input files, MIC and REF (got " +
+                         std::to_string(files.size()) + ")");
+    }
+    return files;
+}
 
 }  // namespace
 
@@ -109,33 +119,54 @@ ProcessOptions parse_process_args(const std::vector<std::string> &args) {
         const std::string &n = w.name();
         if (!w.is_option()) {
             files.push_back(n);
+        } else if (n == "-h" || n == "--help") {
+            o.help = true;
         } else if (n == "-o" || n == "--output") {
             o.out = w.value();
         } else if (n == "--trace") {
             o.trace = w.value();
         } else if (n == "--config") {
             o.config = w.value();
+        } else if (n == "--format") {
+            o.format = w.value();
         } else if (n == "--api") {
             o.api = parse_api(w.value());
+        } else if (n == "--channel") {
+            o.channel = parse_channel(n, w.value());
+        } else if (n == "--ref-channel") {
+            o.ref_channel = parse_channel(n, w.value());
         } else if (n == "--resample") {
+            w.flag();
             o.resample = true;
         } else if (n == "--align") {
+            w.flag();
             o.align = true;
         } else if (n == "-q" || n == "--quiet") {
+            w.flag();
             o.quiet = true;
+        } else if (n == "--json") {
+            w.flag();
+            o.json = true;
         } else if (n == "--show-config") {
+            w.flag();
             o.show_config = true;
-        } else if (find_param(n) != nullptr) {
-            o.params.push_back({n, w.value()});
-        } else {
-            throw UsageError("unknown option '" + n + "'");
+        } else if (!take_setting(w, o.settings)) {
+            unknown_option("process", n, kProcessOptions);
         }
     }
-    if (files.size() != 2) throw UsageError("process needs two input files: MIC.wav REF.wav");
-    o.mic = files[0];
-    o.ref = files[1];
+    if (o.help) return o;
+    if (o.show_config && files.empty() && o.out.empty()) return o;  // the defaults
+    const std::vector<std::string> mr = two_files(files, "process");
+    o.mic = mr[0];
+    o.ref = mr[1];
     if (o.out.empty() && !o.show_config)
-        throw UsageError("process needs an output file: -o OUT.wav");
+        throw UsageError("process needs an output file: -o OUT.wav (or -o - for standard output)");
+    if (o.mic == "-" && o.ref == "-")
+        throw UsageError("only one input can come from standard input");
+    if (!o.out.empty() && o.out == o.trace)
+        throw UsageError("the output and the trace cannot be the same file '" + o.out + "'");
+    if (!o.out.empty()) choose_format(o.out, o.format);  // refuses an unknown format early
+    if (o.ref_channel == 0) o.ref_channel = o.channel;
     return o;
 }
 
@@ -144,7 +175,11 @@ DemoOptions parse_demo_args(const std::vector<std::string> &args) {
     Walker w(args);
     while (w.next()) {
         const std::string &n = w.name();
-        if (n == "--rate") {
+        if (!w.is_option()) {
+            throw UsageError("demo takes no file names (got '" + n + "'); use --out DIR");
+        } else if (n == "-h" || n == "--help") {
+            o.help = true;
+        } else if (n == "--rate") {
             const std::string v = w.value();
             if (v != "8000" && v != "16000")
                 throw UsageError("--rate: expected 8000 or 16000, got '" + v + "'");
@@ -153,35 +188,104 @@ DemoOptions parse_demo_args(const std::vector<std::string> &args) {
             o.dir = w.value();
         } else if (n == "--api") {
             o.api = parse_api(w.value());
+        } else if (n == "-q" || n == "--quiet") {
+            w.flag();
+            o.quiet = true;
         } else {
-            throw UsageError("unknown demo argument '" + n + "'");
+            unknown_option("demo", n, kDemoOptions);
         }
     }
     return o;
 }
 
-void apply_param_options(AecCfg &cfg, const std::vector<ParamOption> &params) {
-    for (const ParamOption &p : params) {
-        const ParamSpec &param = *find_param(p.option);
-        const Field &first = *find_field(param.field);
-        if (param.count == 2 && first.count == 1) {
-            // A LO,HI pair: two adjacent 16-bit fields.
-            const Field pair{param.field, 2, false, first.offset};
-            assign_field(cfg, pair, 0, 2, normalise(param, p.text), p.option);
+AnalyzeOptions parse_analyze_args(const std::vector<std::string> &args) {
+    AnalyzeOptions o;
+    std::vector<std::string> files;
+    Walker w(args);
+    while (w.next()) {
+        const std::string &n = w.name();
+        if (!w.is_option()) {
+            files.push_back(n);
+        } else if (n == "-h" || n == "--help") {
+            o.help = true;
+        } else if (n == "--json") {
+            w.flag();
+            o.json = true;
+        } else if (n == "--resample") {
+            w.flag();
+            o.resample = true;
+        } else if (n == "--channel") {
+            o.channel = parse_channel(n, w.value());
+        } else if (n == "--ref-channel") {
+            o.ref_channel = parse_channel(n, w.value());
         } else {
-            assign_field(cfg, first, 0, first.count, normalise(param, p.text), p.option);
+            unknown_option("analyze", n, kAnalyzeOptions);
         }
     }
+    if (o.help) return o;
+    const std::vector<std::string> mr = two_files(files, "analyze");
+    o.mic = mr[0];
+    o.ref = mr[1];
+    if (o.mic == "-" && o.ref == "-")
+        throw UsageError("only one input can come from standard input");
+    if (o.ref_channel == 0) o.ref_channel = o.channel;
+    return o;
 }
 
-std::string param_option_help() {
-    std::string s;
-    for (const ParamSpec &p : kParams) {
-        std::string head = "  " + std::string(p.option) + " " + p.metavar;
-        head.resize(std::max<std::size_t>(head.size() + 1, 34), ' ');
-        s += head + p.help + "\n";
-    }
-    return s;
+std::string process_help() {
+    return "usage: sonvel-aec process MIC REF -o OUT [options]\n"
+           "       sonvel-aec process --show-config [options]\n"
+           "\n"
+           "Removes the echo of REF (what the loudspeaker played) from MIC (the microphone\n"
+           "recording), 10 ms frame by frame. '-' as MIC or REF reads standard input.\n"
+           "  -o, --output FILE        output file; '-' is standard output. A regular file is\n"
+           "                           written only when complete; a device or FIFO directly\n"
+           "  --format NAME            output format (" +
+           output_format_list() +
+           "); default: from\n"
+           "                           the extension, WAV without one\n"
+           "  --trace FILE.csv         one row of internal state per 8 ms block\n"
+           "  --json                   the summary as one JSON object\n"
+           "  --resample               accept other rates: convert each input to the working\n"
+           "                           rate and the output back to the microphone's rate\n"
+           "  --channel N              channel N (from 1) of a multichannel input\n"
+           "  --ref-channel N          channel N of a multichannel reference (default: --channel)\n"
+           "  --align                  remove the canceller's latency (18 ms) from the output\n"
+           "  --api core|host          core interface (default) or the host plug-in descriptor\n"
+           "  --config FILE            settings as 'key = value' lines (option names without\n"
+           "                           dashes, or field names); options override it\n"
+           "  --show-config            print the settings in effect (without files: defaults)\n"
+           "  -q, --quiet              no summary\n"
+           "front end (off unless asked for; off is the pure core):\n"
+           "  --ref-delay MS|auto|off  delay the reference by MS (0..500) ms, or follow the\n"
+           "                           estimated echo delay\n"
+           "  --dc-block[=on|off]      high-pass (about 40 Hz) the microphone and the reference\n"
+           "  --drift auto|off         follow the clock drift between the two (with auto delay)\n"
+           "parameters:\n" +
+           setting_option_help() +
+           "\nExit status: 0 done, 1 input or processing failure, 2 command-line mistake.\n";
+}
+
+std::string demo_help() {
+    return "usage: sonvel-aec demo [--rate 8000|16000] [--out DIR] [--api core|host] [-q]\n"
+           "\n"
+           "Synthesises a 22 s conversation with echo (far end alone, near end alone, double\n"
+           "talk, far end alone), runs the canceller and writes mic.wav, ref.wav, near.wav,\n"
+           "out.wav and trace.csv into DIR (default sonvel-demo), then prints a table per\n"
+           "segment and the summary 'process' would print. -q prints nothing.\n";
+}
+
+std::string analyze_help() {
+    return "usage: sonvel-aec analyze MIC REF [--json] [--resample] [--channel N] "
+           "[--ref-channel N]\n"
+           "\n"
+           "Measures a recording pair before processing: duration, levels, DC offsets, clipping,\n"
+           "far-end activity, the echo's bulk delay behind the reference with its confidence,\n"
+           "the clock drift and a rough echo return loss; then recommends the options for\n"
+           "'process' as a command line. When it cannot conclude it says why.\n"
+           "\n"
+           "Exit status: 0 analysed, 3 analysed but no conclusion (see the reason), 1 input\n"
+           "failure, 2 command-line mistake.\n";
 }
 
 }  // namespace cli

@@ -1,42 +1,52 @@
-// Command-line options of the two commands.
+// Command-line options of the commands. Options and file names may come in any order; "--" ends
+// the options; "--name=value" and "--name value" are the same. Every mistake is a UsageError.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "cli/canceller.h"
+#include "cli/settings.h"
 
 namespace cli {
 
-// A parameter given on the command line: which record field(s) and the text of the value.
-struct ParamOption {
-    std::string option;  // e.g. "--coh-band"
-    std::string text;    // e.g. "8,17"
-};
-
 struct ProcessOptions {
-    std::string mic, ref, out, trace, config;
+    std::string mic, ref, out, trace, config, format;
     Api api = Api::Core;
     bool resample = false;
     bool align = false;
     bool quiet = false;
+    bool json = false;
     bool show_config = false;
-    std::vector<ParamOption> params;
+    bool help = false;
+    int channel = 0;      // of a multichannel microphone (and reference, unless ref_channel)
+    int ref_channel = 0;  // of a multichannel reference
+    std::vector<SettingText> settings;  // parameter and front-end options, in order
 };
 
 struct DemoOptions {
     int rate = 16000;
     std::string dir = "sonvel-demo";
     Api api = Api::Core;
+    bool quiet = false;
+    bool help = false;
+};
+
+struct AnalyzeOptions {
+    std::string mic, ref;
+    bool json = false;
+    bool resample = false;
+    bool help = false;
+    int channel = 0, ref_channel = 0;
 };
 
 ProcessOptions parse_process_args(const std::vector<std::string> &args);
 DemoOptions parse_demo_args(const std::vector<std::string> &args);
+AnalyzeOptions parse_analyze_args(const std::vector<std::string> &args);
 
-// Applies the parameter options to the record (after any configuration file).
-void apply_param_options(AecCfg &cfg, const std::vector<ParamOption> &params);
-
-// Help text of the parameter options.
-std::string param_option_help();
+// Help texts of the commands.
+std::string process_help();
+std::string demo_help();
+std::string analyze_help();
 
 }  // namespace cli

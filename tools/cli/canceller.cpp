@@ -1,4 +1,5 @@
-// The frame loop over the core interface and over the host plug-in descriptor.
+// Running the canceller over whole signals: through the streaming layer (front end, core, FIFO)
+// or frame by frame through the host plug-in descriptor.
 #include "cli/canceller.h"
 
 #include <chrono>
@@ -7,33 +8,15 @@
 #include <string>
 
 #include "cli/error.h"
+#include "cli/frontend_probe.h"
 #include "cli/params.h"
+#include "sonvel_aec_frontend.h"
 #include "sonvel_aec_host.h"
 
 namespace cli {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// One frame-by-frame interface: process(near, far, out) on F samples each.
-class CoreEngine {
-public:
-    CoreEngine(const AecCfg &cfg) : mem_(new uint64_t[SONVEL_AEC_INSTANCE_BYTES / 8]) {
-        check_record(cfg);
-        const int32_t rc = Sonvel_AEC_Init(&handle_, mem_.get(), SONVEL_AEC_INSTANCE_BYTES, &cfg);
-        if (rc != SONVEL_AEC_OK)
-            throw Error("the canceller refused to start (status " + std::to_string(rc) + ")");
-    }
-    void process(const int16_t *near, const int16_t *far, int16_t *out) {
-        const int32_t rc = Sonvel_AEC_Apply(handle_, near, far, out);
-        if (rc != SONVEL_AEC_OK)
-            throw Error("the canceller failed (status " + std::to_string(rc) + ")");
-    }
-
-private:
-    std::unique_ptr<uint64_t[]> mem_;
-    void *handle_ = nullptr;
-};
 
 class HostEngine {
 public:
@@ -78,6 +61,68 @@ private:
     int frame_;
 };
 
+// The streaming layer (front end, core and FIFO): any number of samples per call.
+class StreamEngine {
+public:
+    StreamEngine(const Settings &s) {
+        check_record(s.cfg);
+        uint32_t size = 0;
+        Sonvel_AEC_StreamGetSize(&size);
+        mem_.reset(new uint64_t[(size + 7) / 8]);
+        const AecFrontendCfg fe = s.fe.record();
+        const int32_t rc = Sonvel_AEC_StreamInit(&handle_, mem_.get(), size, &s.cfg,
+                                                 s.fe.active() ? &fe : nullptr);
+        if (rc != SONVEL_AEC_OK)
+            throw Error("the canceller refused to start (status " + std::to_string(rc) + ")");
+    }
+    void process(const int16_t *near, const int16_t *far, int16_t *out, std::size_t n) {
+        const int32_t rc =
+            Sonvel_AEC_StreamProcess(handle_, near, far, out, static_cast<uint32_t>(n));
+        if (rc != SONVEL_AEC_OK)
+            throw Error("the canceller failed (status " + std::to_string(rc) + ")");
+    }
+    AecFrontendEstimate estimate() const {
+        AecFrontendEstimate e{};
+        Sonvel_AEC_StreamGetEstimate(handle_, &e);
+        return e;
+    }
+
+private:
+    std::unique_ptr<uint64_t[]> mem_;
+    void *handle_ = nullptr;
+};
+
+// The stream over whole signals. Its FIFO's own lag (the stream's latency beyond the core's) is
+// removed, so that the output lines up with the core's frame-by-frame output.
+RunResult run_stream(const Settings &settings, int rate, std::span<const int16_t> near,
+                     std::span<const int16_t> far, const ProgressFn &progress) {
+    StreamEngine engine(settings);
+    const std::size_t n = near.size();
+    const std::size_t frame = static_cast<std::size_t>(frame_length(rate));
+    const std::size_t padded = (n + frame - 1) / frame * frame;
+    const auto extra = static_cast<std::size_t>(engine.estimate().u32LatencySamples) -
+                       static_cast<std::size_t>(latency_samples(rate));
+    std::vector<int16_t> in_near(padded + extra, 0), in_far(padded + extra, 0);
+    std::copy(near.begin(), near.end(), in_near.begin());
+    std::copy(far.begin(), far.begin() + static_cast<std::ptrdiff_t>(std::min(n, far.size())),
+              in_far.begin());
+    std::vector<int16_t> out(in_near.size(), 0);
+    constexpr std::size_t kChunk = 4000;  // any size: the FIFO cuts frames
+    RunResult r;
+    const auto t0 = Clock::now();
+    for (std::size_t at = 0; at < in_near.size(); at += kChunk) {
+        const std::size_t len = std::min(kChunk, in_near.size() - at);
+        engine.process(&in_near[at], &in_far[at], &out[at], len);
+        if (progress) progress(static_cast<double>(at) / in_near.size());
+    }
+    r.seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+    if (progress) progress(1.0);
+    r.out.assign(out.begin() + static_cast<std::ptrdiff_t>(extra),
+                 out.begin() + static_cast<std::ptrdiff_t>(extra + n));
+    if (settings.fe.active()) r.fe = frontend_figures(engine.estimate(), rate);
+    return r;
+}
+
 template <class Engine>
 RunResult loop(Engine &engine, int frame, std::span<const int16_t> near,
                std::span<const int16_t> far, const ProgressFn &progress) {
@@ -104,26 +149,20 @@ RunResult loop(Engine &engine, int frame, std::span<const int16_t> near,
 
 }  // namespace
 
-int frame_length(int rate) {
-    return rate == 8000 ? 80 : 160;
-}
-int block_length(int rate) {
-    return rate == 8000 ? 64 : 128;
-}
-int latency_samples(int rate) {
-    return frame_length(rate) + block_length(rate);
-}
+int frame_length(int rate) { return rate == 8000 ? 80 : 160; }
+int block_length(int rate) { return rate == 8000 ? 64 : 128; }
+int latency_samples(int rate) { return frame_length(rate) + block_length(rate); }
 
-RunResult run_canceller(Api api, const AecCfg &cfg, bool use_host_cfg, int rate,
+RunResult run_canceller(Api api, const Settings &settings, bool use_host_cfg, int rate,
                         std::span<const int16_t> near, std::span<const int16_t> far,
                         const ProgressFn &progress) {
+    const AecCfg &cfg = settings.cfg;
     const int frame = frame_length(rate);
     if (api == Api::Host) {
         HostEngine engine(cfg, use_host_cfg, rate, frame);
         return loop(engine, frame, near, far, progress);
     }
-    CoreEngine engine(cfg);
-    return loop(engine, frame, near, far, progress);
+    return run_stream(settings, rate, near, far, progress);
 }
 
 }  // namespace cli

@@ -7,6 +7,7 @@
 namespace cli {
 
 int process_command(const std::vector<std::string> &args);
+int analyze_command(const std::vector<std::string> &args);
 int demo_command(const std::vector<std::string> &args);
 
 }  // namespace cli

@@ -1,5 +1,7 @@
 // "demo": synthesise a conversation, cancel its echo, write the signals and the trace, and show
 // what happened in each segment.
+#include <sndfile.h>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -8,15 +10,16 @@
 #include <system_error>
 
 #include "cli/args.h"
+#include "cli/audio_file.h"
 #include "cli/canceller.h"
 #include "cli/commands.h"
 #include "cli/demo_scenario.h"
 #include "cli/error.h"
+#include "cli/frontend_probe.h"
+#include "cli/output_file.h"
 #include "cli/params.h"
-#include "cli/pending_file.h"
 #include "cli/summary.h"
 #include "cli/trace.h"
-#include "cli/wav_io.h"
 
 namespace cli {
 namespace {
@@ -27,13 +30,23 @@ std::span<const int16_t> slice(const std::vector<int16_t> &x, const Segment &s, 
     return std::span<const int16_t>(x).subspan(a, b - a);
 }
 
-void write_csv(const std::string &path, const std::string &text) {
-    PendingFile file(path, "trace file");
-    FILE *f = fdopen(file.release_fd(), "w");
-    const bool ok = f != nullptr && std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    if (f == nullptr || std::fclose(f) != 0 || !ok)
-        throw Error("cannot write trace file '" + path + "'");
-    file.commit();
+void write_file(const std::string &path, const std::string &bytes) {
+    OutputFile(path, "output file").write_all(bytes);
+}
+
+void write_wav(const std::string &path, int rate, std::span<const int16_t> samples) {
+    write_file(path, encode_audio(SF_FORMAT_WAV, rate, samples));
+}
+
+// Microphone over output power summed over every segment where only the far end talks.
+double far_only_reduction_db(const Scenario &s, const std::vector<int16_t> &out) {
+    double mic = 0, o = 0;
+    for (const Segment &seg : s.segments) {
+        if (!seg.far || seg.near) continue;
+        for (const int16_t v : slice(s.mic, seg, s.rate)) mic += static_cast<double>(v) * v;
+        for (const int16_t v : slice(out, seg, s.rate)) o += static_cast<double>(v) * v;
+    }
+    return 10.0 * std::log10(mic / std::max(o, 1.0));
 }
 
 // Per segment: microphone and output levels, the echo reduction (microphone over output level)
@@ -60,6 +73,10 @@ void print_table(const Scenario &s, const std::vector<int16_t> &out) {
 
 int demo_command(const std::vector<std::string> &args) {
     const DemoOptions o = parse_demo_args(args);
+    if (o.help) {
+        std::printf("%s", demo_help().c_str());
+        return 0;
+    }
     std::error_code ec;
     std::filesystem::create_directories(o.dir, ec);
     if (ec) throw Error("cannot create output directory '" + o.dir + "': " + ec.message());
@@ -73,16 +90,19 @@ int demo_command(const std::vector<std::string> &args) {
     std::vector<int16_t> near = s.mic, far = s.ref;
     near.resize(near.size() + delay, 0);
     far.resize(far.size() + delay, 0);
-    const RunResult run = run_canceller(o.api, cfg, false, o.rate, near, far, {});
+    const RunResult run = run_canceller(o.api, Settings{cfg, {}}, false, o.rate, near, far, {});
     std::vector<int16_t> out(run.out.begin() + delay, run.out.end());
-    const std::vector<TraceRow> rows = trace_signal(cfg, o.rate, s.mic, s.ref);
+    std::vector<TraceRow> rows = trace_signal(cfg, o.rate, s.mic, s.ref);
+    const FrontendProbe probe = probe_frontend(AecFrontendCfg{}, o.rate, s.mic, s.ref);
+    attach_estimates(rows, probe.frames, o.rate);
 
     const std::string dir = o.dir + "/";
-    write_wav(dir + "mic.wav", "output file", o.rate, s.mic);
-    write_wav(dir + "ref.wav", "output file", o.rate, s.ref);
-    write_wav(dir + "near.wav", "output file", o.rate, s.near);
-    write_wav(dir + "out.wav", "output file", o.rate, out);
-    write_csv(dir + "trace.csv", trace_csv(rows));
+    write_wav(dir + "mic.wav", o.rate, s.mic);
+    write_wav(dir + "ref.wav", o.rate, s.ref);
+    write_wav(dir + "near.wav", o.rate, s.near);
+    write_wav(dir + "out.wav", o.rate, out);
+    write_file(dir + "trace.csv", trace_csv(rows));
+    if (o.quiet) return 0;
 
     const double duration = static_cast<double>(s.mic.size()) / o.rate;
     std::printf("demo: %.0f s at %d Hz, %s interface, echo path with %.1f ms bulk delay\n",
@@ -92,7 +112,14 @@ int demo_command(const std::vector<std::string> &args) {
         "mic.wav: the %.0f ms latency is removed)\n",
         dir.c_str(), 1000.0 * delay / o.rate);
     print_table(s, out);
-    std::printf("\nprocessing: %.3f s for %.0f s of audio (real-time factor %.4f)\n", run.seconds,
+    const EchoReduction summary = echo_reduction(rows, s.mic, s.ref, o.rate, echo_delay_ms(probe));
+    std::printf("\nfar end only, both segments: %.1f dB echo reduction (from the known segments)\n",
+                far_only_reduction_db(s, out));
+    std::printf(
+        "summary of 'process':        %.1f dB over %.1f s where only the far end talks "
+        "(blocks judged far-end only from the signals alone)\n",
+        summary.db, summary.blocks * static_cast<double>(block_length(o.rate)) / o.rate);
+    std::printf("processing: %.3f s for %.0f s of audio (real-time factor %.4f)\n", run.seconds,
                 duration, run.seconds / duration);
     return 0;
 }

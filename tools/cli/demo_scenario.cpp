@@ -101,12 +101,29 @@ std::vector<double> room(int rate, int bulk) {
 
 std::vector<double> convolve(const std::vector<double> &x, const std::vector<double> &h) {
     std::vector<double> y(x.size(), 0.0);
+    std::size_t first = 0;  // the bulk delay's zero taps cost nothing
+    while (first < h.size() && h[first] == 0.0) ++first;
     for (std::size_t i = 0; i < x.size(); ++i) {
         if (x[i] == 0.0) continue;
         const std::size_t m = std::min(h.size(), x.size() - i);
-        for (std::size_t k = 0; k < m; ++k) y[i + k] += x[i] * h[k];
+        for (std::size_t k = first; k < m; ++k) y[i + k] += x[i] * h[k];
     }
     return y;
+}
+
+// The stretches where a talker is on: the segments where `who` talks, adjacent ones joined.
+std::vector<std::pair<double, double>> talking(const std::vector<Segment> &segments,
+                                               bool Segment::*who) {
+    std::vector<std::pair<double, double>> on;
+    for (const Segment &s : segments) {
+        if (!(s.*who)) continue;
+        if (!on.empty() && on.back().second == s.start) {
+            on.back().second = s.end;
+        } else {
+            on.emplace_back(s.start, s.end);
+        }
+    }
+    return on;
 }
 
 // Scales x so that its RMS over the active (non-zero) stretches is `dbfs`.
@@ -146,26 +163,38 @@ std::vector<int16_t> to_pcm(const std::vector<double> &x) {
 
 }  // namespace
 
-Scenario make_scenario(int rate) {
+ScenarioSpec demo_spec(int rate) {
+    ScenarioSpec spec;
+    spec.rate = rate;
+    spec.segments = {{"far end only", 0, 6, true, false},
+                     {"near end only", 6, 10, false, true},
+                     {"double talk", 10, 16, true, true},
+                     {"far end only", 16, 22, true, false}};
+    return spec;
+}
+
+Scenario make_scenario(int rate) { return make_scenario(demo_spec(rate)); }
+
+Scenario make_scenario(const ScenarioSpec &spec) {
+    const int rate = spec.rate;
     Scenario s;
     s.rate = rate;
-    s.segments = {{"far end only", 0, 6, true, false},
-                  {"near end only", 6, 10, false, true},
-                  {"double talk", 10, 16, true, true},
-                  {"far end only", 16, 22, true, false}};
-    const auto n = static_cast<std::size_t>(22 * rate);
-    s.bulk_delay = rate / 250;  // 4 ms from loudspeaker to microphone
+    s.segments = spec.segments;
+    const double seconds = spec.segments.empty() ? 0.0 : spec.segments.back().end;
+    const auto n = static_cast<std::size_t>(seconds * rate);
+    s.bulk_delay = static_cast<int>(std::lround(spec.bulk_delay_ms * rate / 1000.0));
 
-    std::vector<double> far = talker({120.0, 1.0, 11}, n, rate);
-    std::vector<double> near = talker({210.0, 1.18, 23}, n, rate);
-    gate(far, rate, {{0, 6}, {10, 22}});
-    gate(near, rate, {{6, 16}});
-    normalise(far, -18.0);
-    normalise(near, -24.0);
+    std::vector<double> far = talker({120.0, 1.0, 11 + spec.seed}, n, rate);
+    std::vector<double> near = talker({210.0, 1.18, 23 + spec.seed}, n, rate);
+    gate(far, rate, talking(spec.segments, &Segment::far));
+    gate(near, rate, talking(spec.segments, &Segment::near));
+    normalise(far, spec.far_dbfs);
+    normalise(near, spec.near_dbfs);
     std::vector<double> echo = convolve(far, room(rate, s.bulk_delay));
+    const double echo_gain = std::pow(10.0, spec.echo_gain_db / 20.0);
 
-    // Background noise: low-passed white noise at about -60 dBFS.
-    std::mt19937 rng(5);
+    // Background noise: low-passed white noise.
+    std::mt19937 rng(5 + spec.seed);
     std::normal_distribution<double> gauss(0.0, 1.0);
     std::vector<double> noise(n);
     double lp = 0;
@@ -173,12 +202,13 @@ Scenario make_scenario(int rate) {
         lp = 0.9 * lp + 0.1 * gauss(rng);
         v = lp;
     }
-    normalise(noise, -60.0);
+    normalise(noise, spec.noise_dbfs);
 
     std::vector<double> mic(n), clean(n);
     for (std::size_t i = 0; i < n; ++i) {
+        echo[i] *= echo_gain;
         clean[i] = near[i] + noise[i];
-        mic[i] = clean[i] + echo[i];
+        mic[i] = clean[i] + echo[i] + spec.mic_dc;
     }
     s.ref = to_pcm(far);
     s.mic = to_pcm(mic);

@@ -1,8 +1,11 @@
-// The tool's error type: one message for the user, naming the file or parameter and the reason.
+// The tool's error types (one message for the user, naming the file or parameter and the reason)
+// and its warnings.
 #pragma once
 
+#include <iostream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace cli {
 
@@ -14,5 +17,12 @@ struct Error : std::runtime_error {
 struct UsageError : Error {
     explicit UsageError(const std::string &message) : Error(message) {}
 };
+
+// Prints warnings on standard error, one line each ("note: ..." lines as they are).
+inline void print_warnings(const std::vector<std::string> &warnings) {
+    for (const std::string &w : warnings) {
+        std::cerr << "sonvel-aec: " << (w.rfind("note: ", 0) == 0 ? "" : "warning: ") << w << "\n";
+    }
+}
 
 }  // namespace cli

@@ -1,12 +1,9 @@
-// Parameter record by name: parsing of values and configuration files, the two starting records
-// and the explanation of refusals.
+// Parameter record by name: field access, the two starting records and the explanation of
+// refusals.
 #include "cli/params.h"
 
-#include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <sstream>
 
 #include "cli/error.h"
@@ -14,73 +11,12 @@
 namespace cli {
 namespace {
 
-std::string_view trim(std::string_view s) {
-    const auto first = s.find_first_not_of(" \t\r");
-    if (first == std::string_view::npos) return {};
-    const auto last = s.find_last_not_of(" \t\r");
-    return s.substr(first, last - first + 1);
-}
-
-long parse_integer(std::string_view text, const Field &field, const std::string &where) {
-    const std::string s(trim(text));
-    char *end = nullptr;
-    errno = 0;
-    const long v = std::strtol(s.c_str(), &end, 0);
-    const long lo = field.is_byte ? 0 : INT16_MIN;
-    const long hi = field.is_byte ? UINT8_MAX : INT16_MAX;
-    if (s.empty() || *end != '\0' || errno != 0) {
-        throw Error(where + ": " + std::string(field.name) + ": '" + s + "' is not an integer");
-    }
-    if (v < lo || v > hi) {
-        throw Error(where + ": " + std::string(field.name) + ": " + s +
-                    " does not fit the field (" + std::to_string(lo) + ".." + std::to_string(hi) +
-                    ")");
-    }
-    return v;
-}
-
-void store(AecCfg &cfg, const Field &field, int index, long v) {
-    auto *base = reinterpret_cast<unsigned char *>(&cfg) + field.offset;
-    if (field.is_byte) {
-        base[index] = static_cast<uint8_t>(v);
-    } else {
-        const auto s = static_cast<int16_t>(v);
-        std::memcpy(base + 2 * index, &s, sizeof s);
-    }
-}
-
-long load(const AecCfg &cfg, const Field &field, int index) {
+long load_field_impl(const AecCfg &cfg, const Field &field, int index) {
     const auto *base = reinterpret_cast<const unsigned char *>(&cfg) + field.offset;
     if (field.is_byte) return base[index];
     int16_t s = 0;
     std::memcpy(&s, base + 2 * index, sizeof s);
     return s;
-}
-
-// "as16BandEdge[2]" -> field and element index; a plain name -> element 0, whole field.
-void config_line(AecCfg &cfg, std::string_view line, const std::string &where) {
-    const auto eq = line.find('=');
-    if (eq == std::string_view::npos) throw Error(where + ": expected 'name = value'");
-    std::string_view name = trim(line.substr(0, eq));
-    const std::string_view value = line.substr(eq + 1);
-    int index = -1;
-    if (const auto br = name.find('['); br != std::string_view::npos && name.back() == ']') {
-        index = std::atoi(std::string(name.substr(br + 1)).c_str());
-        name = trim(name.substr(0, br));
-    }
-    if (name == "u8SampleRate") {
-        throw Error(where + ": u8SampleRate follows the input files' sample rate; remove it");
-    }
-    const Field *field = find_field(name);
-    if (field == nullptr) throw Error(where + ": unknown field '" + std::string(name) + "'");
-    if (index >= field->count || (index >= 0 && field->count == 1)) {
-        throw Error(where + ": " + std::string(name) + " has no element " + std::to_string(index));
-    }
-    if (index >= 0) {
-        assign_field(cfg, *field, index, 1, value, where);
-    } else {
-        assign_field(cfg, *field, 0, field->count, value, where);
-    }
 }
 
 }  // namespace
@@ -111,35 +47,13 @@ const Field *find_field(std::string_view name) {
     return nullptr;
 }
 
-void assign_field(AecCfg &cfg, const Field &field, int first, int count, std::string_view text,
-                  const std::string &where) {
-    std::vector<std::string_view> parts;
-    for (std::size_t start = 0;;) {
-        const auto comma = text.find(',', start);
-        parts.push_back(
-            text.substr(start, comma == std::string_view::npos ? comma : comma - start));
-        if (comma == std::string_view::npos) break;
-        start = comma + 1;
-    }
-    if (static_cast<int>(parts.size()) != count) {
-        throw Error(where + ": " + std::string(field.name) + " takes " + std::to_string(count) +
-                    (count == 1 ? " value" : " comma-separated values") + ", got " +
-                    std::to_string(parts.size()));
-    }
-    for (int i = 0; i < count; ++i)
-        store(cfg, field, first + i, parse_integer(parts[i], field, where));
-}
-
-void load_config_file(AecCfg &cfg, const std::string &path) {
-    std::ifstream in(path);
-    if (!in) throw Error("cannot read configuration file '" + path + "': " + std::strerror(errno));
-    std::string line;
-    for (int number = 1; std::getline(in, line); ++number) {
-        std::string_view text = line;
-        if (const auto hash = text.find('#'); hash != std::string_view::npos)
-            text = text.substr(0, hash);
-        if (trim(text).empty()) continue;
-        config_line(cfg, text, path + ":" + std::to_string(number));
+void store_field(AecCfg &cfg, const Field &field, int index, long value) {
+    auto *base = reinterpret_cast<unsigned char *>(&cfg) + field.offset;
+    if (field.is_byte) {
+        base[index] = static_cast<uint8_t>(value);
+    } else {
+        const auto s = static_cast<int16_t>(value);
+        std::memcpy(base + 2 * index, &s, sizeof s);
     }
 }
 
@@ -208,7 +122,7 @@ void check_record(const AecCfg &cfg) {
     if (const Field *f = find_field(r.field)) {
         for (int i = 0; i < f->count; ++i) {
             if (i > 0) value += ',';
-            value += std::to_string(load(cfg, *f, i));
+            value += std::to_string(load_field_impl(cfg, *f, i));
         }
     }
     throw Error("parameter " + r.field + " = " + value + " refused by the library (status " +
@@ -219,7 +133,7 @@ std::string format_record(const AecCfg &cfg) {
     std::ostringstream out;
     for (const Field &f : record_fields()) {
         out << f.name << " =";
-        for (int i = 0; i < f.count; ++i) out << (i ? ", " : " ") << load(cfg, f, i);
+        for (int i = 0; i < f.count; ++i) out << (i ? ", " : " ") << load_field_impl(cfg, f, i);
         out << '\n';
     }
     return out.str();

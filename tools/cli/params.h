@@ -1,6 +1,5 @@
-// The canceller's parameter record as the tool sees it: fields by name, values from options and
-// configuration files, the starting records of the two interfaces, and the explanation of a
-// record the library refuses.
+// The canceller's parameter record as the tool sees it: fields by name, the starting records of
+// the two interfaces, and the explanation of a record the library refuses.
 #pragma once
 
 #include <cstdint>
@@ -23,13 +22,8 @@ struct Field {
 const std::vector<Field> &record_fields();
 const Field *find_field(std::string_view name);
 
-// Parses "a,b,c" (or a single value) into exactly field.count integers within the field's type
-// and stores them from element `first` on. Throws Error with `where` in the message.
-void assign_field(AecCfg &cfg, const Field &field, int first, int count, std::string_view text,
-                  const std::string &where);
-
-// Reads a file of "name = value" lines into cfg (comments start with '#').
-void load_config_file(AecCfg &cfg, const std::string &path);
+// Stores `value` (already checked against the field's type) into element `index` of the field.
+void store_field(AecCfg &cfg, const Field &field, int index, long value);
 
 // The library's default record, at the given rate (8000 or 16000).
 AecCfg library_defaults(int rate);

@@ -4,138 +4,170 @@
 #include <optional>
 
 #include "cli/args.h"
+#include "cli/audio_file.h"
 #include "cli/canceller.h"
 #include "cli/commands.h"
+#include "cli/config_file.h"
 #include "cli/error.h"
+#include "cli/frontend_probe.h"
+#include "cli/hints.h"
+#include "cli/input_pair.h"
+#include "cli/output_file.h"
 #include "cli/params.h"
-#include "cli/pending_file.h"
 #include "cli/progress.h"
 #include "cli/resample.h"
 #include "cli/summary.h"
 #include "cli/trace.h"
-#include "cli/wav_io.h"
 
 namespace cli {
 namespace {
 
-constexpr int kResampleRate = 16000;
-
-bool supported_rate(int rate) {
-    return rate == 8000 || rate == 16000;
-}
-
-// The rate the canceller runs at; refuses mismatched or unsupported rates.
-int working_rate(const ProcessOptions &o, const Audio &mic, const Audio &ref) {
-    if (mic.rate != ref.rate) {
-        throw Error("microphone file '" + o.mic + "' is at " + std::to_string(mic.rate) +
-                    " Hz but reference file '" + o.ref + "' is at " + std::to_string(ref.rate) +
-                    " Hz; both must have the same sample rate");
-    }
-    if (supported_rate(mic.rate)) return mic.rate;
-    if (!o.resample) {
-        throw Error("microphone file '" + o.mic + "' is at " + std::to_string(mic.rate) +
-                    " Hz; the canceller runs at 8000 or 16000 Hz: add --resample to convert to " +
-                    std::to_string(kResampleRate) + " Hz and back");
-    }
-    return kResampleRate;
-}
-
-// The record the canceller will run with, and whether the plug-in gets it (or its own values).
-struct Record {
-    AecCfg cfg;
-    bool host_values;
+// The settings of the run: the interface's starting record, then the configuration file, then
+// the options. A record the library refuses is an input error when the file made it so and a
+// command-line mistake when an option did.
+struct Run {
+    Settings settings;
+    bool host_values = false;  // the host plug-in runs with its built-in values
 };
 
-Record build_record(const ProcessOptions &o, int rate) {
+Run build_settings(const ProcessOptions &o, const std::vector<SettingText> &file, int rate) {
     const bool host = o.api == Api::Host;
-    Record r{host ? host_builtin_record(rate) : library_defaults(rate),
-             host && o.config.empty() && o.params.empty()};
-    if (!o.config.empty()) load_config_file(r.cfg, o.config);
-    apply_param_options(r.cfg, o.params);
-    r.cfg.u8SampleRate = rate == 8000 ? 0 : 1;
-    check_record(r.cfg);
-    if (host && (r.cfg.u8StartPart != 0 || r.cfg.u8HighFreqMode != 0)) {
+    Run r;
+    r.settings.cfg = host ? host_builtin_record(rate) : library_defaults(rate);
+    r.host_values = host && file.empty() && o.settings.empty();
+    for (const SettingText &t : file) apply_setting(r.settings, t);
+    if (host && r.settings.fe.active())
+        throw Error(o.config +
+                    ": the front end (ref-delay, dc-block, drift) runs with --api core only");
+    r.settings.cfg.u8SampleRate = rate == 8000 ? 0 : 1;
+    check_record(r.settings.cfg);
+    for (const SettingText &t : o.settings) apply_setting(r.settings, t);
+    try {
+        check_record(r.settings.cfg);
+    } catch (const UsageError &) {
+        throw;
+    } catch (const Error &e) {
+        throw UsageError(e.what());
+    }
+    if (host && (r.settings.cfg.u8StartPart != 0 || r.settings.cfg.u8HighFreqMode != 0)) {
         std::cerr << "sonvel-aec: warning: the host plug-in always uses u8StartPart 0 and "
                      "u8HighFreqMode 0; the values given are ignored\n";
-        r.cfg.u8StartPart = 0;
-        r.cfg.u8HighFreqMode = 0;
+        r.settings.cfg.u8StartPart = 0;
+        r.settings.cfg.u8HighFreqMode = 0;
     }
     return r;
 }
 
-std::vector<int16_t> fit_reference(const ProcessOptions &o, const Audio &mic, Audio &ref) {
-    std::vector<int16_t> far = std::move(ref.samples);
-    if (far.size() < mic.samples.size()) {
-        std::fprintf(stderr,
-                     "sonvel-aec: warning: reference file '%s' (%.2f s) is shorter than microphone "
-                     "file '%s' (%.2f s); padding it with silence\n",
-                     o.ref.c_str(), static_cast<double>(far.size()) / ref.rate, o.mic.c_str(),
-                     static_cast<double>(mic.samples.size()) / mic.rate);
+// Checks the command line's settings before anything is read (mistakes there are exit status 2).
+void check_option_settings(const ProcessOptions &o) {
+    Settings scratch{library_defaults(16000), {}};
+    std::vector<std::string> warnings;
+    for (const SettingText &t : o.settings) {
+        if (const std::string w = apply_setting(scratch, t); !w.empty()) warnings.push_back(w);
     }
-    far.resize(mic.samples.size(), 0);
-    return far;
+    if (o.api == Api::Host && scratch.fe.active())
+        throw UsageError(
+            "the front end (--ref-delay, --dc-block, --drift) runs with --api core only");
+    print_warnings(warnings);
 }
 
-void write_text(PendingFile &file, const std::string &text) {
-    FILE *f = fdopen(file.release_fd(), "w");
-    const bool ok = f != nullptr && std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    if (f == nullptr || std::fclose(f) != 0 || !ok) {
-        throw Error("cannot write " + file.role() + " '" + file.path() + "'");
+std::vector<SettingText> read_config(const ProcessOptions &o) {
+    if (o.config.empty()) return {};
+    std::vector<std::string> warnings;
+    std::vector<SettingText> file =
+        read_config_file(o.config, Settings{library_defaults(16000), {}}, warnings);
+    print_warnings(warnings);
+    return file;
+}
+
+void refuse_overwriting_inputs(const ProcessOptions &o) {
+    for (const auto &[path, role] : {std::pair{o.out, "output file"}, {o.trace, "trace file"}}) {
+        if (path.empty()) continue;
+        refuse_same_file(path, role, o.mic, "microphone file");
+        refuse_same_file(path, role, o.ref, "reference file");
+        if (!o.config.empty()) refuse_same_file(path, role, o.config, "configuration file");
     }
-    file.commit();
 }
 
 }  // namespace
 
 int process_command(const std::vector<std::string> &args) {
     const ProcessOptions o = parse_process_args(args);
-    const Audio mic = read_mono(o.mic, "microphone file");
-    Audio ref = read_mono(o.ref, "reference file");
-    const int rate = working_rate(o, mic, ref);
-    const Record rec = build_record(o, rate);
+    if (o.help) {
+        std::cout << process_help();
+        return 0;
+    }
+    check_option_settings(o);
+    refuse_overwriting_inputs(o);
+    const std::vector<SettingText> file = read_config(o);
+    if (o.mic.empty()) {  // --show-config alone: the defaults at 16000 Hz
+        const Run run = build_settings(o, file, 16000);
+        std::cout << "# at 16000 Hz (the input files' rate decides)\n"
+                  << format_settings(run.settings);
+        return 0;
+    }
+
+    std::vector<std::string> warnings;
+    const InputPair in =
+        load_input_pair({o.mic, o.ref, o.channel, o.ref_channel, o.resample}, warnings);
+    print_warnings(warnings);
+    const int rate = in.rate;
+    const Run run = build_settings(o, file, rate);
     if (o.show_config) {
-        std::cout << format_record(rec.cfg);
+        std::cout << format_settings(run.settings);
         if (o.out.empty()) return 0;
     }
-    std::vector<int16_t> far = fit_reference(o, mic, ref);
-    const double ref_db = rms_dbfs(far);
 
     // Claim the outputs before the work, so that an unwritable path fails fast.
-    PendingFile out_file(o.out, "output file");
-    std::optional<PendingFile> trace_file;
+    const int format = choose_format(o.out, o.format);
+    OutputFile out_file(o.out, "output file");
+    std::optional<OutputFile> trace_file;
     if (!o.trace.empty()) trace_file.emplace(o.trace, "trace file");
 
-    std::vector<int16_t> near = resample(mic.samples, mic.rate, rate);
-    far = resample(far, mic.rate, rate);
-    const std::size_t n = near.size();
+    const std::size_t n = in.near.size();
     const int delay = o.align ? latency_samples(rate) : 0;
+    std::vector<int16_t> near = in.near, far = in.far;
     near.resize(n + delay, 0);
     far.resize(n + delay, 0);
 
     ProgressBar bar("processing", static_cast<double>(n) / rate);
-    const RunResult run = run_canceller(o.api, rec.cfg, !rec.host_values, rate, near, far,
-                                        [&](double f) { bar.update(f * 0.5); });
-    const std::vector<TraceRow> rows =
-        trace_signal(rec.cfg, rate, near, far, [&](double f) { bar.update(0.5 + f * 0.5); });
+    const RunResult result = run_canceller(o.api, run.settings, !run.host_values, rate, near, far,
+                                           [&](double f) { bar.update(f * 0.5); });
+    // The front end alone gives the estimates (it measures in every mode) and, when it is on, the
+    // signals the core sees, which the observing instance of the trace is fed.
+    const FrontendProbe probe = probe_frontend(run.settings.fe.record(), rate, near, far);
+    const bool fe = run.settings.fe.active();
+    std::vector<TraceRow> rows =
+        trace_signal(run.settings.cfg, rate, fe ? probe.near : near, fe ? probe.far : far,
+                     [&](double f) { bar.update(0.5 + f * 0.5); });
+    attach_estimates(rows, probe.frames, rate);
     bar.update(1.0);
-    std::vector<int16_t> out(run.out.begin() + delay, run.out.end());
-    out = resample(out, rate, mic.rate);
-    out.resize(mic.samples.size(), 0);
+    bar.finish();
+    std::vector<int16_t> out(result.out.begin() + delay, result.out.end());
+    out = resample(out, rate, in.mic_rate);
+    out.resize(in.mic_samples, 0);
 
-    write_wav(out_file, mic.rate, out);
-    if (trace_file) write_text(*trace_file, trace_csv(rows));
+    out_file.write_all(encode_audio(format, in.mic_rate, out));
+    if (trace_file) trace_file->write_all(trace_csv(rows));
 
-    if (!o.quiet) {
-        RunFigures f;
-        f.duration = static_cast<double>(mic.samples.size()) / mic.rate;
-        f.frames = static_cast<long>((n + frame_length(rate) - 1) / frame_length(rate));
-        f.seconds = run.seconds;
-        f.mic_db = rms_dbfs(mic.samples);
-        f.ref_db = ref_db;
-        f.out_db = rms_dbfs(out);
-        f.erle_db = echo_reduction_db(rows, f.erle_blocks);
-        f.block_seconds = static_cast<double>(block_length(rate)) / rate;
-        std::cout << format_summary(f);
+    RunFigures f;
+    f.duration = static_cast<double>(in.mic_samples) / in.mic_rate;
+    f.frames = static_cast<long>((n + frame_length(rate) - 1) / frame_length(rate));
+    f.seconds = result.seconds;
+    f.mic_db = rms_dbfs(in.mic_original);
+    f.ref_db = rms_dbfs(in.far);
+    f.out_db = rms_dbfs(out);
+    f.erle = echo_reduction(rows, near, far, rate, echo_delay_ms(probe));
+    f.block_seconds = static_cast<double>(block_length(rate)) / rate;
+    f.fe = result.fe;
+    f.hints = run_hints(run.settings, in, probe);
+    for (const std::string &h : f.hints) std::cerr << "sonvel-aec: hint: " << h << "\n";
+    // With the audio or the trace on standard output, the summary goes to standard error.
+    std::ostream &report = o.out == "-" || o.trace == "-" ? std::cerr : std::cout;
+    if (o.json) {
+        report << summary_json(f);
+    } else if (!o.quiet) {
+        report << format_summary(f);
     }
     return 0;
 }

@@ -1,8 +1,8 @@
 // Progress bar drawing.
 #include "cli/progress.h"
 
-#include <cstdio>
 #include <unistd.h>
+#include <cstdio>
 
 namespace cli {
 
@@ -14,9 +14,13 @@ constexpr int kWidth = 40;
 ProgressBar::ProgressBar(std::string label, double seconds)
     : label_(std::move(label)), enabled_(isatty(STDERR_FILENO) == 1 && seconds > kMinSeconds) {}
 
-ProgressBar::~ProgressBar() {
+ProgressBar::~ProgressBar() { finish(); }
+
+void ProgressBar::finish() {
     if (enabled_ && shown_ >= 0)
         std::fprintf(stderr, "\r%*s\r", kWidth + 20 + static_cast<int>(label_.size()), "");
+    std::fflush(stderr);
+    enabled_ = false;
 }
 
 void ProgressBar::update(double fraction) {

@@ -11,6 +11,8 @@ public:
     ProgressBar(std::string label, double seconds);
     ~ProgressBar();
     void update(double fraction);
+    // Clears the bar's line, so that what follows starts on a clean line.
+    void finish();
 
 private:
     std::string label_;

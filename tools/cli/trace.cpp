@@ -1,6 +1,7 @@
 // Block tracer: state read-out of an observing instance, and the CSV rows.
 #include "cli/trace.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -15,6 +16,11 @@ namespace {
 // relative to a block of L full-scale samples that is dBFS.
 double level_dbfs(int16_t level, int block) {
     return (level + 4514) / 204.8 - 10.0 * std::log10(block * 1073741824.0);
+}
+
+// A block's sum of squares as an RMS level in dBFS (-120 for silence).
+double energy_dbfs(double e, int block) {
+    return e > 0 ? 10.0 * std::log10(e / block / (32768.0 * 32768.0)) : -120.0;
 }
 
 double energy(const int16_t *x, int n) {
@@ -78,6 +84,8 @@ TraceRow BlockTracer::step(const int16_t *near, const int16_t *far) {
     r.mic_energy = prev_mic_energy_;
     r.out_energy = energy(out, block_);
     prev_mic_energy_ = energy(near, block_);
+    r.mic_db = energy_dbfs(r.mic_energy, block_);
+    r.out_db = energy_dbfs(r.out_energy, block_);
     r.mute = r.mic_energy > 0 && r.out_energy * kMuteRatio < r.mic_energy;
     return r;
 }
@@ -101,17 +109,31 @@ std::vector<TraceRow> trace_signal(const AecCfg &cfg, int rate, std::span<const 
     return rows;
 }
 
+void attach_estimates(std::vector<TraceRow> &rows, const std::vector<FrameEstimate> &frames,
+                      int rate) {
+    const std::size_t block = rate == 8000 ? 64 : 128, frame = rate == 8000 ? 80 : 160;
+    for (std::size_t k = 0; k < rows.size() && !frames.empty(); ++k) {
+        const std::size_t f = std::min(frames.size() - 1, ((k + 1) * block - 1) / frame);
+        rows[k].est_delay_ms = frames[f].estimate_ms;
+        rows[k].applied_delay_ms = frames[f].applied_ms;
+        rows[k].delay_confidence = frames[f].confidence;
+    }
+}
+
 std::string trace_csv(const std::vector<TraceRow> &rows) {
     std::string s =
         "time_s,near_level_dbfs,far_level_dbfs,near_active,far_active,delay_blocks,echo_state,"
-        "near_state,diverged,overdrive,band_gain,incoherence,comfort_noise,pass_through,mute\n";
-    char line[256];
+        "near_state,diverged,overdrive,band_gain,incoherence,comfort_noise,pass_through,mute,"
+        "mic_dbfs,out_dbfs,est_delay_ms,applied_delay_ms,delay_confidence\n";
+    char line[400];
     for (const TraceRow &r : rows) {
-        std::snprintf(line, sizeof line,
-                      "%.3f,%.1f,%.1f,%d,%d,%d,%d,%d,%d,%.3f,%.4f,%.4f,%d,%d,%d\n", r.time,
-                      r.near_db, r.far_db, r.near_active, r.far_active, r.delay, r.echo_state,
-                      r.near_state, r.diverged, r.overdrive, r.band_gain, r.incoherence,
-                      r.comfort_noise, r.pass_through, r.mute);
+        std::snprintf(
+            line, sizeof line,
+            "%.3f,%.1f,%.1f,%d,%d,%d,%d,%d,%d,%.3f,%.4f,%.4f,%d,%d,%d,%.1f,%.1f,%.1f,%.1f,%.3f\n",
+            r.time, r.near_db, r.far_db, r.near_active, r.far_active, r.delay, r.echo_state,
+            r.near_state, r.diverged, r.overdrive, r.band_gain, r.incoherence, r.comfort_noise,
+            r.pass_through, r.mute, r.mic_db, r.out_db, r.est_delay_ms, r.applied_delay_ms,
+            r.delay_confidence);
         s += line;
     }
     return s;

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/canceller.h"
 #include "sonvel_aec.h"
 
 struct AecState;
@@ -37,6 +38,11 @@ struct TraceRow {
     int mute = 0;            // output 18 dB or more below the near end of the same block
     double mic_energy = 0;   // sum of squares of the near-end block the output block carries
     double out_energy = 0;   // sum of squares of the output block
+    double mic_db = -120;    // the two as RMS levels, dBFS
+    double out_db = -120;
+    double est_delay_ms = -1;     // the front end's estimate of the echo delay (-1: none yet)
+    double applied_delay_ms = 0;  // the delay its delay line applies to the reference
+    double delay_confidence = 0;  // confidence of the estimate, 0..1
 };
 
 class BlockTracer {
@@ -64,6 +70,11 @@ private:
 std::vector<TraceRow> trace_signal(const AecCfg &cfg, int rate, std::span<const int16_t> near,
                                    std::span<const int16_t> far,
                                    const std::function<void(double)> &progress = {});
+
+// Copies the front end's per-frame estimates (10 ms frames) into the rows (8 ms blocks): each
+// row gets the estimate after the frame that holds the block's last sample.
+void attach_estimates(std::vector<TraceRow> &rows, const std::vector<FrameEstimate> &frames,
+                      int rate);
 
 // The CSV text of the rows, with a header line.
 std::string trace_csv(const std::vector<TraceRow> &rows);
