@@ -1,14 +1,15 @@
-// Vectorised steps of the FFT service's real-data paths (AVX2 on x86-64): recognition of the two
-// input shapes with the headroom, packing and unpacking, the split step with the mirrored upper half, and the merge
-// step with its rounding. Each computes exactly what the portable steps in fft_real_paths.cpp
-// compute; kRealSteps is false where there are none (there the portable steps serve).
+// Vectorised steps of the FFT service's real-data paths (AVX2 on x86-64, NEON on aarch64):
+// recognition of the two input shapes with the headroom, packing and unpacking, the split step
+// with the mirrored upper half, and the merge step with its rounding. Each computes exactly what
+// the portable steps in fft_real_paths.cpp compute; kRealSteps is false where there are none
+// (there the portable steps serve).
 #pragma once
 
 #include <cstdint>
 
 namespace sonvel::fft::simd {
 
-#if defined(__x86_64__) && defined(__GNUC__)
+#if (defined(__x86_64__) && defined(__GNUC__)) || defined(__aarch64__)
 inline constexpr bool kRealSteps = true;
 #else
 inline constexpr bool kRealSteps = false;
