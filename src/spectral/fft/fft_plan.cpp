@@ -1,5 +1,6 @@
-// Plan set-up of the FFT service: stage layout, output positions of the first stage and the
-// twiddle factors of the radix-4 stages, all written inside the caller's plan area.
+// Plan set-up of the FFT service: stage layouts of the N-point and the N/2-point transforms,
+// output positions of their first stages, the twiddle factors of their radix-4 stages and those
+// of the real-data split and merge steps, all written inside the caller's plan area.
 #include <cstdint>
 #include <cstring>
 
@@ -11,41 +12,40 @@ namespace sonvel::fft {
 namespace {
 
 // Length of the sub-transforms after stage s.
-int stage_len(const Plan &p, int s) { return p.firstRadix << (2 * s); }
+int stage_len(const Layout &l, int s) { return l.firstRadix << (2 * s); }
 
 // Digit-reversed input order: the sub-transform that stage s builds at position pos reads the
 // inputs offset, offset + stride, ... of its radix. perm[pos] is the input of position pos.
-void build_perm(const Plan &p, uint8_t *perm, int stage, int pos, int offset, int stride) {
+void build_perm(const Layout &l, uint8_t *perm, int stage, int pos, int offset, int stride) {
     if (stage < 0) {
         perm[pos] = static_cast<uint8_t>(offset);
         return;
     }
-    const int radix = stage == 0 ? p.firstRadix : 4;
-    const int sub = stage_len(p, stage) / radix;
+    const int radix = stage == 0 ? l.firstRadix : 4;
+    const int sub = stage_len(l, stage) / radix;
     for (int q = 0; q < radix; ++q) {
-        build_perm(p, perm, stage - 1, pos + q * sub, offset + stride * q, stride * radix);
+        build_perm(l, perm, stage - 1, pos + q * sub, offset + stride * q, stride * radix);
     }
 }
 
-// Output position of the first-stage butterflies o = 0, 4, 8, ... (the others follow N/4 apart).
-void build_first_out(Plan &p) {
+// Output position of the first-stage butterflies o = 0, 4, 8, ... (the others follow n/4 apart).
+void build_first_out(Layout &l) {
     uint8_t perm[kMaxN];
-    build_perm(p, perm, kStages - 1, 0, 0, 1);
-    for (int pos = 0; pos < p.n; pos += p.firstRadix) {
+    build_perm(l, perm, l.stages - 1, 0, 0, 1);
+    for (int pos = 0; pos < l.n; pos += l.firstRadix) {
         const int o = perm[pos];
-        if (o % 4 == 0) p.firstOut[o / 4] = static_cast<uint8_t>(pos);
+        if (o % 4 == 0) l.firstOut[o / 4] = static_cast<uint8_t>(pos);
     }
 }
 
-// W_len^{qk} for q = 1..3 and k = 0..len/4-1, as angles of the 256-step circle.
-void build_twiddles(Plan &p) {
-    int next = 0;
-    p.twOffset[0] = 0;
-    for (int s = 1; s < kStages; ++s) {
-        const int len = stage_len(p, s);
+// W_len^{qk} for q = 1..3 and k = 0..len/4-1, as angles of the 256-step circle, from tw[next];
+// returns the word behind them.
+int build_twiddles(Plan &p, Layout &l, int next) {
+    for (int s = 1; s < l.stages; ++s) {
+        const int len = stage_len(l, s);
         const int m = len / 4;
         const int step = kAngleSteps / len;
-        p.twOffset[s] = next;
+        l.twOffset[s] = next;
         for (int q = 1; q <= 3; ++q) {
             p.tw[next] = INT32_MIN;  // k = 0: -1 exactly, for the vectorised stages
             p.tw[next + 1] = 0;
@@ -57,6 +57,17 @@ void build_twiddles(Plan &p) {
             next += 2 * m;
         }
     }
+    return next;
+}
+
+Layout layout(int order) {
+    Layout l{};
+    l.order = order;
+    l.n = 1 << order;
+    l.firstRadix = order % 2 == 0 ? 4 : 2;
+    l.stages = (order + 1) / 2;
+    build_first_out(l);
+    return l;
 }
 
 }  // namespace
@@ -72,10 +83,17 @@ extern "C" SONVEL_API int32_t Sonvel_FFTInit_C_SC32(void *plan, int32_t order) {
     Plan p{};
     p.order = order;
     p.n = 1 << order;
-    p.firstRadix = order % 2 == 0 ? 4 : 2;
     p.vectorised = simd::available() ? 1 : 0;
-    build_first_out(p);
-    build_twiddles(p);
+    p.full = layout(order);
+    p.half = layout(order - 1);
+    int next = build_twiddles(p, p.full, 0);
+    next = build_twiddles(p, p.half, next);
+    p.splitOffset = next;
+    for (int k = 0; k <= p.n / 4; ++k) {
+        const Q31Pair w = unit_root(k * (kAngleSteps / p.n));
+        p.tw[next + 2 * k] = w.re;
+        p.tw[next + 2 * k + 1] = w.im;
+    }
     p.magic = kPlanMagic;
     std::memcpy(plan, &p, sizeof p);
     return kOk;

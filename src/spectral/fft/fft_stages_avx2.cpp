@@ -66,7 +66,7 @@ struct Range {
 };
 
 template <bool Swap>
-SV_AVX2 int first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
+SV_AVX2 int first_stage4(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
     const int stride = p.n / 4;
     const __m128i g = _mm_cvtsi32_si128(guard);
     Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
@@ -100,7 +100,7 @@ SV_AVX2 int first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int gu
 }
 
 template <bool Swap>
-SV_AVX2 int first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
+SV_AVX2 int first_stage2(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
     const int stride = p.n / 2;
     const int step = 2 * (p.n / 4);
     const __m128i g = _mm_cvtsi32_si128(guard);
@@ -324,13 +324,13 @@ SV_AVX2 void stage_pairs(int32_t *dat, int n, const int32_t *tw, const Round &ro
 }
 
 template <bool Swap, class Round>
-SV_AVX2 void stage(int32_t *d, const Plan &p, int s, const Round &round) {
-    const int m = p.firstRadix << (2 * (s - 1));
-    const int32_t *tw = p.tw + p.twOffset[s];
+SV_AVX2 void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Round &round) {
+    const int m = l.firstRadix << (2 * (s - 1));
+    const int32_t *tw = p.tw + l.twOffset[s];
     if (m == 2) {
-        stage_pairs<Swap>(d, p.n, tw, round);
+        stage_pairs<Swap>(d, l.n, tw, round);
     } else {
-        stage_wide<Swap>(d, p.n, m, tw, round);
+        stage_wide<Swap>(d, l.n, m, tw, round);
     }
 }
 
@@ -350,7 +350,7 @@ bool available() {
     return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_AVX2) != 0;
 }
 
-SV_AVX2 int first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+SV_AVX2 int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard, bool swap) {
     if (p.firstRadix == 4) {
         return swap ? first_stage4<true>(src, dst, p, guard)
                     : first_stage4<false>(src, dst, p, guard);
@@ -358,25 +358,25 @@ SV_AVX2 int first_stage(const int32_t *src, int32_t *dst, const Plan &p, int gua
     return swap ? first_stage2<true>(src, dst, p, guard) : first_stage2<false>(src, dst, p, guard);
 }
 
-SV_AVX2 void middle_stage(int32_t *d, const Plan &p, int s) {
-    stage<false>(d, p, s, RoundMiddle{});
+SV_AVX2 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {
+    stage<false>(d, p, l, s, RoundMiddle{});
 }
 
 template <class Round>
-SV_AVX2 void last_stage_with(int32_t *d, const Plan &p, bool swap, const Round &round) {
+SV_AVX2 void last_stage_with(int32_t *d, const Plan &p, const Layout &l, bool swap, const Round &round) {
     if (swap) {
-        stage<true>(d, p, kStages - 1, round);
+        stage<true>(d, p, l, l.stages - 1, round);
     } else {
-        stage<false>(d, p, kStages - 1, round);
+        stage<false>(d, p, l, l.stages - 1, round);
     }
 }
 
-SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
+SV_AVX2 void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap) {
     const int64_t half = (int64_t{1} << (shift - 1)) + kOffset;
     const __m128i count = _mm_cvtsi32_si128(shift);
     const __m128i countHigh = _mm_cvtsi32_si128(32 - shift);
     if (shift >= kUnclampedShift) {
-        last_stage_with(d, p, swap, RoundPlain{_mm256_set1_epi64x(half), count, countHigh});
+        last_stage_with(d, p, l, swap, RoundPlain{_mm256_set1_epi64x(half), count, countHigh});
     } else {
         const int64_t top = int64_t{1} << (31 + shift);
         const RoundClamp round{_mm256_set1_epi64x(half + top), _mm256_set1_epi64x(top),
@@ -385,7 +385,7 @@ SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
                                _mm256_set1_epi64x(top - 1),
                                _mm256_set1_epi64x(-top),
                                _mm256_set1_epi64x(-2 * top)};
-        last_stage_with(d, p, swap, round);
+        last_stage_with(d, p, l, swap, round);
     }
 }
 
@@ -396,9 +396,9 @@ SV_AVX2 void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
 namespace sonvel::fft::simd {
 
 bool available() { return false; }
-int first_stage(const int32_t *, int32_t *, const Plan &, int, bool) { return 0; }
-void middle_stage(int32_t *, const Plan &, int) {}
-void last_stage(int32_t *, const Plan &, int, bool) {}
+int first_stage(const int32_t *, int32_t *, const Layout &, int, bool) { return 0; }
+void middle_stage(int32_t *, const Plan &, const Layout &, int) {}
+void last_stage(int32_t *, const Plan &, const Layout &, int, bool) {}
 
 }  // namespace sonvel::fft::simd
 

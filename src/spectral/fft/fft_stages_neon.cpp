@@ -43,7 +43,7 @@ inline void store_lane(int32_t *y, const int32x4x2_t &a, const int32x4x2_t &b) {
 }
 
 template <bool Swap>
-int first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
+int first_stage4(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
     const int stride = p.n / 4;
     const int32x4_t g = vdupq_n_s32(guard);
     Range range;
@@ -77,7 +77,7 @@ int first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
 }
 
 template <bool Swap>
-int first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
+int first_stage2(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
     const int stride = p.n / 2;
     const int32x4_t g = vdupq_n_s32(guard);
     Range range;
@@ -169,10 +169,10 @@ inline void butterflies(int32_t *y, int m, const int32_t *const (&w)[3], const R
 }
 
 template <bool Swap, class Round>
-void stage(int32_t *d, const Plan &p, int s, const Round &round) {
-    const int m = p.firstRadix << (2 * (s - 1));
-    const int32_t *tw = p.tw + p.twOffset[s];
-    for (int base = 0; base < p.n; base += 4 * m) {
+void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Round &round) {
+    const int m = l.firstRadix << (2 * (s - 1));
+    const int32_t *tw = p.tw + l.twOffset[s];
+    for (int base = 0; base < l.n; base += 4 * m) {
         int32_t *x = d + 2 * base;
         for (int k = 0; k < m; k += 2) {
             const int32_t *const w[3] = {tw + 2 * k, tw + 2 * (m + k), tw + 2 * (2 * m + k)};
@@ -189,7 +189,7 @@ void stage(int32_t *d, const Plan &p, int s, const Round &round) {
 
 bool available() { return true; }
 
-int first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap) {
+int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard, bool swap) {
     if (p.firstRadix == 4) {
         return swap ? first_stage4<true>(src, dst, p, guard)
                     : first_stage4<false>(src, dst, p, guard);
@@ -197,16 +197,16 @@ int first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool
     return swap ? first_stage2<true>(src, dst, p, guard) : first_stage2<false>(src, dst, p, guard);
 }
 
-void middle_stage(int32_t *d, const Plan &p, int s) {
-    stage<false>(d, p, s, RoundPlain<kProductBits + 2>{});
+void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {
+    stage<false>(d, p, l, s, RoundPlain<kProductBits + 2>{});
 }
 
-void last_stage(int32_t *d, const Plan &p, int shift, bool swap) {
+void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap) {
     const RoundClamp round{vdupq_n_s64(-shift)};
     if (swap) {
-        stage<true>(d, p, kStages - 1, round);
+        stage<true>(d, p, l, l.stages - 1, round);
     } else {
-        stage<false>(d, p, kStages - 1, round);
+        stage<false>(d, p, l, l.stages - 1, round);
     }
 }
 

@@ -1,5 +1,5 @@
 // Vectorised stages of the FFT service (AVX2 on x86-64, NEON on aarch64), used for inputs with
-// log2 N bits of headroom. They compute exactly what the portable stages compute, several
+// log2 n bits of headroom (n the length of the layout). They compute exactly what the portable stages compute, several
 // butterflies at a time; on other processors available() is false and they are never called.
 #pragma once
 
@@ -26,11 +26,11 @@ inline int range_headroom(int32_t lo, int32_t hi) {
 // the common headroom of the 2N words of src, which it reads anyway. The results are those of
 // the portable stages only when it is at least log2 N; otherwise dst holds garbage (no undefined
 // behaviour: the shifts and sums wrap on the vector lanes) and must be rewritten.
-int first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard, bool swap);
+int first_stage(const int32_t *src, int32_t *dst, const Layout &l, int guard, bool swap);
 
-// Radix-4 stage s (1 or 2) in place; results rounded by 2^-(kProductBits + 2), not clamped
+// Radix-4 stage s (1 .. l.stages - 2) in place; results rounded by 2^-(kProductBits + 2), not clamped
 // (with the headroom they fit).
-void middle_stage(int32_t *d, const Plan &p, int s);
+void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s);
 
 // The last stage in place; results rounded by 2^-shift (shift 1..31), clamped, re / im
 // exchanged with swap.
@@ -41,7 +41,7 @@ void middle_stage(int32_t *d, const Plan &p, int s);
 // below 6 * 2^35 = 0.75 * 2^38 and, with the rounding half 2^(shift-1) <= 2^30 added, inside
 // the clamp bounds +-2^(31+shift) for shift >= 7. (The inverse transform always passes
 // log2 N + 5 or more for scale factors >= 0.)
-void last_stage(int32_t *d, const Plan &p, int shift, bool swap);
+void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap);
 inline constexpr int kUnclampedShift = 7;
 
 }  // namespace sonvel::fft::simd

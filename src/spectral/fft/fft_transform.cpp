@@ -40,11 +40,11 @@ C64 load_src(const int32_t *src, int index, int guard) {
 }
 
 // Where the first-stage butterfly o writes its results.
-int first_out(const Plan &p, int o) { return p.firstOut[o / 4] + (o % 4) * (p.n / 4); }
+int first_out(const Layout &p, int o) { return p.firstOut[o / 4] + (o % 4) * (p.n / 4); }
 
 // First stage, radix 4: four-point DFTs of x[o + q N/4] into dst in digit-reversed order.
 template <bool Swap, class Store>
-void first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard, Store store) {
+void first_stage4(const int32_t *src, int32_t *dst, const Layout &p, int guard, Store store) {
     const int stride = p.n / 4;
     for (int o = 0; o < stride; ++o) {
         C64 a[4];
@@ -57,7 +57,7 @@ void first_stage4(const int32_t *src, int32_t *dst, const Plan &p, int guard, St
 
 // First stage, radix 2: two-point DFTs of x[o + q N/2] into dst in digit-reversed order.
 template <bool Swap, class Store>
-void first_stage2(const int32_t *src, int32_t *dst, const Plan &p, int guard, Store store) {
+void first_stage2(const int32_t *src, int32_t *dst, const Layout &p, int guard, Store store) {
     const int stride = p.n / 2;
     for (int o = 0; o < stride; ++o) {
         const C64 a0 = load_src<Swap>(src, o, guard);
@@ -95,14 +95,14 @@ void radix4_stage(int32_t *d, int n, int m, const int32_t *tw, Store store) {
 }
 
 // Length of the sub-transforms the radix-4 stage s (1..3) combines.
-int sub_len(const Plan &p, int s) { return p.firstRadix << (2 * (s - 1)); }
+int sub_len(const Layout &p, int s) { return p.firstRadix << (2 * (s - 1)); }
 
 // log2 of the transform length after stage s.
-int len_bits(const Plan &p, int s) { return (p.firstRadix == 4 ? 2 : 1) + 2 * s; }
+int len_bits(const Layout &p, int s) { return (p.firstRadix == 4 ? 2 : 1) + 2 * s; }
 
 // The first stage, from the source to data with `guard` guard bits.
 template <bool Swap, bool Sat>
-void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
+void first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
     if (guard >= 0) {
         const StoreSame<false, Sat> store;
         if (p.firstRadix == 4) {
@@ -122,50 +122,55 @@ void first_stage(const int32_t *src, int32_t *dst, const Plan &p, int guard) {
 
 // The last stage, from data with `guard` guard bits to result * 2^-shift.
 template <bool Swap>
-void last_stage(int32_t *dst, const Plan &p, int guard, int shift) {
-    const int s = kStages - 1;
-    const int32_t *tw = p.tw + p.twOffset[s];
+void last_stage(int32_t *dst, const Plan &p, const Layout &l, int guard, int shift) {
+    const int s = l.stages - 1;
+    const int32_t *tw = p.tw + l.twOffset[s];
     const int k = kProductBits + guard + shift;
     if (k > 0) {
-        radix4_stage(dst, p.n, sub_len(p, s), tw, StoreRound<Swap, true>{k > 63 ? 63 : k});
+        radix4_stage(dst, l.n, sub_len(l, s), tw, StoreRound<Swap, true>{k > 63 ? 63 : k});
     } else {
-        radix4_stage(dst, p.n, sub_len(p, s), tw, StoreLeft<Swap>{-k > 64 ? 64 : -k});
+        radix4_stage(dst, l.n, sub_len(l, s), tw, StoreLeft<Swap>{-k > 64 ? 64 : -k});
     }
 }
 
 // All stages with guard bits G - log2 len; each radix-4 stage but the last drops two of them.
 template <bool Swap, bool Sat>
-void stages(const int32_t *src, int32_t *dst, const Plan &p, int G, int shift) {
-    first_stage<Swap, Sat>(src, dst, p, G - len_bits(p, 0));
-    for (int s = 1; s < kStages - 1; ++s) {
-        radix4_stage(dst, p.n, sub_len(p, s), p.tw + p.twOffset[s],
+void stages(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int G, int shift,
+            int pre) {
+    first_stage<Swap, Sat>(src, dst, l, G - len_bits(l, 0) - pre);
+    for (int s = 1; s < l.stages - 1; ++s) {
+        radix4_stage(dst, l.n, sub_len(l, s), p.tw + l.twOffset[s],
                      StoreRound<false, Sat>{kProductBits + 2});
     }
-    last_stage<Swap>(dst, p, G - len_bits(p, kStages - 2), shift);
+    last_stage<Swap>(dst, p, l, G - len_bits(l, l.stages - 2), shift);
 }
 
 // The vectorised stages for an input with headroom when the processor has them and the last
 // stage's rounding shift suits them; false when the portable stages must run.
-bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, int shift, bool swap) {
-    const int guard = p.order - 1;
-    const int last = kProductBits + guard - len_bits(p, kStages - 2) + shift;
+bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int shift,
+                bool swap, int pre) {
+    const int guard = l.order - 1;
+    const int last = kProductBits + guard - len_bits(l, l.stages - 2) + shift;
     if (!p.vectorised || last < 1 || last > 31) return false;
     // The first stage finds the headroom while it reads the input; without enough of it the
     // portable stages rewrite all of dst.
-    if (simd::first_stage(src, dst, p, guard - len_bits(p, 0), swap) < p.order) return false;
-    for (int s = 1; s < kStages - 1; ++s) simd::middle_stage(dst, p, s);
-    simd::last_stage(dst, p, last, swap);
+    if (simd::first_stage(src, dst, l, guard - len_bits(l, 0) - pre, swap) < l.order - pre) {
+        return false;
+    }
+    for (int s = 1; s < l.stages - 1; ++s) simd::middle_stage(dst, p, l, s);
+    simd::last_stage(dst, p, l, last, swap);
     return true;
 }
 
 // dst = DFT(src) * 2^-shift; with Swap the re / im parts of input and output are exchanged,
 // which turns the forward kernel into the unscaled inverse.
 template <bool Swap>
-void transform(const int32_t *src, int32_t *dst, const Plan &p, int shift) {
-    if (headroom(src, p.n) >= p.order) {
-        stages<Swap, false>(src, dst, p, p.order - 1, shift);
+void transform(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int shift,
+               int pre) {
+    if (headroom(src, l.n) >= l.order - pre) {
+        stages<Swap, false>(src, dst, p, l, l.order - 1, shift, pre);
     } else {
-        stages<Swap, true>(src, dst, p, 0, shift);
+        stages<Swap, true>(src, dst, p, l, 0, shift + pre, 0);
     }
 }
 
@@ -196,14 +201,24 @@ int clamp_shift(int64_t s) { return static_cast<int>(s > 64 ? 64 : (s < -65 ? -6
 
 }  // namespace
 
+int first_guard(const Layout &l) { return l.order - 1 - len_bits(l, 0); }
+
+void complex_transform(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int shift,
+                       bool inverse, Kernels kernels, int pre) {
+    if (kernels == Kernels::Best && vectorised(src, dst, p, l, shift, inverse, pre)) return;
+    if (inverse) {
+        transform<true>(src, dst, p, l, shift, pre);
+    } else {
+        transform<false>(src, dst, p, l, shift, pre);
+    }
+}
+
 void run_transform(const int32_t *src, int32_t *dst, const Plan &p, int shift, bool inverse,
                    Kernels kernels) {
-    if (kernels == Kernels::Best && vectorised(src, dst, p, shift, inverse)) return;
-    if (inverse) {
-        transform<true>(src, dst, p, shift);
-    } else {
-        transform<false>(src, dst, p, shift);
+    if (inverse ? real_inverse(src, dst, p, shift, kernels) : real_forward(src, dst, p, shift, kernels)) {
+        return;
     }
+    complex_transform(src, dst, p, p.full, shift, inverse, kernels);
 }
 
 }  // namespace sonvel::fft

@@ -1,0 +1,213 @@
+// Real-data paths of the FFT service. A forward input whose imaginary parts are all zero, or an
+// inverse input that is conjugate-symmetric (its result is real), is transformed through one
+// N/2-point complex transform with a split (forward) or merge (inverse) step around it, about
+// half the work of the N-point stages. Both shapes are recognised exactly, word by word; any
+// other input, or one without log2 N bits of headroom, takes the N-point stages.
+//
+// Forward: z[t] = x[2t] + j x[2t+1] (t < M = N/2), Z = DFT_M(z) * 2^f, and for k = 0..M
+//   X[k] 2^(f+1) = (Z[k] + conj Z[M-k]) - j W_N^k (Z[k] - conj Z[M-k]),
+// the bins above M being the conjugates of those below. f = 0..2 extra bits that the input's
+// headroom beyond log2 N leaves room for.
+// Inverse: Y[k] 2^(1-e) = (X[k] + conj X[M-k]) + j conj(W_N^k) (X[k] - conj X[M-k]) for
+// k < M, z = IDFT_M(Y) and x[2t] = Re z[t], x[2t+1] = Im z[t]; Y is handed to the N/2-point
+// stages with as many fractional bits as their first stage's headroom leaves.
+//
+// Split and merge compute in 64 bits, turn by Q31 twiddles rounded as the stages round theirs
+// (kProductBits fractional bits) and round each result once. They are scalar code, the same on
+// every processor; the N/2-point transform takes the vectorised stages where the processor has
+// them, with the portable stages' bits.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "fixedpoint/block_float.h"
+#include "spectral/fft/fft_butterflies.h"
+#include "spectral/fft/fft_plan.h"
+#include "spectral/fft/fft_real_simd.h"
+#include "spectral/fft/fft_transform.h"
+
+namespace sonvel::fft {
+namespace {
+
+constexpr int kMaxExtra = 2;  // extra bits of Z (f) at most
+
+uint32_t magnitude_bits(int32_t v) { return static_cast<uint32_t>(v ^ (v >> 31)); }
+uint64_t magnitude_bits64(int64_t v) { return static_cast<uint64_t>(v ^ (v >> 63)); }
+
+// Bin results of a step rounded by 2^-shift into interleaved 32-bit pairs.
+struct SinkRounded {
+    int32_t *out;
+    int shift;
+    void operator()(int bin, int64_t re, int64_t im) const {
+        out[2 * bin] = fx::rnd(re, shift);
+        out[2 * bin + 1] = fx::rnd(im, shift);
+    }
+};
+
+// Bin results kept in 64 bits, in an area of 32-bit words (any 4-byte alignment).
+struct Sink64 {
+    int32_t *out;
+    void operator()(int bin, int64_t re, int64_t im) const {
+        std::memcpy(out + 4 * bin, &re, sizeof re);
+        std::memcpy(out + 4 * bin + 2, &im, sizeof im);
+    }
+    int64_t get(int word) const {
+        int64_t v;
+        std::memcpy(&v, out + 2 * word, sizeof v);
+        return v;
+    }
+};
+
+// Bins k and M - k (k = 1..M/2) of a split or merge step from `in` (bins 0..M). With A = in[k],
+// B = in[M-k], S = A + conj B, D = A - conj B and t = w' D (rounded to kProductBits fractional
+// bits), bin k is S 2^kProductBits + t and bin M - k is conj(S) 2^kProductBits + (-t.re, t.im):
+// the twiddles of the two bins are -j W_N^k = (wi, -wr) and -j W_N^{M-k} = (wi, wr) forward,
+// j conj(W_N^k) = (wi, wr) and j conj(W_N^{M-k}) = (wi, -wr) inverse, and turning -conj(D) by the
+// second gives (-t.re, t.im) exactly. For k = M/2 both give the same bin.
+template <bool Inverse, class Sink>
+void step(const int32_t *in, const int32_t *w, int m, const Sink &sink) {
+    for (int k = 1; k <= m / 2; ++k) {
+        const int j = m - k;
+        const int32_t wr = w[2 * k], wi = w[2 * k + 1];
+        const int32_t wk[2] = {wi, Inverse ? wr : -wr};  // wr >= 0: no wrap
+        const int64_t ar = in[2 * k], ai = in[2 * k + 1], br = in[2 * j], bi = in[2 * j + 1];
+        const int64_t sr = (ar + br) << kProductBits, si = (ai - bi) << kProductBits;
+        const C64 t = twiddle({ar - br, ai + bi}, wk);
+        sink(j, sr - t.re, t.im - si);
+        sink(k, sr + t.re, si + t.im);
+    }
+}
+
+// z[t] = (x[2t], x[2t+1]) for the real parts x of src (t < N/2); the headroom of x, or -1 when
+// an imaginary part is not zero.
+int pack_real(const int32_t *src, int32_t *z, int n, bool vec) {
+    if constexpr (simd::kRealSteps) {
+        if (vec) return simd::pack_real(src, z, n);
+    }
+    uint32_t acc = 0;
+    uint32_t imag = 0;
+    for (int i = 0; i < n; ++i) {
+        acc |= magnitude_bits(src[2 * i]);
+        imag |= static_cast<uint32_t>(src[2 * i + 1]);
+        z[i] = src[2 * i];
+    }
+    return imag != 0 ? -1 : fx::hr(static_cast<int32_t>(acc));
+}
+
+// The headroom of a conjugate-symmetric input, or -1 for any other input.
+int inverse_headroom(const int32_t *src, int n, bool vec) {
+    if constexpr (simd::kRealSteps) {
+        if (vec) return simd::symmetric_input_headroom(src, n);
+    }
+    if (src[1] != 0 || src[n + 1] != 0) return -1;
+    uint32_t acc = magnitude_bits(src[0]) | magnitude_bits(src[n]);
+    for (int k = 1; k < n / 2; ++k) {
+        const int32_t re = src[2 * k], im = src[2 * k + 1];
+        if (src[2 * (n - k)] != re || src[2 * (n - k) + 1] != -int64_t{im}) return -1;
+        acc |= magnitude_bits(re) | magnitude_bits(im);
+    }
+    return fx::hr(static_cast<int32_t>(acc));
+}
+
+bool vector_steps(const Plan &p, Kernels kernels) {
+    return simd::kRealSteps && kernels == Kernels::Best && p.vectorised != 0;
+}
+
+}  // namespace
+
+bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+    const int n = p.n;
+    const int m = n / 2;
+    const bool vec = vector_steps(p, kernels);
+    // z in the upper half of dst (written even when the input turns out not to be real: the
+    // N-point stages then rewrite all of dst).
+    int32_t *z = dst + n;
+    const int h = pack_real(src, z, n, vec);
+    if (h < p.order) return false;
+    const int f = std::min(h - p.order, kMaxExtra);
+    if (shift < 0 || shift > 32) return false;  // no saturation, nothing shifted out entirely
+    const int k = 1 + f + kProductBits + shift;
+
+    // The N/2-point stages take z 2^c, which has just the log2 M bits of headroom they need, so
+    // that their roundings fall as far below the last place as they can (their first stage
+    // shifts it); Z 2^f on the stack, |Z 2^f| <= sqrt(2) 2^30 with the headroom.
+    const int c = h - (p.order - 1);
+    alignas(32) int32_t spec[kMaxN];
+    complex_transform(z, spec, p, p.half, c - f, false, kernels, -c);
+    const SinkRounded sink{dst, k};
+    const int32_t *w = p.tw + p.splitOffset;
+    if constexpr (simd::kRealSteps) {
+        if (vec) simd::split(spec, w, dst, m, k);
+    }
+    if (!vec) step<false>(spec, w, m, sink);
+    const int64_t r0 = spec[0], i0 = spec[1];
+    sink(0, (r0 + i0) << (1 + kProductBits), 0);
+    sink(m, (r0 - i0) << (1 + kProductBits), 0);
+    // Bins N-b = conj(bin b); |Im X[b]| < 2^31 - 2^(31 - log2 N) + 2, so the negation never
+    // saturates.
+    if constexpr (simd::kRealSteps) {
+        if (vec) {
+            simd::mirror(dst, n);
+            return true;
+        }
+    }
+    for (int b = 1; b < m; ++b) {
+        dst[2 * (n - b)] = dst[2 * b];
+        dst[2 * (n - b) + 1] = fx::sat32(-int64_t{dst[2 * b + 1]});
+    }
+    return true;
+}
+
+bool real_inverse(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+    const int n = p.n;
+    const int m = n / 2;
+    const bool vec = vector_steps(p, kernels);
+    if (inverse_headroom(src, n, vec) < p.order) return false;
+
+    // The merge in 64 bits into dst (N int64 words, (Y 2) 2^kProductBits), then Y 2^e rounded
+    // onto the stack as the input of the N/2-point stages, carrying their first stage's guard
+    // bits g: e is the largest (up to kProductBits) that leaves log2 M - g bits of headroom, one
+    // spare bit covering the rounding. |Y| <= |X[k]| + |X[k+M]| makes e >= g - 1 for an input
+    // with log2 N bits of headroom.
+    const Sink64 wide{dst};
+    const int64_t x0 = src[0], xm = src[n];
+    const int32_t *w = p.tw + p.splitOffset;
+    wide(0, (x0 + xm) << kProductBits, (x0 - xm) << kProductBits);
+    uint64_t bits = magnitude_bits64(wide.get(0)) | magnitude_bits64(wide.get(1));
+    if constexpr (simd::kRealSteps) {
+        if (vec) bits |= simd::merge(src, w, dst, m);
+    }
+    if (!vec) {
+        step<true>(src, w, m, wide);
+        for (int i = 2; i < n; ++i) bits |= magnitude_bits64(wide.get(i));
+    }
+    const int g = first_guard(p.half);
+    const int e = std::min(__builtin_clrsbll(static_cast<int64_t>(bits)) - 28 - (p.order - 1 - g),
+                           kProductBits);
+    alignas(32) int32_t merged[kMaxN];
+    const int k = 1 + kProductBits - e;
+    if constexpr (simd::kRealSteps) {
+        if (vec) simd::round_wide(dst, merged, n, k);
+    }
+    if (!vec) {
+        for (int i = 0; i < n; ++i) merged[i] = fx::rnd(wide.get(i), k);
+    }
+    int32_t *z = dst + n;
+    complex_transform(merged, z, p, p.half, shift - 1 + e - g, true, kernels, g);
+    if constexpr (simd::kRealSteps) {
+        if (vec) {
+            simd::unpack_real(z, dst, m);
+            return true;
+        }
+    }
+    for (int t = 0; t < m; ++t) {
+        const int32_t re = z[2 * t], im = z[2 * t + 1];
+        dst[4 * t] = re;
+        dst[4 * t + 1] = 0;
+        dst[4 * t + 2] = im;
+        dst[4 * t + 3] = 0;
+    }
+    return true;
+}
+
+}  // namespace sonvel::fft

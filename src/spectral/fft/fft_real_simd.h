@@ -1,0 +1,42 @@
+// Vectorised steps of the FFT service's real-data paths (AVX2 on x86-64, NEON on aarch64):
+// recognition of the two input shapes with the headroom, packing and unpacking, the split step
+// with the mirrored upper half, and the merge step with its rounding. Each computes exactly what
+// the portable steps in fft_real_paths.cpp compute; kRealSteps is false where there are none
+// (there the portable steps serve).
+#pragma once
+
+#include <cstdint>
+
+namespace sonvel::fft::simd {
+
+#if (defined(__x86_64__) && defined(__GNUC__)) || defined(__aarch64__)
+inline constexpr bool kRealSteps = true;
+#else
+inline constexpr bool kRealSteps = false;
+#endif
+
+// z[t] = (x[2t], x[2t+1]) for the real parts x of N complex values in src, t < N/2; returns the
+// headroom of x, or -1 when an imaginary part is not zero (z is written anyway).
+int pack_real(const int32_t *src, int32_t *z, int n);
+
+// Headroom of bins 0..N/2 of a conjugate-symmetric input (bins 0 and N/2 real, bin N-k the
+// conjugate of bin k), or -1 for any other input.
+int symmetric_input_headroom(const int32_t *src, int n);
+
+// dst[4t..4t+3] = (Re z[t], 0, Im z[t], 0), t < m, from the front (z may lie in dst's upper half).
+void unpack_real(const int32_t *z, int32_t *dst, int m);
+
+// The split step's bins 1..M/2 and M/2..M-1 from spec (bins 0..M-1), rounded by 2^-k, k >= 5.
+void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k);
+
+// Bins N-b = conj(bin b) for b = 1..N/2-1.
+void mirror(int32_t *dst, int n);
+
+// The merge step's bins 1..M-1 in 64 bits (as the portable one stores them); returns the OR of
+// their magnitude bits.
+uint64_t merge(const int32_t *src, const int32_t *w, int32_t *wide, int m);
+
+// out[i] = the 64-bit word i of wide rounded by 2^-k (1..5), i < n; the results fit.
+void round_wide(const int32_t *wide, int32_t *out, int n, int k);
+
+}  // namespace sonvel::fft::simd
