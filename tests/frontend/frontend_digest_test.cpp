@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr uint64_t kDigest8k = 0x2545101ebc8f6e9bull;
-constexpr uint64_t kDigest16k = 0x7bce1c177e3a45cfull;
+constexpr uint64_t kDigest8k = 0xb825d78f1319c778ull;
+constexpr uint64_t kDigest16k = 0x6c6e0369174b5782ull;
 
 int16_t sat16(int64_t v) {
     return static_cast<int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
