@@ -131,7 +131,9 @@ TEST_F(Tool, InterruptedRunLeavesNoPartialFile) {
         kill(pid, sig);
         int status = 0;
         ASSERT_EQ(waitpid(pid, &status, 0), pid);
-        if (WIFSIGNALED(status)) EXPECT_EQ(WTERMSIG(status), sig);
+        if (WIFSIGNALED(status)) {
+            EXPECT_EQ(WTERMSIG(status), sig);
+        }
         EXPECT_FALSE(any_partial(dir_));
         fs::remove(dir_ / "out.wav");
     }

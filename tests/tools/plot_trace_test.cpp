@@ -32,7 +32,7 @@ TEST_F(Tool, PlotTraceReadsEveryFormatAndFailsInOneLine) {
     r = plot("--trace " + path("t.csv") + " -o " + path("states.png"));  // no audio
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(fs::exists(dir_ / "states.png"));
-    for (const std::string args : {path("no_such_dir"), "--trace " + path("none.csv"),
+    for (const std::string &args : {path("no_such_dir"), "--trace " + path("none.csv"),
                                    "--trace " + path("t.csv") + " --mic " + path("none.wav"),
                                    "--trace " + path("mic.wav")}) {
         SCOPED_TRACE(args);
