@@ -15,21 +15,21 @@ namespace {
 using sp::simd::V;
 namespace simd = sp::simd;
 
-SP_AVX2 inline V set1(int32_t v) { return _mm256_set1_epi32(v); }
+SONVEL_LANES_TARGET inline V set1(int32_t v) { return _mm256_set1_epi32(v); }
 
 // Four per-bin values, each repeated for the re and im lanes of its bin.
-SP_AVX2 inline V load_pairs(const int32_t *p) {
+SONVEL_LANES_TARGET inline V load_pairs(const int32_t *p) {
     const V four = _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
     return _mm256_permutevar8x32_epi32(four, _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3));
 }
 
 // Eight int16 samples widened to int32 lanes.
-SP_AVX2 inline V load_samples(const int16_t *p) {
+SONVEL_LANES_TARGET inline V load_samples(const int16_t *p) {
     return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
 }
 
 // fx::shift_sat by one count c >= 1 for every lane (cnt holds c for the shift instruction).
-SP_AVX2 inline V shift_left_sat(V x, V c, __m128i cnt) {
+SONVEL_LANES_TARGET inline V shift_left_sat(V x, V c, __m128i cnt) {
     const V left = _mm256_sll_epi32(x, cnt);
     const V nonzero_over = _mm256_andnot_si256(_mm256_cmpeq_epi32(x, _mm256_setzero_si256()),
                                                _mm256_cmpgt_epi32(c, simd::hr32(x)));
@@ -37,7 +37,7 @@ SP_AVX2 inline V shift_left_sat(V x, V c, __m128i cnt) {
 }
 
 // Smallest lane, and OR of all lanes.
-SP_AVX2 inline int32_t min_lane(V v) {
+SONVEL_LANES_TARGET inline int32_t min_lane(V v) {
     __m128i m = _mm_min_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
     m = _mm_min_epi32(m, _mm_shuffle_epi32(m, 0x4E));
     m = _mm_min_epi32(m, _mm_shuffle_epi32(m, 0xB1));
@@ -47,7 +47,7 @@ SP_AVX2 inline int32_t min_lane(V v) {
 }  // namespace
 
 // Eight bins of the reciprocal of the far-end power.
-SP_AVX2 inline void reciprocal8(const int32_t *pow, V qbase, int32_t *man, int32_t *q) {
+SONVEL_LANES_TARGET inline void reciprocal8(const int32_t *pow, V qbase, int32_t *man, int32_t *q) {
     const V p = simd::load8(pow);
     const V t = simd::sat_add32(_mm256_sub_epi32(p, _mm256_srai_epi32(p, 2)), set1(1));
     const __m256 inv = sp::recip8(simd::i2f(t));
@@ -59,7 +59,7 @@ SP_AVX2 inline void reciprocal8(const int32_t *pow, V qbase, int32_t *man, int32
 
 // The bins left after the whole steps are done by one more step that ends at the last bin and
 // repeats a few bins (the outputs are separate from the input).
-SP_AVX2 int32_t reciprocal_far_power(const int32_t *pow, int32_t bins, int32_t s, int32_t *man,
+SONVEL_LANES_TARGET int32_t reciprocal_far_power(const int32_t *pow, int32_t bins, int32_t s, int32_t *man,
                                      int32_t *q) {
     const V qbase = set1(s + 16);
     int32_t k = 0;
@@ -71,7 +71,7 @@ SP_AVX2 int32_t reciprocal_far_power(const int32_t *pow, int32_t bins, int32_t s
     return k;
 }
 
-SP_AVX2 int32_t normalised_error(const int32_t *e, const int32_t *man, const int32_t *q,
+SONVEL_LANES_TARGET int32_t normalised_error(const int32_t *e, const int32_t *man, const int32_t *q,
                                  int32_t bins, int32_t *g, int32_t *qg) {
     int32_t k = 0;
     for (; k + 4 <= bins; k += 4) {
@@ -88,7 +88,7 @@ SP_AVX2 int32_t normalised_error(const int32_t *e, const int32_t *man, const int
 }
 
 // The gain of eight bins from their power and its Q value.
-SP_AVX2 inline V gain8(V e2, V qe2) {
+SONVEL_LANES_TARGET inline V gain8(V e2, V qe2) {
     const V m = _mm256_max_epi32(e2, set1(1));
     const V c = _mm256_and_si256(simd::hr32(m), set1(~1));
     const __m256 r = sp::rsqrt8(simd::i2f(_mm256_sllv_epi32(m, c)));
@@ -100,7 +100,7 @@ SP_AVX2 inline V gain8(V e2, V qe2) {
 
 // In place: the bins left after the whole steps are done by one more step over the last eight
 // bins, from their powers as they were before the whole steps overwrote some of them.
-SP_AVX2 int32_t constant_magnitude_gain(int32_t *e2, const int32_t *qe2, int32_t bins) {
+SONVEL_LANES_TARGET int32_t constant_magnitude_gain(int32_t *e2, const int32_t *qe2, int32_t bins) {
     const bool tail = bins >= 8 && bins % 8 != 0;
     const V last_e2 = tail ? simd::load8(e2 + bins - 8) : _mm256_setzero_si256();
     int32_t k = 0;
@@ -114,7 +114,7 @@ SP_AVX2 int32_t constant_magnitude_gain(int32_t *e2, const int32_t *qe2, int32_t
     return k;
 }
 
-SP_AVX2 int32_t apply_gain(int32_t *g, const int32_t *gain, int32_t bins) {
+SONVEL_LANES_TARGET int32_t apply_gain(int32_t *g, const int32_t *gain, int32_t bins) {
     const __m256 scale = _mm256_set1_ps(1.0f / 4294967296.0f);
     int32_t k = 0;
     for (; k + 4 <= bins; k += 4) {
@@ -125,7 +125,7 @@ SP_AVX2 int32_t apply_gain(int32_t *g, const int32_t *gain, int32_t bins) {
     return k;
 }
 
-SP_AVX2 int32_t common_q(const int32_t *g, const int32_t *qg, int32_t words, int32_t *q) {
+SONVEL_LANES_TARGET int32_t common_q(const int32_t *g, const int32_t *qg, int32_t words, int32_t *q) {
     const V cap = set1(*q);
     V low = cap;
     int32_t w = 0;
@@ -139,7 +139,7 @@ SP_AVX2 int32_t common_q(const int32_t *g, const int32_t *qg, int32_t words, int
 
 // fx::shift_wrap by q - qg per word: the left shift gives 0 from 32 on, the right shift the sign
 // fill; the count's sign picks one.
-SP_AVX2 int32_t align_to_q(int32_t *g, const int32_t *qg, int32_t words, int32_t q) {
+SONVEL_LANES_TARGET int32_t align_to_q(int32_t *g, const int32_t *qg, int32_t words, int32_t q) {
     int32_t w = 0;
     for (; w + 8 <= words; w += 8) {
         const V x = simd::load8(g + w);
@@ -151,7 +151,7 @@ SP_AVX2 int32_t align_to_q(int32_t *g, const int32_t *qg, int32_t words, int32_t
     return w;
 }
 
-SP_AVX2 int32_t accumulate_right(int32_t *w, const int32_t *phi, int32_t words, int32_t r) {
+SONVEL_LANES_TARGET int32_t accumulate_right(int32_t *w, const int32_t *phi, int32_t words, int32_t r) {
     const __m128i cnt = _mm_cvtsi32_si128(r);
     int32_t i = 0;
     for (; i + 8 <= words; i += 8) {
@@ -161,7 +161,7 @@ SP_AVX2 int32_t accumulate_right(int32_t *w, const int32_t *phi, int32_t words, 
     return i;
 }
 
-SP_AVX2 int32_t accumulate_left(int32_t *w, const int32_t *phi, int32_t words, int32_t c) {
+SONVEL_LANES_TARGET int32_t accumulate_left(int32_t *w, const int32_t *phi, int32_t words, int32_t c) {
     const V count = set1(c);
     const __m128i cnt = _mm_cvtsi32_si128(c);
     int32_t i = 0;
@@ -172,7 +172,7 @@ SP_AVX2 int32_t accumulate_left(int32_t *w, const int32_t *phi, int32_t words, i
     return i;
 }
 
-SP_AVX2 int32_t estimate_and_error(int32_t *y, const int16_t *near, int32_t l, int32_t undo,
+SONVEL_LANES_TARGET int32_t estimate_and_error(int32_t *y, const int16_t *near, int32_t l, int32_t undo,
                                    int32_t s, int32_t *est, int32_t *err) {
     const V undo_count = set1(undo);
     const V near_count = set1(s);

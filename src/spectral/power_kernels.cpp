@@ -9,7 +9,7 @@
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
 #include "spectral/power_smoothing_vec.h"
-#include "spectral/vector_isa.h"
+#include "spectral/processor.h"
 #include "state/aec_state.h"
 
 namespace {

@@ -21,14 +21,14 @@ struct Mant8 {
 
 // ---- Loads and stores ----
 
-SP_AVX2 inline void store4(int32_t *p, __m128i v) {
+SONVEL_LANES_TARGET inline void store4(int32_t *p, __m128i v) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(p), v);
 }
 
 // ---- Lane versions of the per-element definitions ----
 
 // sp::normalise.
-SP_AVX2 inline Mant8 normalise8(V s, V q) {
+SONVEL_LANES_TARGET inline Mant8 normalise8(V s, V q) {
     const V g = simd::hr32(s);
     return {_mm256_sllv_epi32(s, g), _mm256_add_epi32(q, g)};
 }
@@ -36,7 +36,7 @@ SP_AVX2 inline Mant8 normalise8(V s, V q) {
 // sp::smooth_element for factors a in 0..32767. The two weighted terms then stay below
 // 2^31 * 32767/32768 + 1 in magnitude together, and truncating shifts only shrink them, so their
 // sum never saturates.
-SP_AVX2 inline Mant8 smooth8(V x, V qx, V y, V qy, V a) {
+SONVEL_LANES_TARGET inline Mant8 smooth8(V x, V qx, V y, V qy, V a) {
     const V ys = simd::mul_rnd15(y, a);
     const V xs = simd::mul_rnd15(x, _mm256_sub_epi32(_mm256_set1_epi32(kOne15), a));
     const V qm = _mm256_min_epi32(qx, qy);
@@ -53,7 +53,7 @@ SP_AVX2 inline Mant8 smooth8(V x, V qx, V y, V qy, V a) {
 // turn t = 2^63 into 2^63 - 1, which rounds to the same saturated 2^31 - 1. The lanes compute t
 // modulo 2^64 instead; the high half of t + 2^31 is then the rounded result, except that the
 // results of 2^31 wrap to -2^31, a value no true result rounds to. Those are saturated at the end.
-SP_AVX2 inline Mant8 conj_mult_q8(V a, V b) {
+SONVEL_LANES_TARGET inline Mant8 conj_mult_q8(V a, V b) {
     // 1. c = conj(b); headroom sums of the factors of each part, the smaller of each pair.
     const V c = simd::conj32(b);
     const V ha = simd::hr32(a);
@@ -86,7 +86,7 @@ SP_AVX2 inline Mant8 conj_mult_q8(V a, V b) {
 
 // ---- The loops ----
 
-SP_AVX2 int32_t smooth_dg_f(const int32_t *x, int32_t *y, const int16_t *qx, int16_t *qy,
+SONVEL_LANES_TARGET int32_t smooth_dg_f(const int32_t *x, int32_t *y, const int16_t *qx, int16_t *qy,
                             const int16_t *a, int32_t count) {
     int32_t i = 0;
     for (; i + 8 <= count; i += 8) {
@@ -100,7 +100,7 @@ SP_AVX2 int32_t smooth_dg_f(const int32_t *x, int32_t *y, const int16_t *qx, int
     return i;
 }
 
-SP_AVX2 int32_t energy_smooth_f(const int32_t *x, int32_t *y, int qoff, int16_t *qy, int32_t a,
+SONVEL_LANES_TARGET int32_t energy_smooth_f(const int32_t *x, int32_t *y, int qoff, int16_t *qy, int32_t a,
                                 int32_t bins) {
     if (a < 0) return 0;
     const V f = _mm256_set1_epi32(a);
@@ -118,7 +118,7 @@ SP_AVX2 int32_t energy_smooth_f(const int32_t *x, int32_t *y, int qoff, int16_t 
     return k;
 }
 
-SP_AVX2 int32_t conj_mult_smooth_q(const int32_t *a, const int32_t *b, int32_t *y, int qoff,
+SONVEL_LANES_TARGET int32_t conj_mult_smooth_q(const int32_t *a, const int32_t *b, int32_t *y, int qoff,
                                    int16_t *qy, int32_t s, int32_t words) {
     if (s < 0) return 0;
     const V f = _mm256_set1_epi32(s);
@@ -134,7 +134,7 @@ SP_AVX2 int32_t conj_mult_smooth_q(const int32_t *a, const int32_t *b, int32_t *
     return w;
 }
 
-SP_AVX2 int32_t energy_f(const int32_t *x, int32_t *e, int qoff, int16_t *qe, int32_t bins) {
+SONVEL_LANES_TARGET int32_t energy_f(const int32_t *x, int32_t *e, int qoff, int16_t *qe, int32_t bins) {
     const V off = _mm256_set1_epi32(qoff);
     int32_t k = 0;
     for (; k + 8 <= bins; k += 8) {
@@ -149,7 +149,7 @@ SP_AVX2 int32_t energy_f(const int32_t *x, int32_t *e, int qoff, int16_t *qe, in
 }
 
 // Four bins per step on their interleaved parts; the bin's results end up in its even lane.
-SP_AVX2 int32_t energy_dq_f(const int32_t *x, const int32_t *qx, int32_t *e, int32_t *qe,
+SONVEL_LANES_TARGET int32_t energy_dq_f(const int32_t *x, const int32_t *qx, int32_t *e, int32_t *qe,
                             int32_t bins) {
     int32_t k = 0;
     for (; k + 4 <= bins; k += 4) {
@@ -171,7 +171,7 @@ SP_AVX2 int32_t energy_dq_f(const int32_t *x, const int32_t *qx, int32_t *e, int
     return k;
 }
 
-SP_AVX2 int32_t far_power(const int32_t *x, int s, int32_t *p, int32_t bins) {
+SONVEL_LANES_TARGET int32_t far_power(const int32_t *x, int s, int32_t *p, int32_t bins) {
     const V scale = _mm256_set1_epi32(2 * (9 - s));
     int32_t k = 0;
     for (; k + 8 <= bins; k += 8) {

@@ -13,13 +13,13 @@ namespace {
 using simd::V;
 
 // Four samples zero-extended to 64 bits are four complex values with zero imaginary parts.
-SP_AVX2 inline V widen4(const int32_t *p) {
+SONVEL_LANES_TARGET inline V widen4(const int32_t *p) {
     return _mm256_cvtepu32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
 }
 
 }  // namespace
 
-SP_AVX2 int32_t real_to_complex(const int32_t *buf, int32_t *c, int32_t n) {
+SONVEL_LANES_TARGET int32_t real_to_complex(const int32_t *buf, int32_t *c, int32_t n) {
     int32_t i = 0;
     for (; i + 8 <= n; i += 8) {
         simd::store8(c + 2 * i, widen4(buf + i));
@@ -29,7 +29,7 @@ SP_AVX2 int32_t real_to_complex(const int32_t *buf, int32_t *c, int32_t n) {
 }
 
 // Output bins k..k+3 read source bins n-k-3 .. n-k, which the permute puts in reverse order.
-SP_AVX2 int32_t mirror_bins(const int32_t *buf, int32_t *c, int32_t n) {
+SONVEL_LANES_TARGET int32_t mirror_bins(const int32_t *buf, int32_t *c, int32_t n) {
     int32_t k = n / 2 + 1;
     for (; k + 3 <= n - 2; k += 4) {
         const V x = _mm256_permute4x64_epi64(simd::load8(buf + 2 * (n - k - 3)), 0x1B);
@@ -38,7 +38,7 @@ SP_AVX2 int32_t mirror_bins(const int32_t *buf, int32_t *c, int32_t n) {
     return k;
 }
 
-SP_AVX2 int32_t real_parts(const int32_t *c, int32_t *buf, int32_t n) {
+SONVEL_LANES_TARGET int32_t real_parts(const int32_t *c, int32_t *buf, int32_t n) {
     int32_t i = 0;
     for (; i + 8 <= n; i += 8) {
         V re;

@@ -2,7 +2,7 @@
 // int32 lanes or four int64 lanes per register. Each one gives, lane by lane, exactly the bits of
 // its scalar twin in fixedpoint/block_float.h for every operand. The functions carry their own
 // target attribute, so only callers that checked the processor (sp::Isa::kVector) may run them;
-// callers mark themselves with SP_AVX2 too.
+// callers mark themselves with SONVEL_LANES_TARGET too.
 #pragma once
 
 #if defined(__x86_64__)
@@ -11,7 +11,8 @@
 
 #include <cstdint>
 
-#define SP_AVX2 __attribute__((target("avx2,fma")))
+#include "spectral/processor.h"
+
 
 namespace sp::simd {
 
@@ -19,11 +20,11 @@ using V = __m256i;  // eight int32 lanes or four int64 lanes, as the function na
 
 // ---- Loads and stores (no alignment needed) ----
 
-SP_AVX2 inline V load8(const int32_t *p) {
+SONVEL_LANES_TARGET inline V load8(const int32_t *p) {
     return _mm256_loadu_si256(reinterpret_cast<const V *>(p));
 }
 
-SP_AVX2 inline void store8(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
+SONVEL_LANES_TARGET inline void store8(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
 
 // ---- 32-bit lanes ----
 
@@ -31,7 +32,7 @@ SP_AVX2 inline void store8(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_ca
 // clearing every bit below a set bit keeps the top bit and stops the conversion to float from
 // rounding up to the next power of two, so the float's exponent is that bit's position.
 // u = 0 has exponent field 0, which gives 157 and the minimum makes it 31.
-SP_AVX2 inline V hr32(V x) {
+SONVEL_LANES_TARGET inline V hr32(V x) {
     V u = _mm256_xor_si256(x, _mm256_srai_epi32(x, 31));
     u = _mm256_andnot_si256(_mm256_srli_epi32(u, 1), u);
     const V bits = _mm256_castps_si256(_mm256_cvtepi32_ps(u));
@@ -40,24 +41,24 @@ SP_AVX2 inline V hr32(V x) {
 }
 
 // The value a lane saturates to when a sum with first operand a overflows: a < 0 ? -2^31 : 2^31-1.
-SP_AVX2 inline V sat_bound32(V a) {
+SONVEL_LANES_TARGET inline V sat_bound32(V a) {
     return _mm256_xor_si256(_mm256_srai_epi32(a, 31), _mm256_set1_epi32(INT32_MAX));
 }
 
 // Lanes of r, replaced by b where the sign bit of mask is set.
-SP_AVX2 inline V select32(V r, V b, V mask) {
+SONVEL_LANES_TARGET inline V select32(V r, V b, V mask) {
     return _mm256_castps_si256(_mm256_blendv_ps(_mm256_castsi256_ps(r), _mm256_castsi256_ps(b),
                                                 _mm256_castsi256_ps(mask)));
 }
 
 // fx::sat_add / fx::sat_sub: the wrapped sum, or the bound of a's sign where it overflowed.
-SP_AVX2 inline V sat_add32(V a, V b) {
+SONVEL_LANES_TARGET inline V sat_add32(V a, V b) {
     const V r = _mm256_add_epi32(a, b);
     const V ovf = _mm256_and_si256(_mm256_xor_si256(a, r), _mm256_xor_si256(b, r));
     return select32(r, sat_bound32(a), ovf);
 }
 
-SP_AVX2 inline V sat_sub32(V a, V b) {
+SONVEL_LANES_TARGET inline V sat_sub32(V a, V b) {
     const V r = _mm256_sub_epi32(a, b);
     const V ovf = _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, r));
     return select32(r, sat_bound32(a), ovf);
@@ -65,20 +66,20 @@ SP_AVX2 inline V sat_sub32(V a, V b) {
 
 // Two's-complement negation of the odd lanes (the imaginary parts of interleaved complex
 // values); -2^31 stays -2^31 as sp::neg_wrap.
-SP_AVX2 inline V conj32(V x) {
+SONVEL_LANES_TARGET inline V conj32(V x) {
     return _mm256_sign_epi32(x, _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1));
 }
 
 // Saturating negation of the odd lanes (conjugation that turns -2^31 into 2^31 - 1). The odd
 // lanes are first raised to at least -(2^31 - 1), whose negation fits.
-SP_AVX2 inline V conj_sat32(V x) {
+SONVEL_LANES_TARGET inline V conj_sat32(V x) {
     const V floor = _mm256_setr_epi32(INT32_MIN, -INT32_MAX, INT32_MIN, -INT32_MAX, INT32_MIN,
                                       -INT32_MAX, INT32_MIN, -INT32_MAX);
     return conj32(_mm256_max_epi32(x, floor));
 }
 
 // OR of the eight lanes.
-SP_AVX2 inline uint32_t or_lanes32(V v) {
+SONVEL_LANES_TARGET inline uint32_t or_lanes32(V v) {
     __m128i m = _mm_or_si128(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
     m = _mm_or_si128(m, _mm_shuffle_epi32(m, 0x4E));
     m = _mm_or_si128(m, _mm_shuffle_epi32(m, 0xB1));
@@ -86,14 +87,14 @@ SP_AVX2 inline uint32_t or_lanes32(V v) {
 }
 
 // Exchange the even and odd lanes (re and im of interleaved complex values).
-SP_AVX2 inline V swap_pairs32(V x) { return _mm256_shuffle_epi32(x, 0xB1); }
+SONVEL_LANES_TARGET inline V swap_pairs32(V x) { return _mm256_shuffle_epi32(x, 0xB1); }
 
 // fx::shr_trunc with a count per lane, counts >= 0 (from 32 on the sign fill).
-SP_AVX2 inline V shr_trunc32(V x, V c) { return _mm256_srav_epi32(x, c); }
+SONVEL_LANES_TARGET inline V shr_trunc32(V x, V c) { return _mm256_srav_epi32(x, c); }
 
 // fx::shift_sat with a signed count per lane: left with saturation where c > 0, truncating right
 // by -c elsewhere. A left shift beyond the headroom of a non-zero lane saturates.
-SP_AVX2 inline V shift_sat32(V x, V c) {
+SONVEL_LANES_TARGET inline V shift_sat32(V x, V c) {
     const V zero = _mm256_setzero_si256();
     const V left = _mm256_sllv_epi32(x, c);
     const V right = _mm256_srav_epi32(x, _mm256_sub_epi32(zero, c));
@@ -103,11 +104,11 @@ SP_AVX2 inline V shift_sat32(V x, V c) {
 }
 
 // fx::i2f of each lane (the same rounding as the scalar conversion).
-SP_AVX2 inline __m256 i2f(V x) { return _mm256_cvtepi32_ps(x); }
+SONVEL_LANES_TARGET inline __m256 i2f(V x) { return _mm256_cvtepi32_ps(x); }
 
 // fx::f2i of each lane: the conversion gives -2^31 for every operand out of range and for NaN;
 // lanes at or above 2^31 become 2^31-1, NaN lanes 0.
-SP_AVX2 inline V f2i(__m256 f) {
+SONVEL_LANES_TARGET inline V f2i(__m256 f) {
     const V r = _mm256_cvttps_epi32(f);
     const V big = _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ));
     const V nan = _mm256_castps_si256(_mm256_cmp_ps(f, f, _CMP_UNORD_Q));
@@ -117,32 +118,32 @@ SP_AVX2 inline V f2i(__m256 f) {
 // ---- 64-bit lanes ----
 
 // Exact products of the sign-extended even (odd) int32 lanes of a and b: four int64 lanes.
-SP_AVX2 inline V mul_even(V a, V b) { return _mm256_mul_epi32(a, b); }
+SONVEL_LANES_TARGET inline V mul_even(V a, V b) { return _mm256_mul_epi32(a, b); }
 
-SP_AVX2 inline V mul_odd(V a, V b) {
+SONVEL_LANES_TARGET inline V mul_odd(V a, V b) {
     return _mm256_mul_epi32(_mm256_srli_epi64(a, 32), _mm256_srli_epi64(b, 32));
 }
 
 // Lanes of r, replaced by b where the sign bit of the 64-bit lane of mask is set.
-SP_AVX2 inline V select64(V r, V b, V mask) {
+SONVEL_LANES_TARGET inline V select64(V r, V b, V mask) {
     return _mm256_castpd_si256(_mm256_blendv_pd(_mm256_castsi256_pd(r), _mm256_castsi256_pd(b),
                                                 _mm256_castsi256_pd(mask)));
 }
 
 // a < 0 ? INT64_MIN : INT64_MAX per lane.
-SP_AVX2 inline V sat_bound64(V a) {
+SONVEL_LANES_TARGET inline V sat_bound64(V a) {
     const V neg = _mm256_cmpgt_epi64(_mm256_setzero_si256(), a);
     return _mm256_xor_si256(neg, _mm256_set1_epi64x(INT64_MAX));
 }
 
 // fx::sat_add64 / fx::sat_sub64.
-SP_AVX2 inline V sat_add64(V a, V b) {
+SONVEL_LANES_TARGET inline V sat_add64(V a, V b) {
     const V r = _mm256_add_epi64(a, b);
     const V ovf = _mm256_and_si256(_mm256_xor_si256(a, r), _mm256_xor_si256(b, r));
     return select64(r, sat_bound64(a), ovf);
 }
 
-SP_AVX2 inline V sat_sub64(V a, V b) {
+SONVEL_LANES_TARGET inline V sat_sub64(V a, V b) {
     const V r = _mm256_sub_epi64(a, b);
     const V ovf = _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, r));
     return select64(r, sat_bound64(a), ovf);
@@ -153,7 +154,7 @@ SP_AVX2 inline V sat_sub64(V a, V b) {
 // not saturate, [-2^(31+k) - 2^(k-1), 2^(31+k) - 2^(k-1) - 1] (no lower bound for k = 32); then
 // v + 2^(k-1) + 2^(31+k) lies in [0, 2^(32+k)) as an unsigned number, its logical shift by k in
 // [0, 2^32), and flipping bit 31 of the low half subtracts the 2^31 again.
-SP_AVX2 inline V rnd64(V v, int k) {
+SONVEL_LANES_TARGET inline V rnd64(V v, int k) {
     const int64_t half = int64_t{1} << (k - 1);
     const uint64_t top = uint64_t{1} << (31 + k);
     const V hi = _mm256_set1_epi64x(static_cast<int64_t>(top - static_cast<uint64_t>(half) - 1));
@@ -169,12 +170,12 @@ SP_AVX2 inline V rnd64(V v, int k) {
 
 // Eight int32 lanes from the even 32-bit lanes of re (to even lanes) and of im (to odd lanes):
 // interleaved complex values from separately computed parts.
-SP_AVX2 inline V interleave_even(V re, V im) {
+SONVEL_LANES_TARGET inline V interleave_even(V re, V im) {
     return _mm256_blend_epi32(re, _mm256_slli_epi64(im, 32), 0xAA);
 }
 
 // The even 32-bit lanes of v as four int32 lanes, in order.
-SP_AVX2 inline __m128i narrow_even(V v) {
+SONVEL_LANES_TARGET inline __m128i narrow_even(V v) {
     return _mm256_castsi256_si128(
         _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6)));
 }
@@ -182,20 +183,20 @@ SP_AVX2 inline __m128i narrow_even(V v) {
 // ---- Spectra and Q values ----
 
 // Eight int16 values widened to int32 lanes.
-SP_AVX2 inline V load16x8(const int16_t *p) {
+SONVEL_LANES_TARGET inline V load16x8(const int16_t *p) {
     return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
 }
 
 // Eight lanes stored as the low 16 bits of each (the wrap of static_cast<int16_t>; masked to 16
 // bits, the unsigned saturating pack keeps them).
-SP_AVX2 inline void store16x8_wrap(int16_t *p, V v) {
+SONVEL_LANES_TARGET inline void store16x8_wrap(int16_t *p, V v) {
     const V low = _mm256_and_si256(v, _mm256_set1_epi32(0xFFFF));
     const V packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(low, low), 0x08);
     _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
 }
 
 // Eight interleaved bins of x as their re and im lanes, in bin order.
-SP_AVX2 inline void load_bins8(const int32_t *x, V &re, V &im) {
+SONVEL_LANES_TARGET inline void load_bins8(const int32_t *x, V &re, V &im) {
     const __m256 lo = _mm256_castsi256_ps(load8(x));
     const __m256 hi = _mm256_castsi256_ps(load8(x + 8));
     re = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0x88)), 0xD8);
@@ -204,7 +205,7 @@ SP_AVX2 inline void load_bins8(const int32_t *x, V &re, V &im) {
 
 // fx::rnd(x * f, 15) for factors f in 0..32767: the product has at most 47 bits and the result
 // fits in int32, so the low half of (product + 2^14) >> 15 is the result.
-SP_AVX2 inline V mul_rnd15(V x, V f) {
+SONVEL_LANES_TARGET inline V mul_rnd15(V x, V f) {
     const V half = _mm256_set1_epi64x(1 << 14);
     const V even = _mm256_srli_epi64(_mm256_add_epi64(mul_even(x, f), half), 15);
     const V odd = _mm256_slli_epi64(_mm256_add_epi64(mul_odd(x, f), half), 17);
@@ -218,7 +219,7 @@ struct Power8 {
     V h;
 };
 
-SP_AVX2 inline Power8 bin_power8(V re, V im) {
+SONVEL_LANES_TARGET inline Power8 bin_power8(V re, V im) {
     const V ur = _mm256_xor_si256(re, _mm256_srai_epi32(re, 31));
     const V ui = _mm256_xor_si256(im, _mm256_srai_epi32(im, 31));
     const V h = hr32(_mm256_or_si256(ur, ui));
@@ -232,7 +233,7 @@ SP_AVX2 inline Power8 bin_power8(V re, V im) {
 
 // fx::Mpy_32_16_opt2 of each lane for int16 factors f: bits 16..47 of the exact product, which
 // hold the whole shifted product.
-SP_AVX2 inline V mpy_32_16_opt2(V x, V f) {
+SONVEL_LANES_TARGET inline V mpy_32_16_opt2(V x, V f) {
     const V even = _mm256_srli_epi64(mul_even(x, f), 16);
     const V odd = _mm256_slli_epi64(mul_odd(x, f), 16);
     return _mm256_blend_epi32(even, odd, 0xAA);

@@ -9,7 +9,7 @@ namespace sp::vec {
 
 using simd::V;
 
-SP_AVX2 int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t *bits) {
+SONVEL_LANES_TARGET int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t *bits) {
     V acc = _mm256_setzero_si256();
     int32_t i = 0;
     for (; i + 8 <= n; i += 8) {
@@ -20,14 +20,14 @@ SP_AVX2 int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t *bits) {
     return i;
 }
 
-SP_AVX2 int32_t shift_left(int32_t *v, int32_t n, int32_t c) {
+SONVEL_LANES_TARGET int32_t shift_left(int32_t *v, int32_t n, int32_t c) {
     const __m128i cnt = _mm_cvtsi32_si128(c);
     int32_t i = 0;
     for (; i + 8 <= n; i += 8) simd::store8(v + i, _mm256_sll_epi32(simd::load8(v + i), cnt));
     return i;
 }
 
-SP_AVX2 int32_t shift_right(int32_t *v, int32_t n, int32_t r) {
+SONVEL_LANES_TARGET int32_t shift_right(int32_t *v, int32_t n, int32_t r) {
     const __m128i cnt = _mm_cvtsi32_si128(r);
     int32_t i = 0;
     for (; i + 8 <= n; i += 8) simd::store8(v + i, _mm256_sra_epi32(simd::load8(v + i), cnt));

@@ -13,7 +13,7 @@
 #include "spectral/simd_avx2.h"
 #include "spectral/simd_neon.h"
 #include "spectral/kernel_elements.h"
-#include "spectral/vector_isa.h"
+#include "spectral/processor.h"
 #include "state/aec_state.h"
 #include "suppressor/coherence.h"
 
@@ -91,19 +91,19 @@ int16_t coherence_bin(const CohInputs &in, const AecState *st, int k) {
 using V = __m256i;
 namespace simd = sp::simd;
 
-SP_AVX2 inline V load8(const int32_t *p) { return simd::load8(p); }
-SP_AVX2 inline V load8(const int16_t *p) {
+SONVEL_LANES_TARGET inline V load8(const int32_t *p) { return simd::load8(p); }
+SONVEL_LANES_TARGET inline V load8(const int16_t *p) {
     return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
 }
 
 // sp::part_power_f per lane; the results lie in 0..2^30, no saturation.
-SP_AVX2 inline V part_power8(V x) {
+SONVEL_LANES_TARGET inline V part_power8(V x) {
     const __m256 f = simd::i2f(x);
     return _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_mul_ps(f, f), _mm256_set1_ps(sp::kTwoPowM32)));
 }
 
 // Bins k..k+7.
-SP_AVX2 inline void coherence8(const CohInputs &in, const AecState *st, int k, int16_t *out) {
+SONVEL_LANES_TARGET inline void coherence8(const CohInputs &in, const AecState *st, int k, int16_t *out) {
     // 1. Power product plus 1: |product| <= 2^30, neither step saturates.
     const __m256 prod = _mm256_mul_ps(_mm256_mul_ps(simd::i2f(load8(in.sa_man + k)), simd::i2f(load8(st->ai32SdMan + k))),
                                       _mm256_set1_ps(sp::kTwoPowM32));
@@ -142,7 +142,7 @@ SP_AVX2 inline void coherence8(const CohInputs &in, const AecState *st, int k, i
 }
 
 // All bins from 8 on; the last vector overlaps the one before it.
-SP_AVX2 void coherence_vector(const CohInputs &in, const AecState *st, int bins, int16_t *out) {
+SONVEL_LANES_TARGET void coherence_vector(const CohInputs &in, const AecState *st, int bins, int16_t *out) {
     for (int k = 0; k + 8 <= bins; k += 8) coherence8(in, st, k, out);
     if (bins % 8 != 0) coherence8(in, st, bins - 8, out);
 }
@@ -271,7 +271,7 @@ void rank_keys(const int16_t *v, int n, int32_t *key) {
 #if defined(__x86_64__)
 
 // All keys and counts stay in registers while each key in turn is compared with all of them.
-SP_AVX2 void rank_sort_vector(const int16_t *v, int n, int16_t *sorted) {
+SONVEL_LANES_TARGET void rank_sort_vector(const int16_t *v, int n, int16_t *sorted) {
     constexpr int kRegs = kRankLanes / 8;
     alignas(32) int32_t key[kRankLanes];
     rank_keys(v, n, key);
@@ -428,7 +428,7 @@ namespace {
 // 16 (x86-64) or 8 (aarch64) bins at a time; returns the bins done.
 #if defined(__x86_64__)
 
-SP_AVX2 int incoherence_vector(const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins) {
+SONVEL_LANES_TARGET int incoherence_vector(const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins) {
     const V one = _mm256_set1_epi16(32767);
     int k = 0;
     for (; k + 16 <= bins; k += 16) {

@@ -12,15 +12,15 @@ namespace {
 
 using sp::simd::V;
 
-SP_AVX2 inline V load16(const int16_t *p) {
+SONVEL_LANES_TARGET inline V load16(const int16_t *p) {
     return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
 }
 
-SP_AVX2 inline V set1(int32_t v) { return _mm256_set1_epi32(v); }
+SONVEL_LANES_TARGET inline V set1(int32_t v) { return _mm256_set1_epi32(v); }
 
 // sp::sqrt per lane; zero lanes (empty floors) give +0 without sending the whole step to the
 // lane-by-lane path of the vector square root.
-SP_AVX2 inline __m256 sqrt_or_zero(__m256 x) {
+SONVEL_LANES_TARGET inline __m256 sqrt_or_zero(__m256 x) {
     const __m256 zero = _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ);
     const __m256 root = sp::sqrt8(_mm256_blendv_ps(x, _mm256_set1_ps(1.0f), zero));
     return _mm256_andnot_ps(zero, root);
@@ -32,7 +32,7 @@ struct Noise8 {
     V im;
 };
 
-SP_AVX2 Noise8 noise8(V m, V q, V g, V cs, V sn, V s) {
+SONVEL_LANES_TARGET Noise8 noise8(V m, V q, V g, V cs, V sn, V s) {
     // F = m' / 4^e2 with m' a non-negative 31-bit value.
     const V n = sp::simd::hr32(m);
     const V e = _mm256_add_epi32(q, n);
@@ -56,7 +56,7 @@ SP_AVX2 Noise8 noise8(V m, V q, V g, V cs, V sn, V s) {
 
 }  // namespace
 
-SP_AVX2 int add_noise(const Bins &b, const int32_t *e, int32_t *out, int n) {
+SONVEL_LANES_TARGET int add_noise(const Bins &b, const int32_t *e, int32_t *out, int n) {
     const V s = set1(b.s);
     int k = 0;
     for (; k + 8 <= n; k += 8) {

@@ -12,7 +12,7 @@ namespace {
 
 using sp::simd::V;
 
-SP_AVX2 inline V set1(int32_t v) { return _mm256_set1_epi32(v); }
+SONVEL_LANES_TARGET inline V set1(int32_t v) { return _mm256_set1_epi32(v); }
 
 // Mantissas and Q values of eight bins, the Q values widened.
 struct Pair8 {
@@ -20,36 +20,36 @@ struct Pair8 {
     V q;
 };
 
-SP_AVX2 inline Pair8 load_pair(const int32_t *m, const int16_t *q) {
+SONVEL_LANES_TARGET inline Pair8 load_pair(const int32_t *m, const int16_t *q) {
     return {sp::simd::load8(m), sp::simd::load16x8(q)};
 }
 
 // The lanes of next where take is all ones, of old elsewhere; Q values wrapped to 16 bits.
-SP_AVX2 inline void store_pair(Pow x, int k, Pair8 old, Pair8 next, V take) {
+SONVEL_LANES_TARGET inline void store_pair(Pow x, int k, Pair8 old, Pair8 next, V take) {
     sp::simd::store8(x.man + k, sp::simd::select32(old.m, next.m, take));
     sp::simd::store16x8_wrap(x.exp + k, sp::simd::select32(old.q, next.q, take));
 }
 
 // s shifted by its headroom, with the Q value q + headroom.
-SP_AVX2 inline Pair8 normalised(V s, V q) {
+SONVEL_LANES_TARGET inline Pair8 normalised(V s, V q) {
     const V h = sp::simd::hr32(s);
     return {_mm256_sllv_epi32(s, h), _mm256_add_epi32(q, h)};
 }
 
 // Truncating alignment of mantissas in Q qx to the smaller Q value qm.
-SP_AVX2 inline V align(V m, V qx, V qm) {
+SONVEL_LANES_TARGET inline V align(V m, V qx, V qm) {
     return sp::simd::shr_trunc32(m, _mm256_sub_epi32(qx, qm));
 }
 
 // int(float(m) * w * 2^-16), truncating and saturating.
-SP_AVX2 inline V weighted_half(V m, float w) {
+SONVEL_LANES_TARGET inline V weighted_half(V m, float w) {
     const __m256 p = _mm256_mul_ps(sp::simd::i2f(m), _mm256_set1_ps(w));
     return sp::simd::f2i(_mm256_mul_ps(p, _mm256_set1_ps(kTwoPowM16)));
 }
 
 // fx::L_shr_opt with counts d in 0..65535 that were wrapped to int16: up to 32767 the count is
 // limited to 31, from 32768 on (negative as int16) it is taken modulo 32.
-SP_AVX2 inline V shr_opt(V x, V d) {
+SONVEL_LANES_TARGET inline V shr_opt(V x, V d) {
     const V c = sp::simd::select32(_mm256_min_epi32(d, set1(31)), _mm256_and_si256(d, set1(31)),
                                    _mm256_cmpgt_epi32(d, set1(32767)));
     return _mm256_srav_epi32(x, c);
@@ -57,7 +57,7 @@ SP_AVX2 inline V shr_opt(V x, V d) {
 
 }  // namespace
 
-SP_AVX2 int average(Pow a, Power p, int n) {
+SONVEL_LANES_TARGET int average(Pow a, Power p, int n) {
     const V all = set1(-1);
     int k = 0;
     for (; k + 8 <= n; k += 8) {
@@ -72,7 +72,7 @@ SP_AVX2 int average(Pow a, Power p, int n) {
     return k;
 }
 
-SP_AVX2 int floor_down(Pow f, Pow a, int n) {
+SONVEL_LANES_TARGET int floor_down(Pow f, Pow a, int n) {
     int k = 0;
     for (; k + 8 <= n; k += 8) {
         const Pair8 av = load_pair(a.man + k, a.exp + k);
@@ -92,7 +92,7 @@ SP_AVX2 int floor_down(Pow f, Pow a, int n) {
     return k;
 }
 
-SP_AVX2 int count_persistence(int16_t *t, int16_t *above, Power p, Pow f, int n) {
+SONVEL_LANES_TARGET int count_persistence(int16_t *t, int16_t *above, Power p, Pow f, int n) {
     int k = 0;
     for (; k + 8 <= n; k += 8) {
         const Pair8 pw = load_pair(p.man + k, p.exp + k);
@@ -111,7 +111,7 @@ SP_AVX2 int count_persistence(int16_t *t, int16_t *above, Power p, Pow f, int n)
     return k;
 }
 
-SP_AVX2 int floor_up(Pow f, Power p, const int16_t *t, const int16_t *above, int n) {
+SONVEL_LANES_TARGET int floor_up(Pow f, Power p, const int16_t *t, const int16_t *above, int n) {
     int k = 0;
     for (; k + 8 <= n; k += 8) {
         const Pair8 pw = load_pair(p.man + k, p.exp + k);
@@ -133,7 +133,7 @@ SP_AVX2 int floor_up(Pow f, Power p, const int16_t *t, const int16_t *above, int
     return k;
 }
 
-SP_AVX2 int average_catch_up(Pow a, Power p, int n) {
+SONVEL_LANES_TARGET int average_catch_up(Pow a, Power p, int n) {
     int k = 0;
     for (; k + 8 <= n; k += 8) {
         const Pair8 pw = load_pair(p.man + k, p.exp + k);

@@ -12,35 +12,35 @@ namespace {
 
 using sp::simd::V;
 
-SP_AVX2 inline V load_exp(const int16_t *p) {
+SONVEL_LANES_TARGET inline V load_exp(const int16_t *p) {
     return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
 }
 
 // Lanes within the int16 range, stored as eight int16 values.
-SP_AVX2 inline void store16(int16_t *p, V v) {
+SONVEL_LANES_TARGET inline void store16(int16_t *p, V v) {
     const __m128i packed =
         _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
     _mm_storeu_si128(reinterpret_cast<__m128i *>(p), packed);
 }
 
-SP_AVX2 inline V set1(int32_t v) { return _mm256_set1_epi32(v); }
+SONVEL_LANES_TARGET inline V set1(int32_t v) { return _mm256_set1_epi32(v); }
 
 // fx::shift_wrap(x, h - 1) for h = hr(x): left by h - 1, or right by one where h = 0.
-SP_AVX2 inline V to_headroom_one(V x, V h) {
+SONVEL_LANES_TARGET inline V to_headroom_one(V x, V h) {
     const V left = _mm256_sllv_epi32(x, _mm256_sub_epi32(h, set1(1)));  // count -1 gives 0
     return sp::simd::select32(left, _mm256_srai_epi32(x, 1), _mm256_cmpeq_epi32(h, set1(0)));
 }
 
 // sp::normalise: the mantissa shifted left by its headroom h.
-SP_AVX2 inline V normalised(V x, V h) { return _mm256_sllv_epi32(x, h); }
+SONVEL_LANES_TARGET inline V normalised(V x, V h) { return _mm256_sllv_epi32(x, h); }
 
 // int(float(num) * recip(float(den)) * 2^31) per lane.
-SP_AVX2 inline V quotient_q31(V num, V den) {
+SONVEL_LANES_TARGET inline V quotient_q31(V num, V den) {
     const __m256 f = _mm256_mul_ps(sp::simd::i2f(num), sp::recip8(sp::simd::i2f(den)));
     return sp::simd::f2i(_mm256_mul_ps(f, _mm256_set1_ps(2147483648.0f)));
 }
 
-SP_AVX2 V smoothing_factor8(V px, V qpx, V asx, V qasx, V asy, V qasy) {
+SONVEL_LANES_TARGET V smoothing_factor8(V px, V qpx, V asx, V qasx, V asy, V qasy) {
     const V qm = _mm256_min_epi32(qasx, qasy);
     const V u = _mm256_srav_epi32(_mm256_srai_epi32(asx, 1), _mm256_sub_epi32(qasx, qm));
     const V v = _mm256_srav_epi32(_mm256_srai_epi32(asy, 1), _mm256_sub_epi32(qasy, qm));
@@ -58,7 +58,7 @@ SP_AVX2 V smoothing_factor8(V px, V qpx, V asx, V qasx, V asy, V qasy) {
     return _mm256_sub_epi32(set1(24575), _mm256_srai_epi32(d, 1));
 }
 
-SP_AVX2 V instant_gain8(V asx, V qasx, V w, V asy, V qasy, V ase, V qase) {
+SONVEL_LANES_TARGET V instant_gain8(V asx, V qasx, V w, V asy, V qasy, V ase, V qase) {
     // Asx * W / 32768, normalised.
     const __m256 tw = _mm256_mul_ps(sp::simd::i2f(asx), sp::simd::i2f(w));
     const V t = sp::simd::f2i(_mm256_mul_ps(tw, _mm256_set1_ps(1.0f / 2147483648.0f)));
@@ -87,7 +87,7 @@ SP_AVX2 V instant_gain8(V asx, V qasx, V w, V asy, V qasy, V ase, V qase) {
 
 // A falling gain at once, a rising one except for 17/16384 of the old value. The sum stays below
 // 2^30 and the saturating pack of the store is the saturation to int16.
-SP_AVX2 V update_gain8(V h, V g) {
+SONVEL_LANES_TARGET V update_gain8(V h, V g) {
     const V c = _mm256_and_si256(_mm256_cmpgt_epi32(g, h), set1(17));
     const V sum = _mm256_add_epi32(_mm256_mullo_epi32(c, h),
                                    _mm256_mullo_epi32(_mm256_sub_epi32(set1(16384), c), g));
@@ -96,7 +96,7 @@ SP_AVX2 V update_gain8(V h, V g) {
 
 }  // namespace
 
-SP_AVX2 int smoothing_factors(Bins px, Bins asx, Bins asy, int16_t *a, int n) {
+SONVEL_LANES_TARGET int smoothing_factors(Bins px, Bins asx, Bins asy, int16_t *a, int n) {
     int k = 0;
     for (; k + 8 <= n; k += 8) {
         const V f = smoothing_factor8(sp::simd::load8(px.man + k), load_exp(px.exp + k),
@@ -107,7 +107,7 @@ SP_AVX2 int smoothing_factors(Bins px, Bins asx, Bins asy, int16_t *a, int n) {
     return k;
 }
 
-SP_AVX2 int update_gains(Bins asx, const int32_t *w, Bins asy, Bins ase, int16_t *h, int n) {
+SONVEL_LANES_TARGET int update_gains(Bins asx, const int32_t *w, Bins asy, Bins ase, int16_t *h, int n) {
     int k = 0;
     for (; k + 8 <= n; k += 8) {
         const V g = instant_gain8(sp::simd::load8(asx.man + k), load_exp(asx.exp + k),

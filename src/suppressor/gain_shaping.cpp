@@ -13,7 +13,7 @@
 #include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
 #include "fixedpoint/extended_ops.h"
-#include "spectral/vector_isa.h"
+#include "spectral/processor.h"
 #include "state/aec_state.h"
 #include "suppressor/suppressor_lanes.h"
 

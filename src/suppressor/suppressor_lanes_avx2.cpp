@@ -19,18 +19,18 @@ namespace simd = sp::simd;
 // ---- Loads and stores ----
 
 // Eight lanes stored as int16, saturated (lanes already in the int16 range keep their value).
-SP_AVX2 inline void store16x8(int16_t *p, V v) {
+SONVEL_LANES_TARGET inline void store16x8(int16_t *p, V v) {
     const V packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(v, v), 0x08);
     _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
 }
 
 // Adds the eight int32 lanes of v to the four int64 lanes of acc.
-SP_AVX2 inline V add_wide(V acc, V v) {
+SONVEL_LANES_TARGET inline V add_wide(V acc, V v) {
     acc = _mm256_add_epi64(acc, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(v)));
     return _mm256_add_epi64(acc, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(v, 1)));
 }
 
-SP_AVX2 inline int64_t sum64(V acc) {
+SONVEL_LANES_TARGET inline int64_t sum64(V acc) {
     alignas(32) int64_t lane[4];
     _mm256_store_si256(reinterpret_cast<V *>(lane), acc);
     return lane[0] + lane[1] + lane[2] + lane[3];
@@ -39,21 +39,21 @@ SP_AVX2 inline int64_t sum64(V acc) {
 // ---- Lane versions of the scalar steps ----
 
 // Low 32 bits of (a * b) >> 16 for each lane: bits 16..47 of the exact 64-bit products.
-SP_AVX2 inline V mul_shr16(V a, V b) {
+SONVEL_LANES_TARGET inline V mul_shr16(V a, V b) {
     const V even = _mm256_srli_epi64(simd::mul_even(a, b), 16);
     const V odd = _mm256_slli_epi64(simd::mul_odd(a, b), 16);
     return _mm256_blend_epi32(even, odd, 0xAA);
 }
 
 // The int16 entries of table at the indices of idx (the entry and the one after it are read).
-SP_AVX2 inline V gather16(const int16_t *table, V idx) {
+SONVEL_LANES_TARGET inline V gather16(const int16_t *table, V idx) {
     const V pair = _mm256_i32gather_epi32(reinterpret_cast<const int *>(table), idx, 2);
     return _mm256_srai_epi32(_mm256_slli_epi32(pair, 16), 16);
 }
 
 // (wc * min(g, fb) + (32767 - wc) * g) >> 15 for g and fb in the int16 range and wc in 0..32767:
 // the sum lies in [-32767 * 32768, 32767^2], so neither the int32 sum nor the result saturates.
-SP_AVX2 inline V weigh8(V g, V fb, V wc) {
+SONVEL_LANES_TARGET inline V weigh8(V g, V fb, V wc) {
     const V toward = _mm256_mullo_epi32(wc, _mm256_min_epi32(g, fb));
     const V keep = _mm256_mullo_epi32(_mm256_sub_epi32(_mm256_set1_epi32(32767), wc), g);
     return _mm256_srai_epi32(_mm256_add_epi32(toward, keep), 15);
@@ -68,7 +68,7 @@ SP_AVX2 inline V weigh8(V g, V fb, V wc) {
 //  - u = t * od >> 16 lies in -2^18..2^18: its shift by 8 fits in int16 and is the shift count,
 //    negative counts taken modulo 32; a count of 15 or more leaves the sign fill of the 16-bit
 //    entry, which the 32-bit arithmetic shift by the count (saturating at 32) also gives.
-SP_AVX2 inline V overdrive8(V g, V od) {
+SONVEL_LANES_TARGET inline V overdrive8(V g, V od) {
     const V one = _mm256_set1_epi32(1);
     const V positive = _mm256_cmpgt_epi32(g, _mm256_setzero_si256());
     const V x = _mm256_max_epi32(g, one);
@@ -94,12 +94,12 @@ SP_AVX2 inline V overdrive8(V g, V od) {
 }
 
 // Lane indices k..k+7.
-SP_AVX2 inline V bin_index(int32_t k) {
+SONVEL_LANES_TARGET inline V bin_index(int32_t k) {
     return _mm256_add_epi32(_mm256_set1_epi32(k), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
 }
 
 // The overdrive cap of each lane's bin; 32767 (no cap) outside both ranges.
-SP_AVX2 inline V cap8(V k, const OverdriveCaps &c) {
+SONVEL_LANES_TARGET inline V cap8(V k, const OverdriveCaps &c) {
     const V in_lo = _mm256_cmpgt_epi32(_mm256_set1_epi32(c.lo + 1), k);
     const V in_hi = _mm256_andnot_si256(_mm256_cmpgt_epi32(k, _mm256_set1_epi32(c.hi_to)),
                                         _mm256_cmpgt_epi32(k, _mm256_set1_epi32(c.hi_from - 1)));
@@ -112,7 +112,7 @@ SP_AVX2 inline V cap8(V k, const OverdriveCaps &c) {
 
 // ---- The loops ----
 
-SP_AVX2 int32_t window_pcm(const int16_t *w, const int16_t *pcm, int32_t *out, int shift,
+SONVEL_LANES_TARGET int32_t window_pcm(const int16_t *w, const int16_t *pcm, int32_t *out, int shift,
                            int32_t count) {
     const __m128i s = _mm_cvtsi32_si128(shift);
     int32_t i = 0;
@@ -123,7 +123,7 @@ SP_AVX2 int32_t window_pcm(const int16_t *w, const int16_t *pcm, int32_t *out, i
     return i;
 }
 
-SP_AVX2 int32_t window_q15(const int16_t *w, const int32_t *in, int32_t *out, int32_t count) {
+SONVEL_LANES_TARGET int32_t window_q15(const int16_t *w, const int32_t *in, int32_t *out, int32_t count) {
     int32_t i = 0;
     for (; i + 8 <= count; i += 8) {
         simd::store8(out + i, simd::mul_rnd15(simd::load8(in + i), simd::load16x8(w + i)));
@@ -131,7 +131,7 @@ SP_AVX2 int32_t window_q15(const int16_t *w, const int32_t *in, int32_t *out, in
     return i;
 }
 
-SP_AVX2 int32_t mark_zero_words(int32_t *x, int32_t words) {
+SONVEL_LANES_TARGET int32_t mark_zero_words(int32_t *x, int32_t words) {
     const V zero = _mm256_setzero_si256();
     int32_t i = 0;
     for (; i + 8 <= words; i += 8) {
@@ -141,7 +141,7 @@ SP_AVX2 int32_t mark_zero_words(int32_t *x, int32_t words) {
     return i;
 }
 
-SP_AVX2 int32_t bin_powers(const int32_t *x, int32_t *man, int16_t *exp, int qoff, int toff,
+SONVEL_LANES_TARGET int32_t bin_powers(const int32_t *x, int32_t *man, int16_t *exp, int qoff, int toff,
                            int64_t *sum, int32_t bins) {
     const V q = _mm256_set1_epi32(qoff);
     const V to = _mm256_set1_epi32(toff);
@@ -162,7 +162,7 @@ SP_AVX2 int32_t bin_powers(const int32_t *x, int32_t *man, int16_t *exp, int qof
     return k;
 }
 
-SP_AVX2 int32_t min_q2(const int16_t *a, const int16_t *b, int16_t *lowest, int32_t count) {
+SONVEL_LANES_TARGET int32_t min_q2(const int16_t *a, const int16_t *b, int16_t *lowest, int32_t count) {
     __m256i m = _mm256_set1_epi16(*lowest);
     int32_t i = 0;
     for (; i + 16 <= count; i += 16) {
@@ -178,7 +178,7 @@ SP_AVX2 int32_t min_q2(const int16_t *a, const int16_t *b, int16_t *lowest, int3
     return i;
 }
 
-SP_AVX2 int32_t band_sum(const int32_t *man, const int16_t *exp, int c, int64_t *sum,
+SONVEL_LANES_TARGET int32_t band_sum(const int32_t *man, const int16_t *exp, int c, int64_t *sum,
                          int32_t count) {
     const V cv = _mm256_set1_epi32(c);
     V acc = _mm256_setzero_si256();
@@ -191,7 +191,7 @@ SP_AVX2 int32_t band_sum(const int32_t *man, const int16_t *exp, int c, int64_t 
     return i;
 }
 
-SP_AVX2 int32_t shape_gains(int16_t *g, int32_t fb, const int16_t *wc, const int16_t *ovrd,
+SONVEL_LANES_TARGET int32_t shape_gains(int16_t *g, int32_t fb, const int16_t *wc, const int16_t *ovrd,
                             const int16_t *oc, const OverdriveCaps &caps, int32_t count) {
     if (fb < -32768 || fb > 32767) return 0;
     const V fbv = _mm256_set1_epi32(fb);
@@ -208,7 +208,7 @@ SP_AVX2 int32_t shape_gains(int16_t *g, int32_t fb, const int16_t *wc, const int
     return k;
 }
 
-SP_AVX2 int32_t apply_gains(const int16_t *g, int32_t *E, int32_t words) {
+SONVEL_LANES_TARGET int32_t apply_gains(const int16_t *g, int32_t *E, int32_t words) {
     const V pairs = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
     const __m256 scale = _mm256_set1_ps(sp::kTwoPowM15);
     int32_t w = 0;
@@ -225,7 +225,7 @@ SP_AVX2 int32_t apply_gains(const int16_t *g, int32_t *E, int32_t words) {
 // k = 16 - t. For k in 1..32 the result is fx::rnd(p, k) of the product p (|p| <= 2^46), whose
 // shift by t <= 15 never saturates. For k in 33..62 the floor of p / 2^(k-1) fits in 15 bits: it
 // is taken exactly from the non-negative p + 2^62 by a logical shift, and rounded in 32 bits.
-SP_AVX2 int32_t unwindow(const int32_t *x, const int16_t *w, int t, int32_t *frame,
+SONVEL_LANES_TARGET int32_t unwindow(const int32_t *x, const int16_t *w, int t, int32_t *frame,
                          int32_t count) {
     const int k = 16 - t;
     if (k < 1 || k > 62) return 0;
@@ -252,7 +252,7 @@ SP_AVX2 int32_t unwindow(const int32_t *x, const int16_t *w, int t, int32_t *fra
     return i;
 }
 
-SP_AVX2 int32_t overlap_add(const int32_t *a, const int32_t *b, int16_t *out, int32_t count) {
+SONVEL_LANES_TARGET int32_t overlap_add(const int32_t *a, const int32_t *b, int16_t *out, int32_t count) {
     int32_t i = 0;
     for (; i + 16 <= count; i += 16) {
         const V lo = simd::sat_add32(simd::load8(a + i), simd::load8(b + i));

@@ -8,7 +8,7 @@
 #include "fixedpoint/block_float.h"
 #include "sonvel_aec_stages.h"
 #include "spectral/kernels.h"
-#include "spectral/vector_isa.h"
+#include "spectral/processor.h"
 #include "state/aec_state.h"
 #include "suppressor/suppressor_lanes.h"
 

@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "linear/linear_loops.h"
 #include "spectral/kernels.h"
 #include "spectral/fft/fft_stages_simd.h"
@@ -23,7 +24,7 @@ constexpr int kSlack = 16;  // words past every count, which neither path may wr
 
 bool vector_available() {
 #if defined(__x86_64__)
-    return sonvel::fft::simd::available();
+    return (sp::probe_isa() == sp::Isa::kVector);
 #else
     return true;
 #endif

@@ -10,6 +10,7 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "spectral/fft/fft_stages_simd.h"
 #include "spectral/reciprocal_vec.h"
 
@@ -22,7 +23,7 @@ struct Results { std::vector<float> recip, rsqrt, sqrt; };
 
 #if defined(__x86_64__)
 constexpr std::size_t kLanes = 8;
-bool vector_available() { return sonvel::fft::simd::available(); }
+bool vector_available() { return (sp::probe_isa() == sp::Isa::kVector); }
 
 __attribute__((target("avx2,fma"))) void vector_results(const std::vector<float> &x, Results &out) {
     for (std::size_t i = 0; i < x.size(); i += kLanes) {

@@ -10,6 +10,7 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_stages_simd.h"
 #include "spectral/kernels.h"
@@ -26,9 +27,9 @@ constexpr int32_t kMin = INT32_MIN, kMax = INT32_MAX;
 
 #if defined(__x86_64__)
 constexpr int kLanes = 8;
-bool vector_available() { return sonvel::fft::simd::available(); }
+bool vector_available() { return (sp::probe_isa() == sp::Isa::kVector); }
 
-#define LANES SP_AVX2
+#define LANES SONVEL_LANES_TARGET
 using namespace sp::simd;
 LANES V ld(const int32_t *p) { return load8(p); }
 LANES V ld(const int64_t *p) { return _mm256_loadu_si256(reinterpret_cast<const V *>(p)); }

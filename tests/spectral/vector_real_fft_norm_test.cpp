@@ -10,6 +10,7 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "sonvel_aec_fft.h"
 #include "sonvel_aec_spectral.h"
 #include "spectral/fft/fft_plan.h"
@@ -40,7 +41,7 @@ class VectorLoops : public ::testing::Test {
 protected:
     void SetUp() override {
 #if defined(__x86_64__)
-        if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
+        if (!(sp::probe_isa() == sp::Isa::kVector)) GTEST_SKIP() << "no AVX2 on this processor";
 #endif
     }
 };

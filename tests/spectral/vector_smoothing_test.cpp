@@ -11,6 +11,7 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "sonvel_aec_spectral.h"
 #include "spectral/fft/fft_plan.h"
 #include "spectral/fft/fft_stages_simd.h"
@@ -29,7 +30,7 @@ constexpr int kGuard = 8;  // words behind the largest count, which no loop may 
 
 bool vector_available() {
 #if defined(__x86_64__)
-    return sonvel::fft::simd::available();
+    return (sp::probe_isa() == sp::Isa::kVector);
 #else
     return true;
 #endif
@@ -203,7 +204,7 @@ TEST(VectorPower, PowerWithPartQValuesMatchesPortable) {
 TEST(VectorPower, FarPowerUpdateMatchesPerBinDefinition) {
     if (!vector_available()) GTEST_SKIP() << "no AVX2 on this processor";
     auto state = std::make_unique<AecState>();
-    reinterpret_cast<sonvel::fft::Plan *>(state->au8FftPlan)->vectorised = 1;
+    state->s32LanePath = 1;
     Operands ops(777);
     for (int half = 0; half + 4 <= sonvel::kBinWords; ++half) {
         for (const int16_t shift : {int16_t{0}, int16_t{1}, int16_t{-40}, int16_t{9}, int16_t{40}}) {

@@ -1,6 +1,7 @@
 // Coherence analysis: the per-bin coherence against a double-precision reference and its vector
 // path against the portable one, band means, the preferred band's order statistics, and the
 // thresholds of the near-end state and the regimes.
+#include "spectral/processor.h"
 #include "suppressor/coherence.h"
 
 #include <cstring>
@@ -73,7 +74,7 @@ TEST(CoherenceTest, MatchesReferenceForEachPairAtBothRates) {
 // overlapping vector is met; and so does the analysis built on the coherences.
 TEST(CoherenceTest, VectorPathMatchesPortable) {
 #if defined(__x86_64__)
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
+    if (!(sp::probe_isa() == sp::Isa::kVector)) GTEST_SKIP() << "no AVX2 on this processor";
 #endif
     auto st = suptest::make_state(true);
     std::mt19937 rng(31);
@@ -116,7 +117,7 @@ TEST(CoherenceTest, VectorPathMatchesPortable) {
         if (trial % 3 == 2) continue;  // the bin counts of the two rates only
         auto path = [&](int32_t vectorised, int16_t *hnl, int16_t &fb) {
             auto copy = std::make_unique<AecState>(*st);
-            auto &flag = reinterpret_cast<sonvel::fft::Plan *>(copy->au8FftPlan)->vectorised;
+            auto &flag = copy->s32LanePath;
             flag = vectorised;
             Sonvel_AEC_HnledCalc(copy.get(), hnl, &fb);
             flag = 0;
@@ -136,7 +137,7 @@ TEST(CoherenceTest, VectorPathMatchesPortable) {
 TEST(CoherenceTest, BandSortOrdersAscendingOnEveryPath) {
     std::vector<sp::Isa> paths = {sp::Isa::kPortable};
 #if defined(__x86_64__)
-    if (sonvel::fft::simd::available()) paths.push_back(sp::Isa::kVector);
+    if ((sp::probe_isa() == sp::Isa::kVector)) paths.push_back(sp::Isa::kVector);
 #else
     paths.push_back(sp::Isa::kVector);
 #endif

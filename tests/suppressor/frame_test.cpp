@@ -4,6 +4,7 @@
 #include <cstring>
 #include <random>
 
+#include "spectral/processor.h"
 #include "spectral/fft/fft_plan.h"
 #include "spectral/fft/fft_stages_simd.h"
 #include "suppressor/spectrum_power.h"
@@ -96,7 +97,7 @@ TEST(FrameTest, MuteBoundaryIsSixtyFourTimesTheOutputPower) {
 
 // The instance's choice between the portable and the vectorised loops.
 int32_t &vectorised(AecState *st) {
-    return reinterpret_cast<sonvel::fft::Plan *>(st->au8FftPlan)->vectorised;
+    return st->s32LanePath;
 }
 
 // A portable twin of a vectorised state: the same contents with the portable loops chosen.
@@ -120,7 +121,7 @@ bool same_state(AecState *portable, AecState *vector) {
 // and every choice of the delayed far-end slot.
 TEST(FrameTest, VectorPathOfTheFrameStepMatchesPortable) {
 #if defined(__x86_64__)
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
+    if (!(sp::probe_isa() == sp::Isa::kVector)) GTEST_SKIP() << "no AVX2 on this processor";
 #endif
     std::mt19937 rng(23);
     for (bool wide : {false, true}) {
@@ -175,7 +176,7 @@ TEST(FrameTest, VectorPathOfTheFrameStepMatchesPortable) {
 // vector steps take and beyond), the extreme words, and windows over the whole int16 range.
 TEST(FrameTest, VectorPathOfTheSynthesisMatchesPortable) {
 #if defined(__x86_64__)
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
+    if (!(sp::probe_isa() == sp::Isa::kVector)) GTEST_SKIP() << "no AVX2 on this processor";
 #endif
     std::mt19937 rng(29);
     const int32_t edges[] = {0, -1, 1, INT32_MIN, INT32_MAX};

@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_stages_simd.h"
 #include "spectral/kernel_elements.h"
@@ -48,7 +49,7 @@ class SuppressorLanes : public ::testing::Test {
   protected:
     void SetUp() override {
 #if defined(__x86_64__)
-        if (!sonvel::fft::simd::available()) GTEST_SKIP() << "processor without AVX2 and FMA";
+        if (!(sp::probe_isa() == sp::Isa::kVector)) GTEST_SKIP() << "processor without AVX2 and FMA";
 #endif
     }
     std::mt19937 rng{77};

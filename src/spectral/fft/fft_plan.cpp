@@ -6,6 +6,7 @@
 #include "spectral/fft/fft_plan.h"
 #include "spectral/fft/fft_stages_simd.h"
 #include "spectral/fft/fft_twiddles.h"
+#include "spectral/processor.h"
 
 namespace sonvel::fft {
 namespace {
@@ -73,7 +74,7 @@ extern "C" SONVEL_API int32_t Sonvel_FFTInit_C_SC32(void *plan, int32_t order) {
     p.order = order;
     p.n = 1 << order;
     p.firstRadix = order % 2 == 0 ? 4 : 2;
-    p.vectorised = simd::available() ? 1 : 0;
+    p.vectorised = sp::probe_isa() == sp::Isa::kVector ? 1 : 0;
     build_first_out(p);
     build_twiddles(p);
     p.magic = kPlanMagic;
