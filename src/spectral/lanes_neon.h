@@ -1,0 +1,125 @@
+// The lane vocabulary on aarch64 (NEON, part of every ARMv8-A core): four int32 lanes per
+// register, the 64-bit values of a register's lanes as its low and its high half. Most steps are
+// single instructions whose saturation and rounding are the scalar ones. Included through
+// spectral/lanes.h.
+#pragma once
+
+#include <arm_neon.h>
+
+#include <cstdint>
+
+namespace ln {
+
+using I32 = int32x4_t;
+using F32 = float32x4_t;
+
+inline constexpr int kLanes = 4;
+
+// The 64-bit values of the lanes of a register: a holds those of the low two lanes, b those of
+// the high two. Only steps of this vocabulary read them.
+struct W64 {
+    int64x2_t a;
+    int64x2_t b;
+};
+
+// Separate re and im lanes of consecutive interleaved complex values, in bin order.
+struct Bins {
+    I32 re;
+    I32 im;
+};
+
+// ---- Loads, stores, constants ----
+
+inline I32 load(const int32_t *p) { return vld1q_s32(p); }
+inline void store(int32_t *p, I32 v) { vst1q_s32(p, v); }
+inline I32 load16(const int16_t *p) { return vmovl_s16(vld1_s16(p)); }
+inline void store16(int16_t *p, I32 v) { vst1_s16(p, vmovn_s32(v)); }
+inline Bins load_bins(const int32_t *p) {
+    const int32x4x2_t v = vld2q_s32(p);
+    return {v.val[0], v.val[1]};
+}
+inline void store_bins(int32_t *p, Bins b) { vst2q_s32(p, int32x4x2_t{{b.re, b.im}}); }
+inline F32 loadf(const float *p) { return vld1q_f32(p); }
+inline I32 dup(int32_t v) { return vdupq_n_s32(v); }
+inline F32 dupf(float v) { return vdupq_n_f32(v); }
+inline I32 zero() { return vdupq_n_s32(0); }
+
+// ---- 32-bit lanes: wrapping arithmetic and bits ----
+
+inline I32 add(I32 a, I32 b) { return vaddq_s32(a, b); }
+inline I32 sub(I32 a, I32 b) { return vsubq_s32(a, b); }
+inline I32 min(I32 a, I32 b) { return vminq_s32(a, b); }
+inline I32 max(I32 a, I32 b) { return vmaxq_s32(a, b); }
+inline I32 min_u(I32 a, I32 b) {
+    return vreinterpretq_s32_u32(vminq_u32(vreinterpretq_u32_s32(a), vreinterpretq_u32_s32(b)));
+}
+inline I32 bor(I32 a, I32 b) { return vorrq_s32(a, b); }
+template <int N>
+inline I32 shl_n(I32 x) {
+    return vreinterpretq_s32_u32(vshlq_n_u32(vreinterpretq_u32_s32(x), N));
+}
+inline I32 shl_all(I32 x, int c) { return vshlq_s32(x, vdupq_n_s32(c)); }
+inline I32 shr_all(I32 x, int r) { return vshlq_s32(x, vdupq_n_s32(-r)); }
+inline I32 shl(I32 x, I32 c) { return vshlq_s32(x, c); }
+inline I32 mag(I32 x) { return veorq_s32(x, vshrq_n_s32(x, 31)); }
+inline I32 neg_wrap(I32 x) { return vnegq_s32(x); }
+inline I32 neg_sat(I32 x) { return vqnegq_s32(x); }
+inline I32 reverse(I32 x) {
+    const I32 r = vrev64q_s32(x);
+    return vextq_s32(r, r, 2);
+}
+inline uint32_t or_lanes(I32 v) {
+    const int32x2_t half = vorr_s32(vget_low_s32(v), vget_high_s32(v));
+    return static_cast<uint32_t>(vget_lane_s32(half, 0) | vget_lane_s32(half, 1));
+}
+inline bool any_negative(I32 v) { return vminvq_s32(v) < 0; }
+
+// ---- 32-bit lanes: the fixed-point steps ----
+
+// fx::hr (the instruction counts the bits after the sign bit that equal it).
+inline I32 hr(I32 x) { return vclsq_s32(x); }
+inline I32 hr_min(I32 a, I32 b) { return vminq_s32(vclsq_s32(a), vclsq_s32(b)); }
+inline I32 sat_add(I32 a, I32 b) { return vqaddq_s32(a, b); }
+inline I32 sat_sub(I32 a, I32 b) { return vqsubq_s32(a, b); }
+// The instruction reads the count from the low byte, so counts are limited to 32 first.
+inline I32 shr_trunc(I32 x, I32 c) { return vshlq_s32(x, vnegq_s32(vminq_s32(c, vdupq_n_s32(32)))); }
+inline I32 shift_sat(I32 x, I32 c) {
+    return vqshlq_s32(x, vmaxq_s32(vminq_s32(c, vdupq_n_s32(32)), vdupq_n_s32(-32)));
+}
+
+// ---- Float lanes (the conversion truncates, saturates and maps NaN to 0) ----
+
+inline F32 i2f(I32 x) { return vcvtq_f32_s32(x); }
+inline I32 f2i(F32 f) { return vcvtq_s32_f32(f); }
+inline F32 fmul(F32 a, F32 b) { return vmulq_f32(a, b); }
+inline F32 fadd(F32 a, F32 b) { return vaddq_f32(a, b); }
+
+// ---- 64-bit values ----
+
+inline W64 mul_wide(I32 a, I32 b) {
+    return {vmull_s32(vget_low_s32(a), vget_low_s32(b)), vmull_high_s32(a, b)};
+}
+inline W64 add64(W64 x, W64 y) { return {vaddq_s64(x.a, y.a), vaddq_s64(x.b, y.b)}; }
+inline W64 sub64(W64 x, W64 y) { return {vsubq_s64(x.a, y.a), vsubq_s64(x.b, y.b)}; }
+inline W64 sat_add64(W64 x, W64 y) { return {vqaddq_s64(x.a, y.a), vqaddq_s64(x.b, y.b)}; }
+inline W64 sat_sub64(W64 x, W64 y) { return {vqsubq_s64(x.a, y.a), vqsubq_s64(x.b, y.b)}; }
+
+// The rounding shift adds 2^(K-1) without overflow and the narrowing saturates.
+template <int K>
+inline I32 rnd_narrow(W64 v) {
+    return vqrshrn_high_n_s64(vqrshrn_n_s64(v.a, K), v.b, K);
+}
+
+inline I32 scale_rnd32(W64 p, I32 h) {
+    const int64x2_t ta = vqshlq_s64(p.a, vmovl_s32(vget_low_s32(h)));
+    const int64x2_t tb = vqshlq_s64(p.b, vmovl_high_s32(h));
+    return rnd_narrow<32>(W64{ta, tb});
+}
+
+inline I32 mul_rnd15(I32 x, I32 f) { return rnd_narrow<15>(mul_wide(x, f)); }
+
+// The doubling high half of x * f * 2^15 is (x * f) >> 16 and never saturates, as f * 2^15 is
+// never -2^31.
+inline I32 mpy_32_16(I32 x, I32 f) { return vqdmulhq_s32(x, vshlq_n_s32(f, 15)); }
+
+}  // namespace ln
