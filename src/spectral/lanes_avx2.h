@@ -61,6 +61,17 @@ LN_FN void store_bins(int32_t *p, Bins b) {
 }
 
 LN_FN F32 loadf(const float *p) { return _mm256_loadu_ps(p); }
+// Interleaved int16 pairs (re, im) widened to separate int32 re and im lanes, and their low 16
+// bits back.
+LN_FN Bins load16_bins(const int16_t *p) {
+    const I32 v = _mm256_loadu_si256(reinterpret_cast<const I32 *>(p));
+    return {_mm256_srai_epi32(_mm256_slli_epi32(v, 16), 16), _mm256_srai_epi32(v, 16)};
+}
+LN_FN void store16_bins(int16_t *p, Bins b) {
+    const I32 v = _mm256_or_si256(_mm256_and_si256(b.re, _mm256_set1_epi32(0xFFFF)), _mm256_slli_epi32(b.im, 16));
+    _mm256_storeu_si256(reinterpret_cast<I32 *>(p), v);
+}
+
 LN_FN I32 dup(int32_t v) { return _mm256_set1_epi32(v); }
 LN_FN F32 dupf(float v) { return _mm256_set1_ps(v); }
 LN_FN I32 zero() { return _mm256_setzero_si256(); }

@@ -40,6 +40,13 @@ inline Bins load_bins(const int32_t *p) {
 }
 inline void store_bins(int32_t *p, Bins b) { vst2q_s32(p, int32x4x2_t{{b.re, b.im}}); }
 inline F32 loadf(const float *p) { return vld1q_f32(p); }
+inline Bins load16_bins(const int16_t *p) {
+    const int16x4x2_t v = vld2_s16(p);
+    return {vmovl_s16(v.val[0]), vmovl_s16(v.val[1])};
+}
+inline void store16_bins(int16_t *p, Bins b) {
+    vst2_s16(p, int16x4x2_t{{vmovn_s32(b.re), vmovn_s32(b.im)}});
+}
 inline I32 dup(int32_t v) { return vdupq_n_s32(v); }
 inline F32 dupf(float v) { return vdupq_n_f32(v); }
 inline I32 zero() { return vdupq_n_s32(0); }
