@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "spectral/processor.h"
+#include "spectral/reciprocal_vec.h"
 
 #define LN_FN SONVEL_LANES_TARGET inline
 
@@ -112,6 +113,18 @@ LN_FN uint32_t or_lanes(I32 v) {
     m = _mm_or_si128(m, _mm_shuffle_epi32(m, 0xB1));
     return static_cast<uint32_t>(_mm_cvtsi128_si32(m));
 }
+// Smallest lane.
+LN_FN int32_t min_lanes(I32 v) {
+    __m128i m = _mm_min_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    m = _mm_min_epi32(m, _mm_shuffle_epi32(m, 0x4E));
+    m = _mm_min_epi32(m, _mm_shuffle_epi32(m, 0xB1));
+    return _mm_cvtsi128_si32(m);
+}
+// Lanes of b where x is 0, of a elsewhere.
+LN_FN I32 if_zero(I32 x, I32 b, I32 a) {
+    const I32 z = _mm256_cmpeq_epi32(x, _mm256_setzero_si256());
+    return _mm256_blendv_epi8(a, b, z);
+}
 LN_FN bool any_negative(I32 v) { return _mm256_movemask_ps(_mm256_castsi256_ps(v)) != 0; }
 
 // ---- 32-bit lanes: the fixed-point steps ----
@@ -168,6 +181,22 @@ LN_FN I32 shift_sat(I32 x, I32 c) {
     return detail::select(right, l, _mm256_cmpgt_epi32(c, zero));
 }
 
+// fx::shift_sat by one count c >= 1 for every lane.
+LN_FN I32 shl_sat_all(I32 x, int c) {
+    const I32 left = _mm256_sll_epi32(x, _mm_cvtsi32_si128(c));
+    const I32 over = _mm256_andnot_si256(_mm256_cmpeq_epi32(x, _mm256_setzero_si256()),
+                                         _mm256_cmpgt_epi32(_mm256_set1_epi32(c), hr(x)));
+    return detail::select(left, detail::sat_bound(x), over);
+}
+
+// fx::shift_wrap with a signed count per lane: left keeping the low 32 bits (0 from 32 on),
+// truncating right for negative counts (the sign fill from 32 on).
+LN_FN I32 shift_wrap(I32 x, I32 c) {
+    const I32 left = _mm256_sllv_epi32(x, c);
+    const I32 right = _mm256_srav_epi32(x, _mm256_sub_epi32(_mm256_setzero_si256(), c));
+    return detail::select(left, right, c);
+}
+
 // ---- Float lanes ----
 
 // fx::i2f; fx::f2i: the conversion gives -2^31 for every operand out of range and for NaN;
@@ -180,6 +209,10 @@ LN_FN I32 f2i(F32 f) {
     return _mm256_andnot_si256(nan, _mm256_xor_si256(r, big));
 }
 LN_FN F32 fmul(F32 a, F32 b) { return _mm256_mul_ps(a, b); }
+// sp::recip, sp::rsqrt and sp::sqrt of each lane.
+LN_FN F32 recip(F32 x) { return sp::recip8(x); }
+LN_FN F32 rsqrt(F32 x) { return sp::rsqrt8(x); }
+LN_FN F32 sqrt(F32 x) { return sp::sqrt8(x); }
 LN_FN F32 fadd(F32 a, F32 b) { return _mm256_add_ps(a, b); }
 
 // ---- 64-bit values ----

@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+#include "spectral/reciprocal_vec.h"
+
 namespace ln {
 
 using I32 = int32x4_t;
@@ -79,6 +81,8 @@ inline uint32_t or_lanes(I32 v) {
     const int32x2_t half = vorr_s32(vget_low_s32(v), vget_high_s32(v));
     return static_cast<uint32_t>(vget_lane_s32(half, 0) | vget_lane_s32(half, 1));
 }
+inline int32_t min_lanes(I32 v) { return vminvq_s32(v); }
+inline I32 if_zero(I32 x, I32 b, I32 a) { return vbslq_s32(vceqq_s32(x, vdupq_n_s32(0)), b, a); }
 inline bool any_negative(I32 v) { return vminvq_s32(v) < 0; }
 
 // ---- 32-bit lanes: the fixed-point steps ----
@@ -94,11 +98,21 @@ inline I32 shift_sat(I32 x, I32 c) {
     return vqshlq_s32(x, vmaxq_s32(vminq_s32(c, vdupq_n_s32(32)), vdupq_n_s32(-32)));
 }
 
+inline I32 shl_sat_all(I32 x, int c) { return vqshlq_s32(x, vdupq_n_s32(c < 32 ? c : 32)); }
+// Counts limited to [-32, 32]: the instruction reads only the low byte of a count, and 32
+// already gives 0 to the left and the sign fill to the right.
+inline I32 shift_wrap(I32 x, I32 c) {
+    return vshlq_s32(x, vmaxq_s32(vminq_s32(c, vdupq_n_s32(32)), vdupq_n_s32(-32)));
+}
+
 // ---- Float lanes (the conversion truncates, saturates and maps NaN to 0) ----
 
 inline F32 i2f(I32 x) { return vcvtq_f32_s32(x); }
 inline I32 f2i(F32 f) { return vcvtq_s32_f32(f); }
 inline F32 fmul(F32 a, F32 b) { return vmulq_f32(a, b); }
+inline F32 recip(F32 x) { return sp::recip4(x); }
+inline F32 rsqrt(F32 x) { return sp::rsqrt4(x); }
+inline F32 sqrt(F32 x) { return sp::sqrt4(x); }
 inline F32 fadd(F32 a, F32 b) { return vaddq_f32(a, b); }
 
 // ---- 64-bit values ----
