@@ -25,6 +25,9 @@ struct W64 {
     __m256i b;
 };
 
+// All ones in the lanes where a comparison holds, zeros elsewhere.
+using Mask = __m256i;
+
 // Separate re and im lanes of consecutive interleaved complex values, in bin order.
 struct Bins {
     I32 re;
@@ -85,6 +88,15 @@ LN_FN I32 min(I32 a, I32 b) { return _mm256_min_epi32(a, b); }
 LN_FN I32 max(I32 a, I32 b) { return _mm256_max_epi32(a, b); }
 LN_FN I32 min_u(I32 a, I32 b) { return _mm256_min_epu32(a, b); }  // lanes read as unsigned
 LN_FN I32 bor(I32 a, I32 b) { return _mm256_or_si256(a, b); }
+LN_FN I32 band(I32 a, I32 b) { return _mm256_and_si256(a, b); }
+
+// Comparisons and selects.
+LN_FN Mask gt(I32 a, I32 b) { return _mm256_cmpgt_epi32(a, b); }
+LN_FN Mask eq(I32 a, I32 b) { return _mm256_cmpeq_epi32(a, b); }
+LN_FN Mask mask_or(Mask a, Mask b) { return _mm256_or_si256(a, b); }
+// Lanes of a where m is set, of b elsewhere; v where m is set, 0 elsewhere.
+LN_FN I32 select(Mask m, I32 a, I32 b) { return _mm256_blendv_epi8(b, a, m); }
+LN_FN I32 mask_and(Mask m, I32 v) { return _mm256_and_si256(m, v); }
 // Shifts by a count fixed at compile time (left: the low 32 bits).
 template <int N>
 LN_FN I32 shl_n(I32 x) {
@@ -213,7 +225,14 @@ LN_FN F32 fmul(F32 a, F32 b) { return _mm256_mul_ps(a, b); }
 LN_FN F32 recip(F32 x) { return sp::recip8(x); }
 LN_FN F32 rsqrt(F32 x) { return sp::rsqrt8(x); }
 LN_FN F32 sqrt(F32 x) { return sp::sqrt8(x); }
+// sp::sqrt of each lane, +0 for zero lanes, without sending the whole step to the lane-by-lane
+// path of the square root.
+LN_FN F32 sqrt_or_zero(F32 x) {
+    const __m256 zero = _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ);
+    return _mm256_andnot_ps(zero, sp::sqrt8(_mm256_blendv_ps(x, _mm256_set1_ps(1.0f), zero)));
+}
 LN_FN F32 fadd(F32 a, F32 b) { return _mm256_add_ps(a, b); }
+LN_FN F32 fsub(F32 a, F32 b) { return _mm256_sub_ps(a, b); }
 
 // ---- 64-bit values ----
 

@@ -24,6 +24,9 @@ struct W64 {
     int64x2_t b;
 };
 
+// All ones in the lanes where a comparison holds, zeros elsewhere.
+using Mask = uint32x4_t;
+
 // Separate re and im lanes of consecutive interleaved complex values, in bin order.
 struct Bins {
     I32 re;
@@ -63,6 +66,12 @@ inline I32 min_u(I32 a, I32 b) {
     return vreinterpretq_s32_u32(vminq_u32(vreinterpretq_u32_s32(a), vreinterpretq_u32_s32(b)));
 }
 inline I32 bor(I32 a, I32 b) { return vorrq_s32(a, b); }
+inline I32 band(I32 a, I32 b) { return vandq_s32(a, b); }
+inline Mask gt(I32 a, I32 b) { return vcgtq_s32(a, b); }
+inline Mask eq(I32 a, I32 b) { return vceqq_s32(a, b); }
+inline Mask mask_or(Mask a, Mask b) { return vorrq_u32(a, b); }
+inline I32 select(Mask m, I32 a, I32 b) { return vbslq_s32(m, a, b); }
+inline I32 mask_and(Mask m, I32 v) { return vandq_s32(vreinterpretq_s32_u32(m), v); }
 template <int N>
 inline I32 shl_n(I32 x) {
     return vreinterpretq_s32_u32(vshlq_n_u32(vreinterpretq_u32_s32(x), N));
@@ -113,7 +122,10 @@ inline F32 fmul(F32 a, F32 b) { return vmulq_f32(a, b); }
 inline F32 recip(F32 x) { return sp::recip4(x); }
 inline F32 rsqrt(F32 x) { return sp::rsqrt4(x); }
 inline F32 sqrt(F32 x) { return sp::sqrt4(x); }
+// sp::sqrt of each lane, +0 for zero lanes (the estimate steps give it).
+inline F32 sqrt_or_zero(F32 x) { return sp::sqrt4(x); }
 inline F32 fadd(F32 a, F32 b) { return vaddq_f32(a, b); }
+inline F32 fsub(F32 a, F32 b) { return vsubq_f32(a, b); }
 
 // ---- 64-bit values ----
 
