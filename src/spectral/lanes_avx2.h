@@ -76,6 +76,12 @@ LN_FN void store16_bins(int16_t *p, Bins b) {
     _mm256_storeu_si256(reinterpret_cast<I32 *>(p), v);
 }
 
+// Lanes saturated to int16 and stored as int16 values.
+LN_FN void store16_sat(int16_t *p, I32 v) {
+    const __m128i packed = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p), packed);
+}
+
 LN_FN I32 dup(int32_t v) { return _mm256_set1_epi32(v); }
 LN_FN F32 dupf(float v) { return _mm256_set1_ps(v); }
 LN_FN I32 zero() { return _mm256_setzero_si256(); }
@@ -88,6 +94,10 @@ LN_FN I32 min(I32 a, I32 b) { return _mm256_min_epi32(a, b); }
 LN_FN I32 max(I32 a, I32 b) { return _mm256_max_epi32(a, b); }
 LN_FN I32 min_u(I32 a, I32 b) { return _mm256_min_epu32(a, b); }  // lanes read as unsigned
 LN_FN I32 bor(I32 a, I32 b) { return _mm256_or_si256(a, b); }
+// The low 32 bits of the products.
+LN_FN I32 mul_lo(I32 a, I32 b) { return _mm256_mullo_epi32(a, b); }
+// |x| with -2^31 giving 2^31 - 1 (the absolute value of -2^31 reads as 2^31 unsigned).
+LN_FN I32 abs_sat(I32 x) { return _mm256_min_epu32(_mm256_abs_epi32(x), _mm256_set1_epi32(INT32_MAX)); }
 LN_FN I32 band(I32 a, I32 b) { return _mm256_and_si256(a, b); }
 
 // Comparisons and selects.

@@ -52,6 +52,7 @@ inline Bins load16_bins(const int16_t *p) {
 inline void store16_bins(int16_t *p, Bins b) {
     vst2_s16(p, int16x4x2_t{{vmovn_s32(b.re), vmovn_s32(b.im)}});
 }
+inline void store16_sat(int16_t *p, I32 v) { vst1_s16(p, vqmovn_s32(v)); }
 inline I32 dup(int32_t v) { return vdupq_n_s32(v); }
 inline F32 dupf(float v) { return vdupq_n_f32(v); }
 inline I32 zero() { return vdupq_n_s32(0); }
@@ -66,6 +67,8 @@ inline I32 min_u(I32 a, I32 b) {
     return vreinterpretq_s32_u32(vminq_u32(vreinterpretq_u32_s32(a), vreinterpretq_u32_s32(b)));
 }
 inline I32 bor(I32 a, I32 b) { return vorrq_s32(a, b); }
+inline I32 mul_lo(I32 a, I32 b) { return vmulq_s32(a, b); }
+inline I32 abs_sat(I32 x) { return vqabsq_s32(x); }
 inline I32 band(I32 a, I32 b) { return vandq_s32(a, b); }
 inline Mask gt(I32 a, I32 b) { return vcgtq_s32(a, b); }
 inline Mask eq(I32 a, I32 b) { return vceqq_s32(a, b); }
