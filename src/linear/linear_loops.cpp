@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "fixedpoint/block_float.h"
+#include "spectral/lane_check.h"
 #include "spectral/lanes.h"
 #include "spectral/reciprocal.h"
 
@@ -17,7 +18,7 @@ constexpr float kTwoPow31 = 2147483648.0f;
 constexpr float kTwoPow14 = 16384.0f;
 constexpr float kTwoPowM32 = 1.0f / 4294967296.0f;
 
-bool vector(sp::Isa isa) { return isa == sp::Isa::kVector; }
+bool vector(sp::Isa isa) { return sp::lanes_on(isa); }
 
 // Right-shift count of a non-positive signed count, at most 31.
 int right_count(int c) { return c <= -31 ? 31 : -c; }
@@ -195,6 +196,9 @@ int estimate_and_error_lanes(int32_t *, const int16_t *, int, int, int, int32_t 
 
 void reciprocal_far_power(sp::Isa isa, const int32_t *pow, int bins, int s, int32_t *man,
                           int32_t *q) {
+    if (sp::lanes_checked(isa, {{man, 4u * bins}, {q, 4u * bins}},
+                          [&](sp::Isa i) { reciprocal_far_power(i, pow, bins, s, man, q); }))
+        return;
     int k = vector(isa) ? reciprocal_far_power_lanes(pow, bins, s, man, q) : 0;
     for (; k < bins; ++k) {
         const int32_t t = fx::sat_add(pow[k] - (pow[k] >> 2), 1);
@@ -208,6 +212,9 @@ void reciprocal_far_power(sp::Isa isa, const int32_t *pow, int bins, int s, int3
 
 void normalised_error(sp::Isa isa, const int32_t *e, const int32_t *man, const int32_t *q, int bins,
                       int32_t *g, int32_t *qg) {
+    if (sp::lanes_checked(isa, {{g, 8u * bins}, {qg, 8u * bins}},
+                          [&](sp::Isa i) { normalised_error(i, e, man, q, bins, g, qg); }))
+        return;
     int k = vector(isa) ? normalised_error_lanes(e, man, q, bins, g, qg) : 0;
     for (; k < bins; ++k) {
         for (int part = 0; part < 2; ++part) {
@@ -221,6 +228,8 @@ void normalised_error(sp::Isa isa, const int32_t *e, const int32_t *man, const i
 }
 
 void constant_magnitude_gain(sp::Isa isa, int32_t *e2, const int32_t *qe2, int bins) {
+    if (sp::lanes_checked(isa, {{e2, 4u * bins}}, [&](sp::Isa i) { constant_magnitude_gain(i, e2, qe2, bins); }))
+        return;
     int k = vector(isa) ? constant_magnitude_gain_lanes(e2, qe2, bins) : 0;
     for (; k < bins; ++k) {
         const int32_t m = std::max(e2[k], 1);
@@ -234,6 +243,7 @@ void constant_magnitude_gain(sp::Isa isa, int32_t *e2, const int32_t *qe2, int b
 }
 
 void apply_gain(sp::Isa isa, int32_t *g, const int32_t *gain, int bins) {
+    if (sp::lanes_checked(isa, {{g, 8u * bins}}, [&](sp::Isa i) { apply_gain(i, g, gain, bins); })) return;
     int k = vector(isa) ? apply_gain_lanes(g, gain, bins) : 0;
     for (; k < bins; ++k) {
         const float gk = fx::i2f(gain[k]);
@@ -245,6 +255,8 @@ void apply_gain(sp::Isa isa, int32_t *g, const int32_t *gain, int bins) {
 }
 
 int common_q(sp::Isa isa, const int32_t *g, const int32_t *qg, int words) {
+    int r = 0;
+    if (sp::lanes_checked(isa, {{&r, sizeof r}}, [&](sp::Isa i) { r = common_q(i, g, qg, words); })) return r;
     int32_t q = kQCap;
     int w = vector(isa) ? common_q_lanes(g, qg, words, &q) : 0;
     for (; w < words; ++w) {
@@ -254,12 +266,16 @@ int common_q(sp::Isa isa, const int32_t *g, const int32_t *qg, int words) {
 }
 
 void align_to_q(sp::Isa isa, int32_t *g, const int32_t *qg, int words, int q) {
+    if (sp::lanes_checked(isa, {{g, 4u * words}}, [&](sp::Isa i) { align_to_q(i, g, qg, words, q); })) return;
     int w = vector(isa) ? align_to_q_lanes(g, qg, words, q) : 0;
     for (; w < words; ++w) g[w] = fx::shift_wrap(g[w], q - qg[w]);
 }
 
 // The direction of the shift is decided once, so that each loop is a plain saturating sum.
 void accumulate_into_filter(sp::Isa isa, int32_t *w, const int32_t *phi, int words, int shift) {
+    if (sp::lanes_checked(isa, {{w, 4u * words}},
+                          [&](sp::Isa i) { accumulate_into_filter(i, w, phi, words, shift); }))
+        return;
     if (shift <= 0) {
         const int r = right_count(shift);
         int i = vector(isa) ? accumulate_right_lanes(w, phi, words, r) : 0;
@@ -272,6 +288,9 @@ void accumulate_into_filter(sp::Isa isa, int32_t *w, const int32_t *phi, int wor
 
 void estimate_and_error(sp::Isa isa, int32_t *y, const int16_t *near, int l, int undo, int s,
                         int32_t *est, int32_t *err) {
+    if (sp::lanes_checked(isa, {{y, 8u * l}, {est, 4u * l}, {err, 4u * l}},
+                          [&](sp::Isa i) { estimate_and_error(i, y, near, l, undo, s, est, err); }))
+        return;
     int i = vector(isa) ? estimate_and_error_lanes(y, near, l, undo, s, est, err) : 0;
     for (; i < l; ++i) {
         const int32_t yhat = fx::shift_sat(y[l + i], undo);

@@ -11,6 +11,7 @@
 #include "spectral/element_lanes.h"
 #include "spectral/processor.h"
 #include "state/aec_state.h"
+#include "spectral/lane_check.h"
 
 namespace {
 
@@ -113,7 +114,10 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_T(const int32_t *x, cons
 void sp::energy_dq_f(Isa isa, const int32_t *x, const int32_t *qx, int32_t *e, int32_t *qe,
                      int32_t n) {
     const int32_t bins = sp::stepped_count(n, 4);
-    const int32_t k = isa == Isa::kVector ? energy_dq_f_lanes(x, qx, e, qe, bins) : 0;
+    if (lanes_checked(isa, {{e, 4u * bins}, {qe, 4u * bins}},
+                      [&](Isa i) { energy_dq_f(i, x, qx, e, qe, n); }))
+        return;
+    const int32_t k = lanes_on(isa) ? energy_dq_f_lanes(x, qx, e, qe, bins) : 0;
     energy_dq<part_power_f>(x + 2 * k, qx + 2 * k, e + k, qe + k, bins - k);
 }
 
@@ -124,8 +128,10 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_F(const int32_t *x, cons
 
 void sp::energy_f(Isa isa, const int32_t *x, int32_t *e, int16_t q, int16_t *qe, int32_t n) {
     const int32_t bins = sp::stepped_count(n, 4);
+    if (lanes_checked(isa, {{e, 4u * bins}, {qe, 2u * bins}}, [&](Isa i) { energy_f(i, x, e, q, qe, n); }))
+        return;
     const int qoff = 2 * q - 32;
-    const int32_t done = isa == Isa::kVector ? energy_f_lanes(x, e, qoff, qe, bins) : 0;
+    const int32_t done = lanes_on(isa) ? energy_f_lanes(x, e, qoff, qe, bins) : 0;
     for (int32_t k = done; k < bins; ++k) {
         const sp::BinPower bp = sp::bin_power_f(x[2 * k], x[2 * k + 1]);
         const sp::Mant m = sp::normalise(bp.e, 2 * bp.h + qoff);
@@ -139,12 +145,20 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_F(const int32_t *x, int32_t
     sp::energy_f(sp::kStatelessIsa, x, e, q, qe, n);
 }
 
-extern "C" SONVEL_API void Sonvel_AEC_Energy(const AecState *state, const int32_t *x, int32_t *p) {
-    const int32_t bins = sp::stepped_count(state->s16HalfFftLen + 4, 4);
-    const int s = state->s16RateShift;
-    const int32_t done =
-        sp::instance_isa(state) == sp::Isa::kVector ? far_power_lanes(x, s, p, bins) : 0;
+namespace {
+
+void far_power(sp::Isa isa, const int32_t *x, int s, int32_t *p, int32_t bins) {
+    if (sp::lanes_checked(isa, {{p, 4u * bins}}, [&](sp::Isa i) { far_power(i, x, s, p, bins); }))
+        return;
+    const int32_t done = sp::lanes_on(isa) ? far_power_lanes(x, s, p, bins) : 0;
     for (int32_t k = done; k < bins; ++k) {
         p[k] = sp::far_power_element(x[2 * k], x[2 * k + 1], s, p[k]);
     }
+}
+
+}  // namespace
+
+extern "C" SONVEL_API void Sonvel_AEC_Energy(const AecState *state, const int32_t *x, int32_t *p) {
+    far_power(sp::instance_isa(state), x, state->s16RateShift, p,
+              sp::stepped_count(state->s16HalfFftLen + 4, 4));
 }

@@ -21,7 +21,12 @@
 
 namespace sp {
 
-enum class Isa : int32_t { kPortable = 0, kVector = 1 };
+// kLanesUnchecked is the vector path of a dispatcher that the lane self-check (lane_check.h)
+// already watches; instances never hold it.
+enum class Isa : int32_t { kPortable = 0, kVector = 1, kLanesUnchecked = 2 };
+
+// Whether a dispatcher takes its lane loop.
+inline constexpr bool lanes_on(Isa isa) { return isa != Isa::kPortable; }
 
 // AVX2 in the processor (CPUID leaf 7), FMA, and YMM state enabled by the operating system
 // (OSXSAVE, AVX and XCR0 bits 1-2), read directly rather than through the compiler runtime's CPU

@@ -7,6 +7,7 @@
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
 #include "spectral/element_lanes.h"
+#include "spectral/lane_check.h"
 
 namespace {
 
@@ -88,7 +89,10 @@ int32_t conj_mult_smooth_q_lanes(const int32_t *, const int32_t *, int32_t *, in
 void sp::smooth_dg_f(Isa isa, const int32_t *x, int32_t *y, const int16_t *qx, int16_t *qy,
                      const int16_t *a, int16_t n) {
     const int32_t count = sp::stepped_count(n, 4);
-    const int32_t done = isa == Isa::kVector ? smooth_dg_f_lanes(x, y, qx, qy, a, count) : 0;
+    if (lanes_checked(isa, {{y, 4u * count}, {qy, 2u * count}},
+                      [&](Isa i) { smooth_dg_f(i, x, y, qx, qy, a, n); }))
+        return;
+    const int32_t done = lanes_on(isa) ? smooth_dg_f_lanes(x, y, qx, qy, a, count) : 0;
     for (int32_t i = done; i < count; ++i) smooth_into(x[i], qx[i], y[i], qy[i], a[i]);
 }
 
@@ -101,8 +105,11 @@ extern "C" SONVEL_API void Sonvel_AEC_Smooth_F(const int32_t *x, int32_t *y, con
 void sp::energy_smooth_f(Isa isa, const int32_t *x, int32_t *y, int16_t q, int16_t *qy,
                          int16_t a, int32_t n) {
     const int32_t bins = sp::stepped_count(n, 4);
+    if (lanes_checked(isa, {{y, 4u * bins}, {qy, 2u * bins}},
+                      [&](Isa i) { energy_smooth_f(i, x, y, q, qy, a, n); }))
+        return;
     const int qoff = 2 * q - 32;
-    const int32_t done = isa == Isa::kVector ? energy_smooth_f_lanes(x, y, qoff, qy, a, bins) : 0;
+    const int32_t done = lanes_on(isa) ? energy_smooth_f_lanes(x, y, qoff, qy, a, bins) : 0;
     for (int32_t k = done; k < bins; ++k) {
         const sp::BinPower bp = sp::bin_power_f(x[2 * k], x[2 * k + 1]);
         smooth_into(bp.e, 2 * bp.h + qoff, y[k], qy[k], a);
@@ -112,9 +119,12 @@ void sp::energy_smooth_f(Isa isa, const int32_t *x, int32_t *y, int16_t q, int16
 void sp::conj_mult_smooth_q(Isa isa, const int32_t *a, const int32_t *b, int32_t *y, int16_t q,
                             int16_t *qy, int16_t s, int32_t n) {
     const int32_t words = 2 * sp::stepped_count(n, 2);
+    if (lanes_checked(isa, {{y, 4u * words}, {qy, 2u * words}},
+                      [&](Isa i) { conj_mult_smooth_q(i, a, b, y, q, qy, s, n); }))
+        return;
     const int qoff = 2 * q - 32;
     const int32_t done =
-        isa == Isa::kVector ? conj_mult_smooth_q_lanes(a, b, y, qoff, qy, s, words) : 0;
+        lanes_on(isa) ? conj_mult_smooth_q_lanes(a, b, y, qoff, qy, s, words) : 0;
     for (int32_t w = done; w < words; w += 2) {
         const sp::ConjQ c = sp::conj_mult_q(a[w], a[w + 1], b[w], b[w + 1]);
         smooth_into(c.re, c.hr_re + qoff, y[w], qy[w], s);

@@ -8,6 +8,7 @@
 #include "fixedpoint/block_float.h"
 #include "spectral/kernels.h"
 #include "spectral/lanes.h"
+#include "spectral/lane_check.h"
 
 namespace {
 
@@ -51,7 +52,9 @@ int32_t shift_right(int32_t *, int32_t, int) { return 0; }
 
 // The headroom of the OR of all magnitudes (x ^ sign).
 int sp::block_headroom(Isa isa, const int32_t *v, int64_t m) {
-    const bool vec = isa == Isa::kVector;
+    int h = 0;
+    if (lanes_checked(isa, {{&h, sizeof h}}, [&](Isa i) { h = block_headroom(i, v, m); })) return h;
+    const bool vec = lanes_on(isa);
     uint32_t bits = 0;
     int64_t i = vec ? magnitude_bits(v, vector_count(m), &bits) : 0;
     for (; i < m; ++i) bits |= static_cast<uint32_t>(v[i] ^ (v[i] >> 31));
@@ -60,7 +63,9 @@ int sp::block_headroom(Isa isa, const int32_t *v, int64_t m) {
 
 // The direction decided once; right shifts beyond 31 give the sign fill.
 void sp::shift_block(Isa isa, int32_t *v, int64_t m, int c) {
-    const bool vec = isa == Isa::kVector;
+    if (lanes_checked(isa, {{v, 4u * static_cast<size_t>(m)}}, [&](Isa i) { shift_block(i, v, m, c); }))
+        return;
+    const bool vec = lanes_on(isa);
     if (c >= 32) {
         std::fill_n(v, m, 0);
     } else if (c >= 0) {

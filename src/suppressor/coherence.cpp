@@ -216,7 +216,7 @@ void coherence(sp::Isa isa, const AecState *st, bool far, int16_t *out) {
     const CohInputs in = coh_inputs(st, far);
     const int bins = st->s16HalfFftLen + 4;
 #if defined(__x86_64__) || defined(__aarch64__)
-    if (isa == sp::Isa::kVector && bins >= kVectorBins) {
+    if (sp::lanes_on(isa) && bins >= kVectorBins) {
         coherence_vector(in, st, bins, out);
         return;
     }
@@ -323,7 +323,7 @@ namespace sup {
 
 void sort_band(sp::Isa isa, const int16_t *v, int n, int16_t *sorted) {
 #if defined(__x86_64__) || defined(__aarch64__)
-    if (isa == sp::Isa::kVector) {
+    if (sp::lanes_on(isa)) {
         rank_sort_vector(v, n, sorted);
         return;
     }
@@ -458,7 +458,7 @@ int incoherence_vector(const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bin
 void incoherence_and_gains(sp::Isa isa, const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins) {
     int k = 0;
 #if defined(__x86_64__) || defined(__aarch64__)
-    if (isa == sp::Isa::kVector) k = incoherence_vector(coh_ed, xd, hnl, bins);
+    if (sp::lanes_on(isa)) k = incoherence_vector(coh_ed, xd, hnl, bins);
 #else
     (void)isa;
 #endif

@@ -16,6 +16,7 @@
 #include "spectral/kernels.h"
 #include "spectral/reciprocal.h"
 #include "state/aec_state.h"
+#include "spectral/lane_check.h"
 #include "spectral/lanes.h"
 
 namespace {
@@ -200,9 +201,11 @@ SONVEL_LANES_TARGET int update_gains(Bins asx, const int32_t *w, Bins asy, Bins 
 // The vectorised loops do the leading bins; the per-bin steps do the rest and the whole portable
 // path.
 void smoothing_factors(sp::Isa isa, Bins px, Bins asx, Bins asy, int16_t *a, int n) {
+    if (sp::lanes_checked(isa, {{a, 2u * n}}, [&](sp::Isa i) { smoothing_factors(i, px, asx, asy, a, n); }))
+        return;
     int k = 0;
 #if SONVEL_HAS_LANES
-    if (isa == sp::Isa::kVector) k = lanes::smoothing_factors(px, asx, asy, a, n);
+    if (sp::lanes_on(isa)) k = lanes::smoothing_factors(px, asx, asy, a, n);
 #endif
     for (; k < n; ++k) {
         a[k] = smoothing_factor(px.man[k], px.exp[k], asx.man[k], asx.exp[k], asy.man[k],
@@ -211,9 +214,11 @@ void smoothing_factors(sp::Isa isa, Bins px, Bins asx, Bins asy, int16_t *a, int
 }
 
 void update_gains(sp::Isa isa, Bins asx, const int32_t *w, Bins asy, Bins ase, int16_t *h, int n) {
+    if (sp::lanes_checked(isa, {{h, 2u * n}}, [&](sp::Isa i) { update_gains(i, asx, w, asy, ase, h, n); }))
+        return;
     int k = 0;
 #if SONVEL_HAS_LANES
-    if (isa == sp::Isa::kVector) k = lanes::update_gains(asx, w, asy, ase, h, n);
+    if (sp::lanes_on(isa)) k = lanes::update_gains(asx, w, asy, ase, h, n);
 #endif
     for (; k < n; ++k) {
         const int16_t g = instant_gain(asx.man[k], asx.exp[k], w[k], asy.man[k], asy.exp[k],
