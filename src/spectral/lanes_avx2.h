@@ -244,6 +244,48 @@ LN_FN F32 sqrt_or_zero(F32 x) {
 LN_FN F32 fadd(F32 a, F32 b) { return _mm256_add_ps(a, b); }
 LN_FN F32 fsub(F32 a, F32 b) { return _mm256_sub_ps(a, b); }
 
+// Lane indices k, k + 1, ...
+LN_FN I32 iota(int32_t k) { return _mm256_add_epi32(_mm256_set1_epi32(k), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)); }
+
+// The entries of a table at the lanes' indices: int32 entries, and int16 entries sign-extended
+// (the int16 look-up reads the entry after each one too, which must exist).
+LN_FN I32 lookup(const int32_t *table, I32 idx) {
+    return _mm256_i32gather_epi32(reinterpret_cast<const int *>(table), idx, 4);
+}
+LN_FN I32 lookup(const int16_t *table, I32 idx) {
+    const I32 pair = _mm256_i32gather_epi32(reinterpret_cast<const int *>(table), idx, 2);
+    return _mm256_srai_epi32(_mm256_slli_epi32(pair, 16), 16);
+}
+
+// ---- int16 lanes (twice as many per register) ----
+
+using I16 = __m256i;
+inline constexpr int kLanes16 = 16;
+LN_FN I16 load_i16(const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const I16 *>(p)); }
+LN_FN I16 dup_i16(int16_t v) { return _mm256_set1_epi16(v); }
+LN_FN I16 min_i16(I16 a, I16 b) { return _mm256_min_epi16(a, b); }
+LN_FN int16_t min_lanes_i16(I16 m) {
+    __m128i h = _mm_min_epi16(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
+    h = _mm_min_epi16(h, _mm_shuffle_epi32(h, 0x4E));
+    h = _mm_min_epi16(h, _mm_shuffle_epi32(h, 0xB1));
+    h = _mm_min_epi16(h, _mm_srli_epi32(h, 16));
+    return static_cast<int16_t>(_mm_cvtsi128_si32(h));
+}
+
+// ---- Sums of int32 lanes in 64 bits ----
+
+using Acc64 = __m256i;
+LN_FN Acc64 acc64_zero() { return _mm256_setzero_si256(); }
+LN_FN Acc64 acc64_add(Acc64 acc, I32 v) {
+    acc = _mm256_add_epi64(acc, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(v)));
+    return _mm256_add_epi64(acc, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(v, 1)));
+}
+LN_FN int64_t acc64_total(Acc64 acc) {
+    alignas(32) int64_t lane[4];
+    _mm256_store_si256(reinterpret_cast<__m256i *>(lane), acc);
+    return lane[0] + lane[1] + lane[2] + lane[3];
+}
+
 // ---- 64-bit values ----
 
 // Exact products of the lanes of a and b.
@@ -292,6 +334,13 @@ LN_FN __m256i rnd64(__m256i v) {
     const __m256i u = _mm256_srli_epi64(_mm256_add_epi64(v, bias), K);
     return _mm256_xor_si256(u, _mm256_set1_epi64x(INT32_MIN & 0xFFFFFFFFll));
 }
+// detail::rnd64 with the count k in cnt and its bounds and bias precomputed.
+LN_FN __m256i rnd64_var(__m256i x, __m256i hi, __m256i lo, __m256i bias, __m128i cnt, bool low) {
+    x = select64(x, hi, _mm256_cmpgt_epi64(x, hi));
+    if (low) x = select64(x, lo, _mm256_cmpgt_epi64(lo, x));
+    const __m256i u = _mm256_srl_epi64(_mm256_add_epi64(x, bias), cnt);
+    return _mm256_xor_si256(u, _mm256_set1_epi64x(INT32_MIN & 0xFFFFFFFFll));
+}
 // Even lanes from the low halves of a's 64-bit lanes, odd lanes from those of b.
 LN_FN I32 join_even_odd(__m256i a, __m256i b) {
     return _mm256_blend_epi32(a, _mm256_slli_epi64(b, 32), 0xAA);
@@ -306,6 +355,28 @@ LN_FN W64 sat_sub64(W64 x, W64 y) { return {detail::sat_sub64(x.a, y.a), detail:
 template <int K>
 LN_FN I32 rnd_narrow(W64 v) {
     return detail::join_even_odd(detail::rnd64<K>(v.a), detail::rnd64<K>(v.b));
+}
+
+// fx::rnd(p, k) saturated to int32 for k in 1..62 known at run time, for |p| <= 2^46. Up to 32
+// the clamped rounding of detail::rnd64; from 33 on the floor of p / 2^(k-1) fits in 15 bits: it
+// is taken exactly from the non-negative p + 2^62 by a logical shift, and rounded in 32 bits.
+LN_FN I32 rnd_narrow_var(W64 v, int k) {
+    if (k <= 32) {
+        const int64_t half = int64_t{1} << (k - 1);
+        const uint64_t top = uint64_t{1} << (31 + k);
+        const __m256i hi = _mm256_set1_epi64x(static_cast<int64_t>(top - static_cast<uint64_t>(half) - 1));
+        const __m256i lo = _mm256_set1_epi64x(static_cast<int64_t>(0 - top - static_cast<uint64_t>(half)));
+        const __m256i bias = _mm256_set1_epi64x(static_cast<int64_t>(top + static_cast<uint64_t>(half)));
+        const __m128i cnt = _mm_cvtsi32_si128(k);
+        return detail::join_even_odd(detail::rnd64_var(v.a, hi, lo, bias, cnt, k < 32),
+                                     detail::rnd64_var(v.b, hi, lo, bias, cnt, k < 32));
+    }
+    const __m256i bias = _mm256_set1_epi64x(int64_t{1} << 62);
+    const __m256i unbias = _mm256_set1_epi64x(int64_t{1} << (63 - k));
+    const __m128i s = _mm_cvtsi32_si128(k - 1);
+    const __m256i qa = _mm256_sub_epi64(_mm256_srl_epi64(_mm256_add_epi64(v.a, bias), s), unbias);
+    const __m256i qb = _mm256_sub_epi64(_mm256_srl_epi64(_mm256_add_epi64(v.b, bias), s), unbias);
+    return _mm256_srai_epi32(_mm256_add_epi32(detail::join_even_odd(qa, qb), _mm256_set1_epi32(1)), 1);
 }
 
 // fx::rnd(fx::shift_sat64(p, h), 32) for h >= 0 where the exact p * 2^h lies in

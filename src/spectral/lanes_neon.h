@@ -130,6 +130,33 @@ inline F32 sqrt_or_zero(F32 x) { return sp::sqrt4(x); }
 inline F32 fadd(F32 a, F32 b) { return vaddq_f32(a, b); }
 inline F32 fsub(F32 a, F32 b) { return vsubq_f32(a, b); }
 
+inline I32 iota(int32_t k) { return vaddq_s32(vdupq_n_s32(k), I32{0, 1, 2, 3}); }
+
+// Table look-ups lane by lane.
+template <typename T>
+inline I32 lookup(const T *table, I32 idx) {
+    alignas(16) int32_t i[4];
+    vst1q_s32(i, idx);
+    const int32_t e[4] = {table[i[0]], table[i[1]], table[i[2]], table[i[3]]};
+    return vld1q_s32(e);
+}
+
+// ---- int16 lanes ----
+
+using I16 = int16x8_t;
+inline constexpr int kLanes16 = 8;
+inline I16 load_i16(const int16_t *p) { return vld1q_s16(p); }
+inline I16 dup_i16(int16_t v) { return vdupq_n_s16(v); }
+inline I16 min_i16(I16 a, I16 b) { return vminq_s16(a, b); }
+inline int16_t min_lanes_i16(I16 m) { return vminvq_s16(m); }
+
+// ---- Sums of int32 lanes in 64 bits ----
+
+using Acc64 = int64x2_t;
+inline Acc64 acc64_zero() { return vdupq_n_s64(0); }
+inline Acc64 acc64_add(Acc64 acc, I32 v) { return vaddw_high_s32(vaddw_s32(acc, vget_low_s32(v)), v); }
+inline int64_t acc64_total(Acc64 acc) { return vaddvq_s64(acc); }
+
 // ---- 64-bit values ----
 
 inline W64 mul_wide(I32 a, I32 b) {
@@ -144,6 +171,12 @@ inline W64 sat_sub64(W64 x, W64 y) { return {vqsubq_s64(x.a, y.a), vqsubq_s64(x.
 template <int K>
 inline I32 rnd_narrow(W64 v) {
     return vqrshrn_high_n_s64(vqrshrn_n_s64(v.a, K), v.b, K);
+}
+
+// The rounding shift by a run-time count and the saturating narrowing.
+inline I32 rnd_narrow_var(W64 v, int k) {
+    const int64x2_t c = vdupq_n_s64(-k);
+    return vcombine_s32(vqmovn_s64(vrshlq_s64(v.a, c)), vqmovn_s64(vrshlq_s64(v.b, c)));
 }
 
 inline I32 scale_rnd32(W64 p, I32 h) {
