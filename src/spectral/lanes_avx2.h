@@ -100,6 +100,12 @@ LN_FN I32 mul_lo(I32 a, I32 b) { return _mm256_mullo_epi32(a, b); }
 LN_FN I32 abs_sat(I32 x) { return _mm256_min_epu32(_mm256_abs_epi32(x), _mm256_set1_epi32(INT32_MAX)); }
 LN_FN I32 band(I32 a, I32 b) { return _mm256_and_si256(a, b); }
 
+// fx::rnd(x, N) of int32 lanes for N in 1..31, which cannot overflow.
+template <int N>
+LN_FN I32 rnd_shr_n(I32 x) {
+    return _mm256_srai_epi32(_mm256_add_epi32(_mm256_srai_epi32(x, N - 1), _mm256_set1_epi32(1)), 1);
+}
+
 // Comparisons and selects.
 LN_FN Mask gt(I32 a, I32 b) { return _mm256_cmpgt_epi32(a, b); }
 LN_FN Mask eq(I32 a, I32 b) { return _mm256_cmpeq_epi32(a, b); }
@@ -107,6 +113,8 @@ LN_FN Mask mask_or(Mask a, Mask b) { return _mm256_or_si256(a, b); }
 // Lanes of a where m is set, of b elsewhere; v where m is set, 0 elsewhere.
 LN_FN I32 select(Mask m, I32 a, I32 b) { return _mm256_blendv_epi8(b, a, m); }
 LN_FN I32 mask_and(Mask m, I32 v) { return _mm256_and_si256(m, v); }
+// acc + 1 in the lanes where m is set.
+LN_FN I32 count_set(I32 acc, Mask m) { return _mm256_sub_epi32(acc, m); }
 // Shifts by a count fixed at compile time (left: the low 32 bits).
 template <int N>
 LN_FN I32 shl_n(I32 x) {
@@ -271,6 +279,9 @@ LN_FN int16_t min_lanes_i16(I16 m) {
     h = _mm_min_epi16(h, _mm_srli_epi32(h, 16));
     return static_cast<int16_t>(_mm_cvtsi128_si32(h));
 }
+
+LN_FN I16 sub_sat_i16(I16 a, I16 b) { return _mm256_subs_epi16(a, b); }
+LN_FN void store_i16(int16_t *p, I16 v) { _mm256_storeu_si256(reinterpret_cast<I16 *>(p), v); }
 
 // ---- Sums of int32 lanes in 64 bits ----
 

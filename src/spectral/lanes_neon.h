@@ -75,6 +75,11 @@ inline Mask eq(I32 a, I32 b) { return vceqq_s32(a, b); }
 inline Mask mask_or(Mask a, Mask b) { return vorrq_u32(a, b); }
 inline I32 select(Mask m, I32 a, I32 b) { return vbslq_s32(m, a, b); }
 inline I32 mask_and(Mask m, I32 v) { return vandq_s32(vreinterpretq_s32_u32(m), v); }
+inline I32 count_set(I32 acc, Mask m) { return vsubq_s32(acc, vreinterpretq_s32_u32(m)); }
+template <int N>
+inline I32 rnd_shr_n(I32 x) {
+    return vrshrq_n_s32(x, N);
+}
 template <int N>
 inline I32 shl_n(I32 x) {
     return vreinterpretq_s32_u32(vshlq_n_u32(vreinterpretq_u32_s32(x), N));
@@ -149,6 +154,8 @@ inline I16 load_i16(const int16_t *p) { return vld1q_s16(p); }
 inline I16 dup_i16(int16_t v) { return vdupq_n_s16(v); }
 inline I16 min_i16(I16 a, I16 b) { return vminq_s16(a, b); }
 inline int16_t min_lanes_i16(I16 m) { return vminvq_s16(m); }
+inline I16 sub_sat_i16(I16 a, I16 b) { return vqsubq_s16(a, b); }
+inline void store_i16(int16_t *p, I16 v) { vst1q_s16(p, v); }
 
 // ---- Sums of int32 lanes in 64 bits ----
 
