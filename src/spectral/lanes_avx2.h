@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "spectral/processor.h"
-#include "spectral/reciprocal_vec.h"
+#include "spectral/reciprocal_lanes.h"
 
 #define LN_FN SONVEL_LANES_TARGET inline
 

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "spectral/reciprocal_vec.h"
+#include "spectral/reciprocal_lanes.h"
 
 namespace ln {
 

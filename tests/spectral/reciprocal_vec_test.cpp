@@ -12,7 +12,7 @@
 
 #include "spectral/processor.h"
 #include "spectral/fft/fft_stages_simd.h"
-#include "spectral/reciprocal_vec.h"
+#include "spectral/reciprocal_lanes.h"
 
 namespace {
 
