@@ -65,6 +65,7 @@ LN_FN void store_bins(int32_t *p, Bins b) {
 }
 
 LN_FN F32 loadf(const float *p) { return _mm256_loadu_ps(p); }
+LN_FN void storef(float *p, F32 v) { _mm256_storeu_ps(p, v); }
 // Interleaved int16 pairs (re, im) widened to separate int32 re and im lanes, and their low 16
 // bits back.
 LN_FN Bins load16_bins(const int16_t *p) {

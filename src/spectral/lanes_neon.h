@@ -45,6 +45,7 @@ inline Bins load_bins(const int32_t *p) {
 }
 inline void store_bins(int32_t *p, Bins b) { vst2q_s32(p, int32x4x2_t{{b.re, b.im}}); }
 inline F32 loadf(const float *p) { return vld1q_f32(p); }
+inline void storef(float *p, F32 v) { vst1q_f32(p, v); }
 inline Bins load16_bins(const int16_t *p) {
     const int16x4x2_t v = vld2_s16(p);
     return {vmovl_s16(v.val[0]), vmovl_s16(v.val[1])};

@@ -14,7 +14,6 @@
 #include "spectral/processor.h"
 #include "sonvel_aec_spectral.h"
 #include "spectral/fft/fft_plan.h"
-#include "spectral/fft/fft_stages_simd.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
 #include "state/aec_state.h"
@@ -28,13 +27,7 @@ using Shorts = std::vector<int16_t>;
 constexpr int kMaxCount = 136;
 constexpr int kGuard = 8;  // words behind the largest count, which no loop may touch
 
-bool vector_available() {
-#if defined(__x86_64__)
-    return (sp::probe_isa() == sp::Isa::kVector);
-#else
-    return true;
-#endif
-}
+bool vector_available() { return sp::probe_isa() == sp::Isa::kVector; }
 
 // Operands where the roundings, headrooms and saturations change behaviour, and random ones.
 class Operands {
