@@ -7,6 +7,7 @@
 #include "interface/instance_access.h"
 #include "sonvel_aec.h"
 #include "sonvel_aec_fft.h"
+#include "spectral/processor.h"
 
 static_assert(SONVEL_AEC_INSTANCE_BYTES == sonvel::kInstanceBytes);
 
@@ -111,6 +112,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_SUB_Init(void *pState, const AecCfg *ps
     // 9. The FFT plan of the creation rate.
     const int32_t order = st->u16SampleRate != 0 ? 8 : 7;
     const int32_t fftRet = Sonvel_FFTInit_C_SC32(st->au8FftPlan, order);
+    // 10. The processor choice, asked once for the instance's lifetime.
+    st->s32LanePath = static_cast<int32_t>(sp::probe_isa());
     return static_cast<int16_t>(fftRet) != 0 ? SONVEL_AEC_ERR_INIT_FFT : SONVEL_AEC_OK;
 }
 

@@ -1,11 +1,13 @@
-// The portable loops of the filter update and the echo estimate. With the vector choice the
-// vectorised head of each loop runs first and the loop here finishes the remaining elements.
+// The loops of the filter update and the echo estimate. With the vector choice the lane loop of
+// each (written once against the lane vocabulary) runs whole steps first and the per-element loop
+// finishes the remaining elements.
 #include "linear/linear_loops.h"
 
 #include <algorithm>
 
 #include "fixedpoint/block_float.h"
-#include "linear/linear_loops_vec.h"
+#include "spectral/lane_check.h"
+#include "spectral/lanes.h"
 #include "spectral/reciprocal.h"
 
 namespace lin {
@@ -16,7 +18,7 @@ constexpr float kTwoPow31 = 2147483648.0f;
 constexpr float kTwoPow14 = 16384.0f;
 constexpr float kTwoPowM32 = 1.0f / 4294967296.0f;
 
-bool vector(sp::Isa isa) { return isa == sp::Isa::kVector; }
+bool vector(sp::Isa isa) { return sp::lanes_on(isa); }
 
 // Right-shift count of a non-positive signed count, at most 31.
 int right_count(int c) { return c <= -31 ? 31 : -c; }
@@ -29,11 +31,175 @@ inline int32_t sat_add_select(int32_t a, int32_t b) {
     return ((a ^ r) & (b ^ r)) < 0 ? sat : r;
 }
 
+#if SONVEL_HAS_LANES
+
+using ln::I32;
+
+// The lane loops return the bins, words or samples they did.
+
+// Bins of the reciprocal of the far-end power.
+SONVEL_LANES_TARGET inline void reciprocal_step(const int32_t *pow, I32 qbase, int32_t *man,
+                                                int32_t *q) {
+    const I32 p = ln::load(pow);
+    const I32 t = ln::sat_add(ln::sub(p, ln::shr_all(p, 2)), ln::dup(1));
+    const I32 m = ln::f2i(ln::fmul(ln::recip(ln::i2f(t)), ln::dupf(kTwoPow31)));
+    const I32 c = ln::hr(m);
+    ln::store(man, ln::shl(m, c));
+    ln::store(q, ln::add(c, qbase));
+}
+
+// The bins left after the whole steps are done by one more step that ends at the last bin and
+// repeats a few bins (the outputs are separate from the input).
+SONVEL_LANES_TARGET int reciprocal_far_power_lanes(const int32_t *pow, int bins, int s,
+                                                   int32_t *man, int32_t *q) {
+    const I32 qbase = ln::dup(s + 16);
+    int k = 0;
+    for (; k + ln::kLanes <= bins; k += ln::kLanes) reciprocal_step(pow + k, qbase, man + k, q + k);
+    if (k < bins && bins >= ln::kLanes) {
+        const int last = bins - ln::kLanes;
+        reciprocal_step(pow + last, qbase, man + last, q + last);
+        k = bins;
+    }
+    return k;
+}
+
+SONVEL_LANES_TARGET int normalised_error_lanes(const int32_t *e, const int32_t *man,
+                                               const int32_t *q, int bins, int32_t *g, int32_t *qg) {
+    int k = 0;
+    for (; k + ln::kLanes <= bins; k += ln::kLanes) {
+        const ln::Bins x = ln::load_bins(e + 2 * k);
+        const I32 m = ln::load(man + k);
+        const I32 qk = ln::load(q + k);
+        const I32 c_re = ln::hr(x.re), c_im = ln::hr(x.im);
+        const I32 g_re = ln::rnd_narrow<32>(ln::mul_wide(m, ln::shl(x.re, c_re)));
+        const I32 g_im = ln::rnd_narrow<32>(ln::mul_wide(m, ln::shl(x.im, c_im)));
+        ln::store_bins(g + 2 * k, {g_re, g_im});
+        ln::store_bins(qg + 2 * k, {ln::add(c_re, qk), ln::add(c_im, qk)});
+    }
+    return k;
+}
+
+// The gain of bins from their power and its Q value.
+SONVEL_LANES_TARGET inline I32 gain_step(I32 e2, I32 qe2) {
+    const I32 m = ln::max(e2, ln::dup(1));
+    const I32 c = ln::shl_n<1>(ln::shr_all(ln::hr(m), 1));  // the headroom rounded down to even
+    const ln::F32 kr = ln::fmul(ln::dupf(static_cast<float>(kGain)), ln::rsqrt(ln::i2f(ln::shl(m, c))));
+    const I32 v = ln::f2i(ln::fmul(kr, ln::dupf(kTwoPow14)));
+    const I32 half_q = ln::shr_all(ln::add(qe2, c), 1);
+    return ln::shift_sat(v, ln::sub(half_q, ln::dup(kGainShift)));
+}
+
+// In place: the bins left after the whole steps are done by one more step over the last bins,
+// from their powers as they were before the whole steps overwrote some of them.
+SONVEL_LANES_TARGET int constant_magnitude_gain_lanes(int32_t *e2, const int32_t *qe2, int bins) {
+    const int last = bins - ln::kLanes;
+    const bool tail = last >= 0 && bins % ln::kLanes != 0;
+    const I32 last_e2 = tail ? ln::load(e2 + last) : ln::zero();
+    int k = 0;
+    for (; k + ln::kLanes <= bins; k += ln::kLanes) {
+        ln::store(e2 + k, gain_step(ln::load(e2 + k), ln::load(qe2 + k)));
+    }
+    if (tail) {
+        ln::store(e2 + last, gain_step(last_e2, ln::load(qe2 + last)));
+        k = bins;
+    }
+    return k;
+}
+
+SONVEL_LANES_TARGET int apply_gain_lanes(int32_t *g, const int32_t *gain, int bins) {
+    const ln::F32 scale = ln::dupf(kTwoPowM32);
+    int k = 0;
+    for (; k + ln::kLanes <= bins; k += ln::kLanes) {
+        const ln::F32 gk = ln::i2f(ln::load(gain + k));
+        const ln::Bins x = ln::load_bins(g + 2 * k);
+        const I32 re = ln::f2i(ln::fmul(ln::fmul(ln::i2f(x.re), gk), scale));
+        const I32 im = ln::f2i(ln::fmul(ln::fmul(ln::i2f(x.im), gk), scale));
+        ln::store_bins(g + 2 * k, {re, im});
+    }
+    return k;
+}
+
+// *q becomes the smallest of *q and the Q values of the non-zero words done.
+SONVEL_LANES_TARGET int common_q_lanes(const int32_t *g, const int32_t *qg, int words, int *q) {
+    const I32 cap = ln::dup(*q);
+    I32 low = cap;
+    int w = 0;
+    for (; w + ln::kLanes <= words; w += ln::kLanes) {
+        low = ln::min(low, ln::if_zero(ln::load(g + w), cap, ln::load(qg + w)));
+    }
+    *q = ln::min_lanes(low);
+    return w;
+}
+
+SONVEL_LANES_TARGET int align_to_q_lanes(int32_t *g, const int32_t *qg, int words, int q) {
+    int w = 0;
+    for (; w + ln::kLanes <= words; w += ln::kLanes) {
+        ln::store(g + w, ln::shift_wrap(ln::load(g + w), ln::sub(ln::dup(q), ln::load(qg + w))));
+    }
+    return w;
+}
+
+// W += Phi >> r (r in 0..31), saturating.
+SONVEL_LANES_TARGET int accumulate_right_lanes(int32_t *w, const int32_t *phi, int words, int r) {
+    int i = 0;
+    for (; i + ln::kLanes <= words; i += ln::kLanes) {
+        ln::store(w + i, ln::sat_add(ln::load(w + i), ln::shr_all(ln::load(phi + i), r)));
+    }
+    return i;
+}
+
+// W += Phi << c (c >= 1, saturating shift), saturating.
+SONVEL_LANES_TARGET int accumulate_left_lanes(int32_t *w, const int32_t *phi, int words, int c) {
+    int i = 0;
+    for (; i + ln::kLanes <= words; i += ln::kLanes) {
+        ln::store(w + i, ln::sat_add(ln::load(w + i), ln::shl_sat_all(ln::load(phi + i), c)));
+    }
+    return i;
+}
+
+SONVEL_LANES_TARGET int estimate_and_error_lanes(int32_t *y, const int16_t *near, int l, int undo,
+                                                 int s, int32_t *est, int32_t *err) {
+    const I32 undo_count = ln::dup(undo);
+    const I32 near_count = ln::dup(s);
+    int i = 0;
+    for (; i + ln::kLanes <= l; i += ln::kLanes) {
+        const I32 yhat = ln::shift_sat(ln::load(y + l + i), undo_count);
+        const I32 e = ln::sat_sub(ln::shift_sat(ln::load16(near + i), near_count), yhat);
+        ln::store(est + i, yhat);
+        ln::store(err + i, e);
+        ln::store(y + i, ln::zero());
+        ln::store(y + l + i, e);
+    }
+    return i;
+}
+
+#else
+
+int reciprocal_far_power_lanes(const int32_t *, int, int, int32_t *, int32_t *) { return 0; }
+int normalised_error_lanes(const int32_t *, const int32_t *, const int32_t *, int, int32_t *,
+                           int32_t *) {
+    return 0;
+}
+int constant_magnitude_gain_lanes(int32_t *, const int32_t *, int) { return 0; }
+int apply_gain_lanes(int32_t *, const int32_t *, int) { return 0; }
+int common_q_lanes(const int32_t *, const int32_t *, int, int *) { return 0; }
+int align_to_q_lanes(int32_t *, const int32_t *, int, int) { return 0; }
+int accumulate_right_lanes(int32_t *, const int32_t *, int, int) { return 0; }
+int accumulate_left_lanes(int32_t *, const int32_t *, int, int) { return 0; }
+int estimate_and_error_lanes(int32_t *, const int16_t *, int, int, int, int32_t *, int32_t *) {
+    return 0;
+}
+
+#endif
+
 }  // namespace
 
 void reciprocal_far_power(sp::Isa isa, const int32_t *pow, int bins, int s, int32_t *man,
                           int32_t *q) {
-    int k = vector(isa) ? vec::reciprocal_far_power(pow, bins, s, man, q) : 0;
+    if (sp::lanes_checked(isa, {{man, 4u * bins}, {q, 4u * bins}},
+                          [&](sp::Isa i) { reciprocal_far_power(i, pow, bins, s, man, q); }))
+        return;
+    int k = vector(isa) ? reciprocal_far_power_lanes(pow, bins, s, man, q) : 0;
     for (; k < bins; ++k) {
         const int32_t t = fx::sat_add(pow[k] - (pow[k] >> 2), 1);
         const float inv = sp::recip(fx::i2f(t));
@@ -46,7 +212,10 @@ void reciprocal_far_power(sp::Isa isa, const int32_t *pow, int bins, int s, int3
 
 void normalised_error(sp::Isa isa, const int32_t *e, const int32_t *man, const int32_t *q, int bins,
                       int32_t *g, int32_t *qg) {
-    int k = vector(isa) ? vec::normalised_error(e, man, q, bins, g, qg) : 0;
+    if (sp::lanes_checked(isa, {{g, 8u * bins}, {qg, 8u * bins}},
+                          [&](sp::Isa i) { normalised_error(i, e, man, q, bins, g, qg); }))
+        return;
+    int k = vector(isa) ? normalised_error_lanes(e, man, q, bins, g, qg) : 0;
     for (; k < bins; ++k) {
         for (int part = 0; part < 2; ++part) {
             const int32_t x = e[2 * k + part];
@@ -59,7 +228,9 @@ void normalised_error(sp::Isa isa, const int32_t *e, const int32_t *man, const i
 }
 
 void constant_magnitude_gain(sp::Isa isa, int32_t *e2, const int32_t *qe2, int bins) {
-    int k = vector(isa) ? vec::constant_magnitude_gain(e2, qe2, bins) : 0;
+    if (sp::lanes_checked(isa, {{e2, 4u * bins}}, [&](sp::Isa i) { constant_magnitude_gain(i, e2, qe2, bins); }))
+        return;
+    int k = vector(isa) ? constant_magnitude_gain_lanes(e2, qe2, bins) : 0;
     for (; k < bins; ++k) {
         const int32_t m = std::max(e2[k], 1);
         const int c = fx::hr(m) & ~1;
@@ -72,7 +243,8 @@ void constant_magnitude_gain(sp::Isa isa, int32_t *e2, const int32_t *qe2, int b
 }
 
 void apply_gain(sp::Isa isa, int32_t *g, const int32_t *gain, int bins) {
-    int k = vector(isa) ? vec::apply_gain(g, gain, bins) : 0;
+    if (sp::lanes_checked(isa, {{g, 8u * bins}}, [&](sp::Isa i) { apply_gain(i, g, gain, bins); })) return;
+    int k = vector(isa) ? apply_gain_lanes(g, gain, bins) : 0;
     for (; k < bins; ++k) {
         const float gk = fx::i2f(gain[k]);
         for (int part = 0; part < 2; ++part) {
@@ -83,8 +255,10 @@ void apply_gain(sp::Isa isa, int32_t *g, const int32_t *gain, int bins) {
 }
 
 int common_q(sp::Isa isa, const int32_t *g, const int32_t *qg, int words) {
+    int r = 0;
+    if (sp::lanes_checked(isa, {{&r, sizeof r}}, [&](sp::Isa i) { r = common_q(i, g, qg, words); })) return r;
     int32_t q = kQCap;
-    int w = vector(isa) ? vec::common_q(g, qg, words, &q) : 0;
+    int w = vector(isa) ? common_q_lanes(g, qg, words, &q) : 0;
     for (; w < words; ++w) {
         if (g[w] != 0) q = std::min(q, qg[w]);
     }
@@ -92,25 +266,32 @@ int common_q(sp::Isa isa, const int32_t *g, const int32_t *qg, int words) {
 }
 
 void align_to_q(sp::Isa isa, int32_t *g, const int32_t *qg, int words, int q) {
-    int w = vector(isa) ? vec::align_to_q(g, qg, words, q) : 0;
+    if (sp::lanes_checked(isa, {{g, 4u * words}}, [&](sp::Isa i) { align_to_q(i, g, qg, words, q); })) return;
+    int w = vector(isa) ? align_to_q_lanes(g, qg, words, q) : 0;
     for (; w < words; ++w) g[w] = fx::shift_wrap(g[w], q - qg[w]);
 }
 
 // The direction of the shift is decided once, so that each loop is a plain saturating sum.
 void accumulate_into_filter(sp::Isa isa, int32_t *w, const int32_t *phi, int words, int shift) {
+    if (sp::lanes_checked(isa, {{w, 4u * words}},
+                          [&](sp::Isa i) { accumulate_into_filter(i, w, phi, words, shift); }))
+        return;
     if (shift <= 0) {
         const int r = right_count(shift);
-        int i = vector(isa) ? vec::accumulate_right(w, phi, words, r) : 0;
+        int i = vector(isa) ? accumulate_right_lanes(w, phi, words, r) : 0;
         for (; i < words; ++i) w[i] = sat_add_select(w[i], phi[i] >> r);
     } else {
-        int i = vector(isa) ? vec::accumulate_left(w, phi, words, shift) : 0;
+        int i = vector(isa) ? accumulate_left_lanes(w, phi, words, shift) : 0;
         for (; i < words; ++i) w[i] = fx::sat_add(w[i], fx::shift_sat(phi[i], shift));
     }
 }
 
 void estimate_and_error(sp::Isa isa, int32_t *y, const int16_t *near, int l, int undo, int s,
                         int32_t *est, int32_t *err) {
-    int i = vector(isa) ? vec::estimate_and_error(y, near, l, undo, s, est, err) : 0;
+    if (sp::lanes_checked(isa, {{y, 8u * l}, {est, 4u * l}, {err, 4u * l}},
+                          [&](sp::Isa i) { estimate_and_error(i, y, near, l, undo, s, est, err); }))
+        return;
+    int i = vector(isa) ? estimate_and_error_lanes(y, near, l, undo, s, est, err) : 0;
     for (; i < l; ++i) {
         const int32_t yhat = fx::shift_sat(y[l + i], undo);
         const int32_t d = fx::shift_sat(near[i], s);

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "spectral/vector_isa.h"
+#include "spectral/processor.h"
 
 namespace sp {
 

@@ -1,7 +1,7 @@
 // The real FFT pair: a real block to its packed half spectrum (bins 0..N/2, re / im interleaved)
 // and back, over the complex FFT service. The real block is transformed as a full complex block
 // with zero imaginary parts; the inverse rebuilds the conjugate-symmetric upper half first. The
-// loops around the transform take vector steps where the processor allows (real_fft_vec.h).
+// loops around the transform take lane steps where the plan's processor choice allows.
 #include <cstdint>
 #include <cstring>
 
@@ -10,7 +10,7 @@
 #include "sonvel_aec_spectral.h"
 #include "spectral/fft/fft_plan.h"
 #include "spectral/kernel_elements.h"
-#include "spectral/real_fft_vec.h"
+#include "spectral/lanes.h"
 
 namespace {
 
@@ -61,6 +61,42 @@ void mirror_upper_half(const int32_t *buf, int32_t *c, int32_t from, int32_t n) 
     c[2 * (n - 1) + 1] = sp::neg_wrap(buf[3]);
 }
 
+#if SONVEL_HAS_LANES
+
+// c[2i], c[2i + 1] = buf[i], 0; returns the samples done.
+SONVEL_LANES_TARGET int32_t real_to_complex_lanes(const int32_t *buf, int32_t *c, int32_t n) {
+    int32_t i = 0;
+    for (; i + ln::kLanes <= n; i += ln::kLanes) ln::store_bins(c + 2 * i, {ln::load(buf + i), ln::zero()});
+    return i;
+}
+
+// Bins N/2+1 .. N-2 of c from bins N/2-1 .. 2 of buf, conjugated with saturating negation: the
+// bins k .. k+L-1 read source bins n-k-L+1 .. n-k, reversed in the lanes. Returns the first bin
+// not done.
+SONVEL_LANES_TARGET int32_t mirror_bins_lanes(const int32_t *buf, int32_t *c, int32_t n) {
+    int32_t k = n / 2 + 1;
+    for (; k + ln::kLanes - 1 <= n - 2; k += ln::kLanes) {
+        const ln::Bins src = ln::load_bins(buf + 2 * (n - k - (ln::kLanes - 1)));
+        ln::store_bins(c + 2 * k, {ln::reverse(src.re), ln::neg_sat(ln::reverse(src.im))});
+    }
+    return k;
+}
+
+// buf[i] = c[2i], the real parts; returns the samples done.
+SONVEL_LANES_TARGET int32_t real_parts_lanes(const int32_t *c, int32_t *buf, int32_t n) {
+    int32_t i = 0;
+    for (; i + ln::kLanes <= n; i += ln::kLanes) ln::store(buf + i, ln::load_bins(c + 2 * i).re);
+    return i;
+}
+
+#else
+
+int32_t real_to_complex_lanes(const int32_t *, int32_t *, int32_t) { return 0; }
+int32_t mirror_bins_lanes(const int32_t *, int32_t *, int32_t n) { return n / 2 + 1; }
+int32_t real_parts_lanes(const int32_t *, int32_t *, int32_t) { return 0; }
+
+#endif
+
 void copy_words(int32_t *dst, const int32_t *src, int32_t words) {
     std::memcpy(dst, src, sizeof(int32_t) * static_cast<size_t>(words));
 }
@@ -75,7 +111,7 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const 
     alignas(32) int32_t c[2 * kMaxLen];
     alignas(32) int32_t out[2 * kMaxLen];
     // 1. Complex input with zero imaginary parts.
-    real_to_complex(buf, c, vec ? sp::vec::real_to_complex(buf, c, n) : 0, n);
+    real_to_complex(buf, c, vec ? real_to_complex_lanes(buf, c, n) : 0, n);
     // 2. Forward transform.
     out[0] = 0;
     const int32_t status = Sonvel_FFTFwd_CToC_SC32_Sfs(c, out, plan, 0);
@@ -94,12 +130,12 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Realifft(int32_t *buf, int32_t n, const
     // 1. Bins 0..N/2 as stored, imaginary parts of DC and Nyquist included.
     copy_words(c, buf, n + 2);
     // 2.-3. The conjugate upper half.
-    mirror_upper_half(buf, c, vec ? sp::vec::mirror_bins(buf, c, n) : n / 2 + 1, n);
+    mirror_upper_half(buf, c, vec ? mirror_bins_lanes(buf, c, n) : n / 2 + 1, n);
     // 4. Inverse transform.
     out[0] = 0;
     const int32_t status = Sonvel_FFTInv_CToC_SC32_Sfs(c, out, plan, 0);
     // 5. Real parts.
-    int32_t i = vec ? sp::vec::real_parts(out, buf, n) : 0;
+    int32_t i = vec ? real_parts_lanes(out, buf, n) : 0;
     for (; i < n; ++i) buf[i] = out[2 * i];
     return status;
 }

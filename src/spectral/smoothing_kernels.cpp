@@ -1,12 +1,13 @@
 // First-order smoothing kernels in block floating point: y = a*y + (32767 - a)*x per element with
 // per-element or common factors, the smoothed single-precision power of a spectrum, and the
-// smoothed, per-part normalised cross-spectrum a * conj(b). The vectorised loops take the whole
+// smoothed, per-part normalised cross-spectrum a * conj(b). The lane loops take the whole
 // steps where the caller's instance allows them; the loops here do the rest.
 #include "sonvel_aec_spectral.h"
 
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
-#include "spectral/power_smoothing_vec.h"
+#include "spectral/element_lanes.h"
+#include "spectral/lane_check.h"
 
 namespace {
 
@@ -17,12 +18,81 @@ inline void smooth_into(int32_t x, int qx, int32_t &y, int16_t &qy, int32_t a) {
     qy = static_cast<int16_t>(m.q);
 }
 
+
+#if SONVEL_HAS_LANES
+
+using namespace sp::lanes;
+
+// The lane loops return the elements (words) done; they stop before a negative factor.
+SONVEL_LANES_TARGET int32_t smooth_dg_f_lanes(const int32_t *x, int32_t *y, const int16_t *qx,
+                                              int16_t *qy, const int16_t *a, int32_t count) {
+    int32_t i = 0;
+    for (; i + ln::kLanes <= count; i += ln::kLanes) {
+        const ln::I32 f = ln::load16(a + i);
+        if (ln::any_negative(f)) break;
+        const Mant m = smooth(ln::load(x + i), ln::load16(qx + i), ln::load(y + i),
+                              ln::load16(qy + i), f);
+        ln::store(y + i, m.m);
+        ln::store16(qy + i, m.q);
+    }
+    return i;
+}
+
+SONVEL_LANES_TARGET int32_t energy_smooth_f_lanes(const int32_t *x, int32_t *y, int qoff,
+                                                  int16_t *qy, int32_t a, int32_t bins) {
+    if (a < 0) return 0;
+    int32_t k = 0;
+    for (; k + ln::kLanes <= bins; k += ln::kLanes) {
+        const Power p = bin_power(ln::load_bins(x + 2 * k));
+        const ln::I32 qe = ln::add(ln::shl_n<1>(p.h), ln::dup(qoff));
+        const Mant m = smooth(p.e, qe, ln::load(y + k), ln::load16(qy + k), ln::dup(a));
+        ln::store(y + k, m.m);
+        ln::store16(qy + k, m.q);
+    }
+    return k;
+}
+
+SONVEL_LANES_TARGET int32_t conj_mult_smooth_q_lanes(const int32_t *a, const int32_t *b,
+                                                     int32_t *y, int qoff, int16_t *qy, int32_t s,
+                                                     int32_t words) {
+    if (s < 0) return 0;
+    const ln::I32 f = ln::dup(s), off = ln::dup(qoff);
+    int32_t w = 0;
+    for (; w + 2 * ln::kLanes <= words; w += 2 * ln::kLanes) {
+        const ConjQ c = conj_mult_q(ln::load_bins(a + w), ln::load_bins(b + w));
+        const ln::Bins yv = ln::load_bins(y + w);
+        const ln::Bins qv = ln::load16_bins(qy + w);
+        const Mant re = smooth(c.re.m, ln::add(c.re.q, off), yv.re, qv.re, f);
+        const Mant im = smooth(c.im.m, ln::add(c.im.q, off), yv.im, qv.im, f);
+        ln::store_bins(y + w, {re.m, im.m});
+        ln::store16_bins(qy + w, {re.q, im.q});
+    }
+    return w;
+}
+
+#else
+
+int32_t smooth_dg_f_lanes(const int32_t *, int32_t *, const int16_t *, int16_t *, const int16_t *,
+                          int32_t) {
+    return 0;
+}
+int32_t energy_smooth_f_lanes(const int32_t *, int32_t *, int, int16_t *, int32_t, int32_t) { return 0; }
+int32_t conj_mult_smooth_q_lanes(const int32_t *, const int32_t *, int32_t *, int, int16_t *,
+                                 int32_t, int32_t) {
+    return 0;
+}
+
+#endif
+
 }  // namespace
 
 void sp::smooth_dg_f(Isa isa, const int32_t *x, int32_t *y, const int16_t *qx, int16_t *qy,
                      const int16_t *a, int16_t n) {
     const int32_t count = sp::stepped_count(n, 4);
-    const int32_t done = isa == Isa::kVector ? vec::smooth_dg_f(x, y, qx, qy, a, count) : 0;
+    if (lanes_checked(isa, {{y, 4u * count}, {qy, 2u * count}},
+                      [&](Isa i) { smooth_dg_f(i, x, y, qx, qy, a, n); }))
+        return;
+    const int32_t done = lanes_on(isa) ? smooth_dg_f_lanes(x, y, qx, qy, a, count) : 0;
     for (int32_t i = done; i < count; ++i) smooth_into(x[i], qx[i], y[i], qy[i], a[i]);
 }
 
@@ -35,8 +105,11 @@ extern "C" SONVEL_API void Sonvel_AEC_Smooth_F(const int32_t *x, int32_t *y, con
 void sp::energy_smooth_f(Isa isa, const int32_t *x, int32_t *y, int16_t q, int16_t *qy,
                          int16_t a, int32_t n) {
     const int32_t bins = sp::stepped_count(n, 4);
+    if (lanes_checked(isa, {{y, 4u * bins}, {qy, 2u * bins}},
+                      [&](Isa i) { energy_smooth_f(i, x, y, q, qy, a, n); }))
+        return;
     const int qoff = 2 * q - 32;
-    const int32_t done = isa == Isa::kVector ? vec::energy_smooth_f(x, y, qoff, qy, a, bins) : 0;
+    const int32_t done = lanes_on(isa) ? energy_smooth_f_lanes(x, y, qoff, qy, a, bins) : 0;
     for (int32_t k = done; k < bins; ++k) {
         const sp::BinPower bp = sp::bin_power_f(x[2 * k], x[2 * k + 1]);
         smooth_into(bp.e, 2 * bp.h + qoff, y[k], qy[k], a);
@@ -46,9 +119,12 @@ void sp::energy_smooth_f(Isa isa, const int32_t *x, int32_t *y, int16_t q, int16
 void sp::conj_mult_smooth_q(Isa isa, const int32_t *a, const int32_t *b, int32_t *y, int16_t q,
                             int16_t *qy, int16_t s, int32_t n) {
     const int32_t words = 2 * sp::stepped_count(n, 2);
+    if (lanes_checked(isa, {{y, 4u * words}, {qy, 2u * words}},
+                      [&](Isa i) { conj_mult_smooth_q(i, a, b, y, q, qy, s, n); }))
+        return;
     const int qoff = 2 * q - 32;
     const int32_t done =
-        isa == Isa::kVector ? vec::conj_mult_smooth_q(a, b, y, qoff, qy, s, words) : 0;
+        lanes_on(isa) ? conj_mult_smooth_q_lanes(a, b, y, qoff, qy, s, words) : 0;
     for (int32_t w = done; w < words; w += 2) {
         const sp::ConjQ c = sp::conj_mult_q(a[w], a[w + 1], b[w], b[w + 1]);
         smooth_into(c.re, c.hr_re + qoff, y[w], qy[w], s);

@@ -7,35 +7,73 @@
 
 #include "fixedpoint/block_float.h"
 #include "spectral/kernels.h"
-#include "spectral/vector_norm_vec.h"
+#include "spectral/lanes.h"
+#include "spectral/lane_check.h"
 
 namespace {
 
-// The part of a count the vector loops take (they count in int32).
+// The part of a count the lane loops take (they count in int32).
 int32_t vector_count(int64_t m) { return static_cast<int32_t>(std::min<int64_t>(m, INT32_MAX)); }
+
+#if SONVEL_HAS_LANES
+
+// *bits is ORed with the magnitudes (x ^ sign) of the words done; returns the words done.
+SONVEL_LANES_TARGET int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t *bits) {
+    ln::I32 acc = ln::zero();
+    int32_t i = 0;
+    for (; i + ln::kLanes <= n; i += ln::kLanes) acc = ln::bor(acc, ln::mag(ln::load(v + i)));
+    *bits |= ln::or_lanes(acc);
+    return i;
+}
+
+// Left shift by c in 0..31 keeping the low 32 bits.
+SONVEL_LANES_TARGET int32_t shift_left(int32_t *v, int32_t n, int c) {
+    int32_t i = 0;
+    for (; i + ln::kLanes <= n; i += ln::kLanes) ln::store(v + i, ln::shl_all(ln::load(v + i), c));
+    return i;
+}
+
+// Truncating right shift by r in 0..31.
+SONVEL_LANES_TARGET int32_t shift_right(int32_t *v, int32_t n, int r) {
+    int32_t i = 0;
+    for (; i + ln::kLanes <= n; i += ln::kLanes) ln::store(v + i, ln::shr_all(ln::load(v + i), r));
+    return i;
+}
+
+#else
+
+int32_t magnitude_bits(const int32_t *, int32_t, uint32_t *) { return 0; }
+int32_t shift_left(int32_t *, int32_t, int) { return 0; }
+int32_t shift_right(int32_t *, int32_t, int) { return 0; }
+
+#endif
 
 }  // namespace
 
 // The headroom of the OR of all magnitudes (x ^ sign).
 int sp::block_headroom(Isa isa, const int32_t *v, int64_t m) {
-    const bool vec = isa == Isa::kVector;
+    int h = 0;
+    if (lanes_checked(isa, {{&h, sizeof h}}, [&](Isa i) { h = block_headroom(i, v, m); })) return h;
+    const bool vec = lanes_on(isa);
     uint32_t bits = 0;
-    int64_t i = vec ? sp::vec::magnitude_bits(v, vector_count(m), &bits) : 0;
+    int64_t i = vec ? magnitude_bits(v, vector_count(m), &bits) : 0;
     for (; i < m; ++i) bits |= static_cast<uint32_t>(v[i] ^ (v[i] >> 31));
     return bits == 0 ? 31 : __builtin_clz(bits) - 1;
 }
 
 // The direction decided once; right shifts beyond 31 give the sign fill.
 void sp::shift_block(Isa isa, int32_t *v, int64_t m, int c) {
-    const bool vec = isa == Isa::kVector;
+    if (lanes_checked(isa, {{v, 4u * static_cast<size_t>(m)}}, [&](Isa i) { shift_block(i, v, m, c); }))
+        return;
+    const bool vec = lanes_on(isa);
     if (c >= 32) {
         std::fill_n(v, m, 0);
     } else if (c >= 0) {
-        int64_t i = vec ? sp::vec::shift_left(v, vector_count(m), c) : 0;
+        int64_t i = vec ? shift_left(v, vector_count(m), c) : 0;
         for (; i < m; ++i) v[i] = static_cast<int32_t>(static_cast<uint32_t>(v[i]) << c);
     } else {
         const int r = c <= -31 ? 31 : -c;
-        int64_t i = vec ? sp::vec::shift_right(v, vector_count(m), r) : 0;
+        int64_t i = vec ? shift_right(v, vector_count(m), r) : 0;
         for (; i < m; ++i) v[i] >>= r;
     }
 }

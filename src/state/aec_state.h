@@ -166,7 +166,10 @@ struct AecState {
     int32_t ai32CnAvgMan[130];
     int32_t ai32CnFloorMan[130];
 
-    uint8_t au8Reserved[545];
+    // The processor choice of the instance (sp::Isa), recorded at initialisation.
+    int32_t s32LanePath;
+
+    uint8_t au8Reserved[541];
 
     uint32_t u32GuardC;
 };
@@ -175,5 +178,6 @@ static_assert(sizeof(AecState) == sonvel::kStateBytes, "processing state must fi
 static_assert(offsetof(AecState, u32GuardC) == sonvel::kStateBytes - 4,
               "guard word C must be the last word of the state");
 static_assert(alignof(AecState) == 8);
+static_assert(offsetof(AecState, s32LanePath) % 4 == 0);
 static_assert(offsetof(AecState, au8FftPlan) % 8 == 0);
 static_assert(sonvel::kHeaderBytes % 8 == 0, "state base must stay 8-byte aligned");

@@ -8,24 +8,18 @@
 
 #include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
-#include "spectral/reciprocal.h"
-#include "spectral/reciprocal_vec.h"
-#include "spectral/simd_avx2.h"
-#include "spectral/simd_neon.h"
 #include "spectral/kernel_elements.h"
-#include "spectral/vector_isa.h"
+#include "spectral/lane_check.h"
+#include "spectral/reciprocal.h"
 #include "state/aec_state.h"
 #include "suppressor/coherence.h"
+#include "suppressor/coherence_lanes.h"
 
 namespace {
 
 constexpr int kMaxBins = sonvel::kBinWords;  // bins 0..L+3 at the highest rate
-constexpr int kPrefBins = 52;                // bins of the preferred band
-#if defined(__x86_64__)
-constexpr int kVectorBins = 8;  // bins per vector
-#else
-constexpr int kVectorBins = 4;
-#endif
+using sup::lanes::CohInputs;
+using sup::lanes::kPrefBins;  // bins of the preferred band
 
 constexpr int16_t kNearOnDe = 32113;    // 0.98
 constexpr int16_t kNearOnXd = 29491;    // 0.90
@@ -40,14 +34,6 @@ constexpr int16_t kOvrdNeverSeen = 1536;  // 3.0 in Q9
 inline int32_t float_product(int32_t a, int32_t b) {
     return fx::f2i(fx::i2f(a) * fx::i2f(b) * sp::kTwoPowM32);
 }
-
-// The smoothed spectra one coherence is formed from: Sa, Sd and the cross-spectrum Sc.
-struct CohInputs {
-    const int32_t *sa_man;
-    const int16_t *sa_exp;
-    const int32_t *sc_man;  // re, im interleaved
-    const int16_t *sc_exp;  // one Q value per part
-};
 
 CohInputs coh_inputs(const AecState *st, bool far) {
     if (far) return {st->ai32SxMan, st->as16SxExp, st->ai32SxdMan, st->as16SxdExp};
@@ -84,126 +70,6 @@ int16_t coherence_bin(const CohInputs &in, const AecState *st, int k) {
     return fx::sat16(fx::rnd(fx::shift_sat(v, e), 16));
 }
 
-#if defined(__x86_64__)
-
-// ---- Eight bins at a time with AVX2: the steps of coherence_bin on lanes. ----
-
-using V = __m256i;
-namespace simd = sp::simd;
-
-SP_AVX2 inline V load8(const int32_t *p) { return simd::load8(p); }
-SP_AVX2 inline V load8(const int16_t *p) {
-    return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
-}
-
-// sp::part_power_f per lane; the results lie in 0..2^30, no saturation.
-SP_AVX2 inline V part_power8(V x) {
-    const __m256 f = simd::i2f(x);
-    return _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_mul_ps(f, f), _mm256_set1_ps(sp::kTwoPowM32)));
-}
-
-// Bins k..k+7.
-SP_AVX2 inline void coherence8(const CohInputs &in, const AecState *st, int k, int16_t *out) {
-    // 1. Power product plus 1: |product| <= 2^30, neither step saturates.
-    const __m256 prod = _mm256_mul_ps(_mm256_mul_ps(simd::i2f(load8(in.sa_man + k)), simd::i2f(load8(st->ai32SdMan + k))),
-                                      _mm256_set1_ps(sp::kTwoPowM32));
-    const V den0 = _mm256_add_epi32(_mm256_cvttps_epi32(prod), _mm256_set1_epi32(1));
-
-    // 2-3. Parts apart in bin order; the 32-bit lanes of the exponent pairs hold (re, im).
-    const __m256 lo = _mm256_castsi256_ps(load8(in.sc_man + 2 * k));
-    const __m256 hi = _mm256_castsi256_ps(load8(in.sc_man + 2 * k + 8));
-    const V re = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0x88)), 0xD8);
-    const V im = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0xDD)), 0xD8);
-    const V pair = _mm256_loadu_si256(reinterpret_cast<const V *>(in.sc_exp + 2 * k));
-    const V er = _mm256_srai_epi32(_mm256_slli_epi32(pair, 16), 16);
-    const V ei = _mm256_srai_epi32(pair, 16);
-    const V half_qm = _mm256_min_epi32(er, ei);
-    const V r = _mm256_srav_epi32(part_power8(re), _mm256_slli_epi32(_mm256_sub_epi32(er, half_qm), 1));
-    const V i = _mm256_srav_epi32(part_power8(im), _mm256_slli_epi32(_mm256_sub_epi32(ei, half_qm), 1));
-    const V num0 = _mm256_min_epu32(_mm256_add_epi32(r, i), _mm256_set1_epi32(0x7FFFFFFF));
-
-    // 4. Normalisation; num0 >= 0, so shifting fully and back by one keeps one bit of headroom.
-    const V cd = simd::hr32(den0);
-    const V den = _mm256_sllv_epi32(den0, cd);
-    const V cn = simd::hr32(num0);
-    const V num = _mm256_srai_epi32(_mm256_sllv_epi32(num0, cn), 1);
-
-    // 5-6. Quotient.
-    const __m256 q = _mm256_mul_ps(simd::i2f(num), sp::recip8(simd::i2f(den)));
-    const V v = simd::f2i(_mm256_mul_ps(q, _mm256_set1_ps(0x1p31f)));
-
-    // 7-8. Scale, rounding by 16 bits (cannot overflow from 32-bit values) and saturation to Q15.
-    V e = _mm256_sub_epi32(_mm256_sub_epi32(_mm256_set1_epi32(1), _mm256_slli_epi32(half_qm, 1)), cn);
-    e = _mm256_add_epi32(_mm256_add_epi32(e, load8(in.sa_exp + k)), _mm256_add_epi32(load8(st->as16SdExp + k), cd));
-    const V x = simd::shift_sat32(v, e);
-    const V rounded = _mm256_srai_epi32(_mm256_add_epi32(_mm256_srai_epi32(x, 15), _mm256_set1_epi32(1)), 1);
-    const V packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(rounded, rounded), 0x08);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), _mm256_castsi256_si128(packed));
-}
-
-// All bins from 8 on; the last vector overlaps the one before it.
-SP_AVX2 void coherence_vector(const CohInputs &in, const AecState *st, int bins, int16_t *out) {
-    for (int k = 0; k + 8 <= bins; k += 8) coherence8(in, st, k, out);
-    if (bins % 8 != 0) coherence8(in, st, bins - 8, out);
-}
-
-#elif defined(__aarch64__)
-
-// ---- Four bins at a time with NEON: the steps of coherence_bin on lanes. ----
-
-// A shift count bounded to -32..32: NEON shifts read only the count's low byte, and from 32 on
-// either way the result no longer changes.
-inline int32x4_t bounded_count(int32x4_t c) {
-    return vmaxq_s32(vminq_s32(c, vdupq_n_s32(32)), vdupq_n_s32(-32));
-}
-
-// sp::part_power_f per lane; the results lie in 0..2^30.
-inline int32x4_t part_power4(int32x4_t x) {
-    const float32x4_t f = vcvtq_f32_s32(x);
-    return vcvtq_s32_f32(vmulq_n_f32(vmulq_f32(f, f), sp::kTwoPowM32));
-}
-
-// Bins k..k+3.
-inline void coherence4(const CohInputs &in, const AecState *st, int k, int16_t *out) {
-    // 1. Power product plus 1 (|product| <= 2^30, no saturation).
-    const float32x4_t prod = vmulq_f32(vcvtq_f32_s32(vld1q_s32(in.sa_man + k)), vcvtq_f32_s32(vld1q_s32(st->ai32SdMan + k)));
-    const int32x4_t den0 = vaddq_s32(vcvtq_s32_f32(vmulq_n_f32(prod, sp::kTwoPowM32)), vdupq_n_s32(1));
-
-    // 2-3. Squared parts aligned to the smaller doubled Q value, added with saturation.
-    const int32x4x2_t sc = vld2q_s32(in.sc_man + 2 * k);
-    const int16x4x2_t pair = vld2_s16(in.sc_exp + 2 * k);
-    const int32x4_t er = vmovl_s16(pair.val[0]);
-    const int32x4_t ei = vmovl_s16(pair.val[1]);
-    const int32x4_t half_qm = vminq_s32(er, ei);
-    const int32x4_t r = vshlq_s32(part_power4(sc.val[0]), vnegq_s32(bounded_count(vshlq_n_s32(vsubq_s32(er, half_qm), 1))));
-    const int32x4_t i = vshlq_s32(part_power4(sc.val[1]), vnegq_s32(bounded_count(vshlq_n_s32(vsubq_s32(ei, half_qm), 1))));
-    const int32x4_t num0 = vqaddq_s32(r, i);
-
-    // 4. Normalisation; num0 >= 0, so shifting fully and back by one keeps one bit of headroom.
-    const int32x4_t cd = vclsq_s32(den0);
-    const int32x4_t den = vshlq_s32(den0, cd);
-    const int32x4_t cn = vclsq_s32(num0);
-    const int32x4_t num = vshrq_n_s32(vshlq_s32(num0, cn), 1);
-
-    // 5-6. Quotient.
-    const float32x4_t q = vmulq_f32(vcvtq_f32_s32(num), sp::recip4(vcvtq_f32_s32(den)));
-    const int32x4_t v = vcvtq_s32_f32(vmulq_n_f32(q, 0x1p31f));
-
-    // 7-8. Saturating scale, rounding by 16 bits and saturation to Q15.
-    int32x4_t e = vsubq_s32(vsubq_s32(vdupq_n_s32(1), vshlq_n_s32(half_qm, 1)), cn);
-    e = vaddq_s32(vaddq_s32(e, vmovl_s16(vld1_s16(in.sa_exp + k))), vaddq_s32(vmovl_s16(vld1_s16(st->as16SdExp + k)), cd));
-    const int32x4_t x = vqshlq_s32(v, bounded_count(e));
-    vst1_s16(out + k, vqmovn_s32(vrshrq_n_s32(x, 16)));
-}
-
-// All bins from 4 on; the last vector overlaps the one before it.
-void coherence_vector(const CohInputs &in, const AecState *st, int bins, int16_t *out) {
-    for (int k = 0; k + 4 <= bins; k += 4) coherence4(in, st, k, out);
-    if (bins % 4 != 0) coherence4(in, st, bins - 4, out);
-}
-
-#endif
-
 void coherence_portable(const CohInputs &in, const AecState *st, int bins, int16_t *out) {
     for (int k = 0; k < bins; ++k) out[k] = coherence_bin(in, st, k);
 }
@@ -215,13 +81,13 @@ namespace sup {
 void coherence(sp::Isa isa, const AecState *st, bool far, int16_t *out) {
     const CohInputs in = coh_inputs(st, far);
     const int bins = st->s16HalfFftLen + 4;
-#if defined(__x86_64__) || defined(__aarch64__)
-    if (isa == sp::Isa::kVector && bins >= kVectorBins) {
-        coherence_vector(in, st, bins, out);
+    if (sp::lanes_checked(isa, {{out, 2u * bins}}, [&](sp::Isa i) { coherence(i, st, far, out); }))
+        return;
+#if SONVEL_HAS_LANES
+    if (sp::lanes_on(isa) && bins >= ln::kLanes) {
+        lanes::coherence(in, st, bins, out);
         return;
     }
-#else
-    (void)isa;
 #endif
     coherence_portable(in, st, bins, out);
 }
@@ -254,81 +120,19 @@ int32_t band_sum(const int16_t *v, int lo, int hi) {
     return sum;
 }
 
-// The preferred band's gains in ascending order. The vector path ranks them: with the keys
-// 64 v[j] + j all distinct, the number of keys below key j is the place of v[j], and the order is
-// the one any ascending sort gives.
-#if defined(__x86_64__) || defined(__aarch64__)
-
-constexpr int kRankLanes = 56;  // kPrefBins rounded up to whole vectors
-static_assert(kPrefBins <= 64 && kRankLanes >= kPrefBins && kRankLanes % 8 == 0, "keys hold the index in 6 bits");
-
-// Keys of the n values, the lanes beyond them above every key (ranked, never placed).
-void rank_keys(const int16_t *v, int n, int32_t *key) {
-    for (int j = 0; j < n; ++j) key[j] = v[j] * 64 + j;
-    for (int j = n; j < kRankLanes; ++j) key[j] = INT32_MAX;
-}
-
-#if defined(__x86_64__)
-
-// All keys and counts stay in registers while each key in turn is compared with all of them.
-SP_AVX2 void rank_sort_vector(const int16_t *v, int n, int16_t *sorted) {
-    constexpr int kRegs = kRankLanes / 8;
-    alignas(32) int32_t key[kRankLanes];
-    rank_keys(v, n, key);
-    V k[kRegs], below[kRegs];
-    for (int r = 0; r < kRegs; ++r) {
-        k[r] = _mm256_load_si256(reinterpret_cast<const V *>(key + 8 * r));
-        below[r] = _mm256_setzero_si256();
-    }
-    for (int i = 0; i < n; ++i) {
-        const V b = _mm256_set1_epi32(key[i]);
-#pragma GCC unroll 7
-        for (int r = 0; r < kRegs; ++r) below[r] = _mm256_sub_epi32(below[r], _mm256_cmpgt_epi32(k[r], b));
-    }
-    alignas(32) int32_t rank[kRankLanes];
-    for (int r = 0; r < kRegs; ++r) _mm256_store_si256(reinterpret_cast<V *>(rank + 8 * r), below[r]);
-    for (int j = 0; j < n; ++j) sorted[rank[j]] = v[j];
-}
-
-#elif defined(__aarch64__)
-
-void rank_sort_vector(const int16_t *v, int n, int16_t *sorted) {
-    constexpr int kRegs = kRankLanes / 4;
-    int32_t key[kRankLanes];
-    rank_keys(v, n, key);
-    int32x4_t k[kRegs];
-    uint32x4_t below[kRegs];
-    for (int r = 0; r < kRegs; ++r) {
-        k[r] = vld1q_s32(key + 4 * r);
-        below[r] = vdupq_n_u32(0);
-    }
-    for (int i = 0; i < n; ++i) {
-        const int32x4_t b = vdupq_n_s32(key[i]);
-#pragma GCC unroll 14
-        for (int r = 0; r < kRegs; ++r) below[r] = vsubq_u32(below[r], vcgtq_s32(k[r], b));
-    }
-    int32_t rank[kRankLanes];
-    for (int r = 0; r < kRegs; ++r) vst1q_s32(rank + 4 * r, vreinterpretq_s32_u32(below[r]));
-    for (int j = 0; j < n; ++j) sorted[rank[j]] = v[j];
-}
-
-#endif
-
-#endif
-
-
 }  // namespace
 
 namespace sup {
 
+// The preferred band's gains in ascending order.
 void sort_band(sp::Isa isa, const int16_t *v, int n, int16_t *sorted) {
-#if defined(__x86_64__) || defined(__aarch64__)
-    if (isa == sp::Isa::kVector) {
-        rank_sort_vector(v, n, sorted);
+    if (sp::lanes_checked(isa, {{sorted, 2u * n}}, [&](sp::Isa i) { sort_band(i, v, n, sorted); }))
+        return;
+#if SONVEL_HAS_LANES
+    if (sp::lanes_on(isa)) {
+        lanes::rank_sort(v, n, sorted);
         return;
     }
-#else
-    (void)isa;
 #endif
     for (int j = 0; j < n; ++j) sorted[j] = v[j];
     Sonvel_AEC_Qsort(sorted, static_cast<int16_t>(n));
@@ -424,43 +228,14 @@ int16_t decide(AecState *st, const PrefBand &pref, const int16_t *coh_ed, const 
 
 namespace {
 
-// Far/near incoherence xd <- 32767 - xd (saturated) and the first gains hnl = min(coh_ed, xd),
-// 16 (x86-64) or 8 (aarch64) bins at a time; returns the bins done.
-#if defined(__x86_64__)
-
-SP_AVX2 int incoherence_vector(const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins) {
-    const V one = _mm256_set1_epi16(32767);
-    int k = 0;
-    for (; k + 16 <= bins; k += 16) {
-        const V x = _mm256_subs_epi16(one, _mm256_loadu_si256(reinterpret_cast<const V *>(xd + k)));
-        const V c = _mm256_loadu_si256(reinterpret_cast<const V *>(coh_ed + k));
-        _mm256_storeu_si256(reinterpret_cast<V *>(xd + k), x);
-        _mm256_storeu_si256(reinterpret_cast<V *>(hnl + k), _mm256_min_epi16(c, x));
-    }
-    return k;
-}
-
-#elif defined(__aarch64__)
-
-int incoherence_vector(const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins) {
-    const int16x8_t one = vdupq_n_s16(32767);
-    int k = 0;
-    for (; k + 8 <= bins; k += 8) {
-        const int16x8_t x = vqsubq_s16(one, vld1q_s16(xd + k));
-        vst1q_s16(xd + k, x);
-        vst1q_s16(hnl + k, vminq_s16(vld1q_s16(coh_ed + k), x));
-    }
-    return k;
-}
-
-#endif
-
+// Far/near incoherence xd <- 32767 - xd (saturated) and the first gains hnl = min(coh_ed, xd).
 void incoherence_and_gains(sp::Isa isa, const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins) {
+    if (sp::lanes_checked(isa, {{xd, 2u * bins}, {hnl, 2u * bins}},
+                          [&](sp::Isa i) { incoherence_and_gains(i, coh_ed, xd, hnl, bins); }))
+        return;
     int k = 0;
-#if defined(__x86_64__) || defined(__aarch64__)
-    if (isa == sp::Isa::kVector) k = incoherence_vector(coh_ed, xd, hnl, bins);
-#else
-    (void)isa;
+#if SONVEL_HAS_LANES
+    if (sp::lanes_on(isa)) k = sup::lanes::incoherence(coh_ed, xd, hnl, bins);
 #endif
     for (; k < bins; ++k) {
         xd[k] = fx::sub(32767, xd[k]);

@@ -14,6 +14,7 @@
 #include "fixedpoint/block_float.h"
 #include "fixedpoint/extended_ops.h"
 #include "spectral/kernel_elements.h"
+#include "spectral/lane_check.h"
 #include "spectral/reciprocal.h"
 #include "state/aec_state.h"
 #include "suppressor/comfort_noise_lanes.h"
@@ -45,9 +46,11 @@ void store_normalised(Pow x, int k, int32_t s, int qm, int adjust) {
 
 // 1. A = 0.9 A + 0.1 P (products carry half the weights; the Q value one lower doubles them).
 void average(sp::Isa isa, Pow a, Power p, int bins) {
+    if (sp::lanes_checked(isa, {{a.man, 4u * bins}, {a.exp, 2u * bins}}, [&](sp::Isa i) { average(i, a, p, bins); }))
+        return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
-    for (int k = isa == sp::Isa::kVector ? lanes::average(a, p, bins) : 0; k < bins; ++k) {
+    for (int k = sp::lanes_on(isa) ? lanes::average(a, p, bins) : 0; k < bins; ++k) {
         const int qm = std::min(pq[k], a.exp[k]);
         const int32_t x = sp::align_to(weighted_half(pm[k], kTenth), pq[k], qm);
         const int32_t y = sp::align_to(weighted_half(a.man[k], kNineTenths), a.exp[k], qm);
@@ -57,7 +60,9 @@ void average(sp::Isa isa, Pow a, Power p, int bins) {
 
 // 2. F follows A down: F = 0.9 F + 0.1 A where F is above A.
 void floor_down(sp::Isa isa, Pow f, Pow a, int bins) {
-    for (int k = isa == sp::Isa::kVector ? lanes::floor_down(f, a, bins) : 0; k < bins; ++k) {
+    if (sp::lanes_checked(isa, {{f.man, 4u * bins}, {f.exp, 2u * bins}}, [&](sp::Isa i) { floor_down(i, f, a, bins); }))
+        return;
+    for (int k = sp::lanes_on(isa) ? lanes::floor_down(f, a, bins) : 0; k < bins; ++k) {
         const int qm = std::min(a.exp[k], f.exp[k]);
         const int32_t av = sp::align_to(a.man[k], a.exp[k], qm);
         const int32_t fl = sp::align_to(f.man[k], f.exp[k], qm);
@@ -70,9 +75,12 @@ void floor_down(sp::Isa isa, Pow f, Pow a, int bins) {
 
 // 3. Persistence counter: +7 where P is above 4 F, -6 elsewhere, within 0..32760.
 void count_persistence(sp::Isa isa, int16_t *t, int16_t *above, Power p, Pow f, int bins) {
+    if (sp::lanes_checked(isa, {{t, 2u * bins}, {above, 2u * bins}},
+                          [&](sp::Isa i) { count_persistence(i, t, above, p, f, bins); }))
+        return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
-    int k = isa == sp::Isa::kVector ? lanes::count_persistence(t, above, p, f, bins) : 0;
+    int k = sp::lanes_on(isa) ? lanes::count_persistence(t, above, p, f, bins) : 0;
     for (; k < bins; ++k) {
         const int qf4 = f.exp[k] - 2;
         const int qm = std::min<int>(pq[k], qf4);
@@ -86,9 +94,12 @@ void count_persistence(sp::Isa isa, int16_t *t, int16_t *above, Power p, Pow f, 
 // 4.1 Slow rise of the floor, F = 0.99 F + 0.01 P, where the power stayed near the floor or has
 // been well above it for long. Every bin is independent: the vectorised loop does the leading ones.
 void floor_up(sp::Isa isa, Pow f, Power p, const int16_t *t, const int16_t *above, int bins) {
+    if (sp::lanes_checked(isa, {{f.man, 4u * bins}, {f.exp, 2u * bins}},
+                          [&](sp::Isa i) { floor_up(i, f, p, t, above, bins); }))
+        return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
-    const int done = isa == sp::Isa::kVector ? lanes::floor_up(f, p, t, above, bins) : 0;
+    const int done = sp::lanes_on(isa) ? lanes::floor_up(f, p, t, above, bins) : 0;
     for (int k = bins - 1; k >= done; --k) {
         if (t[k] <= kRiseCntLong && above[k] != 0) continue;
         const int16_t qm = std::min(pq[k], f.exp[k]);
@@ -105,9 +116,11 @@ void floor_up(sp::Isa isa, Pow f, Power p, const int16_t *t, const int16_t *abov
 
 // 4.2 Early quiet blocks: A = A + P where A is above 2 P.
 void average_catch_up(sp::Isa isa, Pow a, Power p, int bins) {
+    if (sp::lanes_checked(isa, {{a.man, 4u * bins}, {a.exp, 2u * bins}}, [&](sp::Isa i) { average_catch_up(i, a, p, bins); }))
+        return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
-    for (int k = isa == sp::Isa::kVector ? lanes::average_catch_up(a, p, bins) : 0; k < bins;
+    for (int k = sp::lanes_on(isa) ? lanes::average_catch_up(a, p, bins) : 0; k < bins;
          ++k) {
         const int qp2 = pq[k] - 1;
         const int qm = std::min<int>(qp2, a.exp[k]);
@@ -160,7 +173,8 @@ Noise noise_component(int32_t m, int q, int16_t g, int16_t cs, int16_t sn, int s
 // path.
 void sonvel::comfort_noise::add_noise(sp::Isa isa, const Bins &b, const int32_t *e, int32_t *out,
                                       int n) {
-    for (int k = isa == sp::Isa::kVector ? lanes::add_noise(b, e, out, n) : 0; k < n; ++k) {
+    if (sp::lanes_checked(isa, {{out, 8u * n}}, [&](sp::Isa i) { add_noise(i, b, e, out, n); })) return;
+    for (int k = sp::lanes_on(isa) ? lanes::add_noise(b, e, out, n) : 0; k < n; ++k) {
         const Noise c = noise_component(b.floor_man[k], b.floor_exp[k], b.gain[k], b.cos[k],
                                         b.sin[k], b.s);
         out[2 * k] = fx::sat_add(e[2 * k], c.re);

@@ -1,11 +1,12 @@
-// Vectorised comfort-noise loops (AVX2 with FMA on x86-64, NEON on aarch64), several bins per step
-// with exactly the bits of the per-bin steps. Each does the leading bins that fill whole steps and
+// The comfort-noise lane loops (comfort_noise_lanes.cpp), several bins per step with exactly the
+// bits of the per-bin steps. Each does the leading bins that fill whole steps and
 // returns how many; the caller does the rest bin by bin. Only for instances whose path is
 // sp::Isa::kVector. Also the weights and counter steps of the floor estimate that both paths use.
 #pragma once
 
 #include <cstdint>
 
+#include "spectral/lanes.h"
 #include "suppressor/comfort_noise.h"
 
 namespace sonvel::comfort_noise {
@@ -35,7 +36,7 @@ struct Power {
 
 namespace sonvel::comfort_noise::lanes {
 
-#if defined(__x86_64__) || defined(__aarch64__)
+#if SONVEL_HAS_LANES
 
 int add_noise(const Bins &b, const int32_t *e, int32_t *out, int n);
 

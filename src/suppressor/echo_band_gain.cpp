@@ -16,7 +16,8 @@
 #include "spectral/kernels.h"
 #include "spectral/reciprocal.h"
 #include "state/aec_state.h"
-#include "suppressor/echo_band_lanes.h"
+#include "spectral/lane_check.h"
+#include "spectral/lanes.h"
 
 namespace {
 
@@ -98,12 +99,113 @@ int16_t update_gain(int16_t h, int16_t g) {
     return fx::sat16(sum >> 14);
 }
 
+// ---- Lane loops: the per-bin steps above, several bins per step, the same bits ----
+
+#if SONVEL_HAS_LANES
+
+namespace lanes {
+namespace {
+
+using ln::I32;
+
+// fx::shift_wrap(x, h - 1) for h = hr(x): left by h - 1, or right by one where h = 0.
+SONVEL_LANES_TARGET inline I32 to_headroom_one(I32 x, I32 h) {
+    return ln::shift_wrap(x, ln::sub(h, ln::dup(1)));
+}
+
+// int(float(num) * recip(float(den)) * 2^31) per lane.
+SONVEL_LANES_TARGET inline I32 quotient_q31(I32 num, I32 den) {
+    const ln::F32 f = ln::fmul(ln::i2f(num), ln::recip(ln::i2f(den)));
+    return ln::f2i(ln::fmul(f, ln::dupf(2147483648.0f)));
+}
+
+SONVEL_LANES_TARGET I32 smoothing_factor(I32 px, I32 qpx, I32 asx, I32 qasx, I32 asy, I32 qasy) {
+    using namespace ln;
+    const I32 qm = ln::min(qasx, qasy);
+    const I32 u = shr_trunc(shr_all(asx, 1), sub(qasx, qm));
+    const I32 v = shr_trunc(shr_all(asy, 1), sub(qasy, qm));
+    const I32 sum = ln::max(sat_add(u, v), dup(1));
+    const I32 hs = hr(sum);
+    const I32 h = hr(px);
+    const I32 q31 = quotient_q31(to_headroom_one(px, h), shl(sum, hs));
+    // Shift by (qm + hs) + 1 - h - 16 - qpx.
+    const I32 r = shift_sat(q31, sub(sub(add(qm, hs), h), add(qpx, dup(15))));
+    // |r - 1| limited to 32767.
+    const I32 d = ln::min(abs_sat(sat_sub(r, dup(32767))), dup(32767));
+    return sub(dup(24575), shr_all(d, 1));
+}
+
+SONVEL_LANES_TARGET I32 instant_gain(I32 asx, I32 qasx, I32 w, I32 asy, I32 qasy, I32 ase,
+                                     I32 qase) {
+    using namespace ln;
+    // Asx * W / 32768, normalised.
+    const F32 tw = fmul(i2f(asx), i2f(w));
+    const I32 t = f2i(fmul(tw, dupf(1.0f / 2147483648.0f)));
+    const I32 g = hr(t);
+    const I32 qt = sub(add(qasx, g), dup(16));
+
+    // Residual echo power at Q qm.
+    const I32 qm = ln::min(qt, qasy);
+    const I32 u = shr_trunc(shl(t, g), sub(qt, qm));
+    const I32 v = shr_trunc(asy, sub(qasy, qm));
+    const I32 d = ln::max(sat_sub(u, v), zero());
+
+    // rho = min(D / Ase, 1) in Q31.
+    const I32 e = ln::max(ase, dup(1));
+    const I32 ge = hr(e);
+    const I32 gd = hr(d);
+    const I32 q31 = quotient_q31(to_headroom_one(d, gd), shl(e, ge));
+    const I32 rho = shift_sat(q31, sub(add(qase, ge), sub(add(gd, qm), dup(1))));
+
+    // 32767 - rho / 2^16, saturated above.
+    return ln::min(sub(dup(32767), shr_all(rho, 16)), dup(32767));
+}
+
+// A falling gain at once, a rising one except for 17/16384 of the old value. The sum stays below
+// 2^30 and the saturating store is the saturation to int16.
+SONVEL_LANES_TARGET I32 update_gain(I32 h, I32 g) {
+    const I32 c = ln::mask_and(ln::gt(g, h), ln::dup(17));
+    const I32 sum = ln::add(ln::mul_lo(c, h), ln::mul_lo(ln::sub(ln::dup(16384), c), g));
+    return ln::shr_all(sum, 14);
+}
+
+}  // namespace
+
+SONVEL_LANES_TARGET int smoothing_factors(Bins px, Bins asx, Bins asy, int16_t *a, int n) {
+    int k = 0;
+    for (; k + ln::kLanes <= n; k += ln::kLanes) {
+        const I32 f = smoothing_factor(ln::load(px.man + k), ln::load16(px.exp + k),
+                                       ln::load(asx.man + k), ln::load16(asx.exp + k),
+                                       ln::load(asy.man + k), ln::load16(asy.exp + k));
+        ln::store16_sat(a + k, f);
+    }
+    return k;
+}
+
+SONVEL_LANES_TARGET int update_gains(Bins asx, const int32_t *w, Bins asy, Bins ase, int16_t *h,
+                                     int n) {
+    int k = 0;
+    for (; k + ln::kLanes <= n; k += ln::kLanes) {
+        const I32 g = instant_gain(ln::load(asx.man + k), ln::load16(asx.exp + k), ln::load(w + k),
+                                   ln::load(asy.man + k), ln::load16(asy.exp + k),
+                                   ln::load(ase.man + k), ln::load16(ase.exp + k));
+        ln::store16_sat(h + k, update_gain(ln::load16(h + k), g));
+    }
+    return k;
+}
+
+}  // namespace lanes
+
+#endif
+
 // The vectorised loops do the leading bins; the per-bin steps do the rest and the whole portable
 // path.
 void smoothing_factors(sp::Isa isa, Bins px, Bins asx, Bins asy, int16_t *a, int n) {
+    if (sp::lanes_checked(isa, {{a, 2u * n}}, [&](sp::Isa i) { smoothing_factors(i, px, asx, asy, a, n); }))
+        return;
     int k = 0;
-#if defined(__x86_64__) || defined(__aarch64__)
-    if (isa == sp::Isa::kVector) k = lanes::smoothing_factors(px, asx, asy, a, n);
+#if SONVEL_HAS_LANES
+    if (sp::lanes_on(isa)) k = lanes::smoothing_factors(px, asx, asy, a, n);
 #endif
     for (; k < n; ++k) {
         a[k] = smoothing_factor(px.man[k], px.exp[k], asx.man[k], asx.exp[k], asy.man[k],
@@ -112,9 +214,11 @@ void smoothing_factors(sp::Isa isa, Bins px, Bins asx, Bins asy, int16_t *a, int
 }
 
 void update_gains(sp::Isa isa, Bins asx, const int32_t *w, Bins asy, Bins ase, int16_t *h, int n) {
+    if (sp::lanes_checked(isa, {{h, 2u * n}}, [&](sp::Isa i) { update_gains(i, asx, w, asy, ase, h, n); }))
+        return;
     int k = 0;
-#if defined(__x86_64__) || defined(__aarch64__)
-    if (isa == sp::Isa::kVector) k = lanes::update_gains(asx, w, asy, ase, h, n);
+#if SONVEL_HAS_LANES
+    if (sp::lanes_on(isa)) k = lanes::update_gains(asx, w, asy, ase, h, n);
 #endif
     for (; k < n; ++k) {
         const int16_t g = instant_gain(asx.man[k], asx.exp[k], w[k], asy.man[k], asy.exp[k],

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "spectral/vector_isa.h"
+#include "spectral/processor.h"
 
 namespace sonvel::echo_band {
 

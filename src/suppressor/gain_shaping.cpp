@@ -13,7 +13,7 @@
 #include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
 #include "fixedpoint/extended_ops.h"
-#include "spectral/vector_isa.h"
+#include "spectral/processor.h"
 #include "state/aec_state.h"
 #include "suppressor/suppressor_lanes.h"
 
@@ -133,7 +133,7 @@ extern "C" SONVEL_API void Sonvel_AEC_NlpPro(AecState *state, int16_t *g, int32_
 
     // 1-3 of bins 0..done-1 in vector steps, the rest below.
     int done = 0;
-    if (isa == sp::Isa::kVector) {
+    if (sp::lanes_on(isa)) {
         done = sup::lanes::shape_gains(g, fb, wc, state->as16BinOvrd, oc, lane_caps(state),
                                        last + 1);
     }
@@ -159,6 +159,6 @@ extern "C" SONVEL_API void Sonvel_AEC_NlpPro(AecState *state, int16_t *g, int32_
 
     // 6. Application to the error spectrum, bins 0..L+3.
     const int words = 2 * (last + 4);
-    const int applied = isa == sp::Isa::kVector ? sup::lanes::apply_gains(g, E, words) : 0;
+    const int applied = sp::lanes_on(isa) ? sup::lanes::apply_gains(g, E, words) : 0;
     apply_gains(g, E, applied / 2, last + 4);
 }

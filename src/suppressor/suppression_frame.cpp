@@ -12,6 +12,7 @@
 #include "state/aec_state.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
+#include "spectral/lane_check.h"
 #include "suppressor/spectrum_power.h"
 #include "suppressor/suppressor_lanes.h"
 #include "suppressor/synthesis.h"
@@ -45,13 +46,17 @@ void build_window(const AecState *st, int16_t *w) {
 // A frame of 16-bit samples, windowed and brought to the scale shifted left by s.
 void window_pcm(sp::Isa isa, const int16_t *w, const int16_t *pcm, int32_t *frame, int shift,
                 int n) {
-    int i = isa == sp::Isa::kVector ? sup::lanes::window_pcm(w, pcm, frame, shift, n) : 0;
+    if (sp::lanes_checked(isa, {{frame, 4u * n}}, [&](sp::Isa i) { window_pcm(i, w, pcm, frame, shift, n); }))
+        return;
+    int i = sp::lanes_on(isa) ? sup::lanes::window_pcm(w, pcm, frame, shift, n) : 0;
     for (; i < n; ++i) frame[i] = (w[i] * pcm[i]) >> shift;
 }
 
 // A block of 32-bit samples windowed by the part of the window that starts at w.
 void window_q15(sp::Isa isa, const int16_t *w, const int32_t *in, int32_t *frame, int count) {
-    int i = isa == sp::Isa::kVector ? sup::lanes::window_q15(w, in, frame, count) : 0;
+    if (sp::lanes_checked(isa, {{frame, 4u * count}}, [&](sp::Isa i) { window_q15(i, w, in, frame, count); }))
+        return;
+    int i = sp::lanes_on(isa) ? sup::lanes::window_q15(w, in, frame, count) : 0;
     for (; i < count; ++i) frame[i] = fx::rnd(static_cast<int64_t>(in[i]) * w[i], 15);
 }
 
@@ -79,7 +84,9 @@ void build_frames(AecState *st, const int16_t *w, Spectra &f) {
 
 // Step 4: no word of bins 0..N/2 stays zero; the guard words are cleared again.
 void zero_guard(sp::Isa isa, int32_t *spectrum, int n) {
-    int i = isa == sp::Isa::kVector ? sup::lanes::mark_zero_words(spectrum, n + 2) : 0;
+    if (sp::lanes_checked(isa, {{spectrum, 4u * (n + 8)}}, [&](sp::Isa i) { zero_guard(i, spectrum, n); }))
+        return;
+    int i = sp::lanes_on(isa) ? sup::lanes::mark_zero_words(spectrum, n + 2) : 0;
     for (; i < n + 2; ++i) spectrum[i] |= static_cast<int32_t>(spectrum[i] == 0);
     for (int i = n + 2; i < n + 8; ++i) spectrum[i] = 0;
 }
@@ -90,7 +97,7 @@ int64_t near_power(AecState *st, const int32_t *d) {
     const int bins = st->s16HalfFftLen + 4;
     int64_t sum = 0;
     int k = 0;
-    if (sp::instance_isa(st) == sp::Isa::kVector) {
+    if (sp::lanes_on(sp::instance_isa(st))) {
         k = sup::lanes::bin_powers(d, st->ai32DPowMan, st->as16DPowExp, 2 * s - 33, 17 - 2 * s,
                                    &sum, bins);
     }
@@ -139,16 +146,20 @@ void smooth_powers(AecState *st, const Spectra &f) {
 
 // Step 9: sum of a smoothed power over bins 0..L at the common scale 2^c, divided by 2^8.
 int32_t band_sum(sp::Isa isa, const int32_t *man, const int16_t *exp, int bins, int c) {
+    int32_t r = 0;
+    if (sp::lanes_checked(isa, {{&r, sizeof r}}, [&](sp::Isa i) { r = band_sum(i, man, exp, bins, c); })) return r;
     int64_t sum = 0;
-    int k = isa == sp::Isa::kVector ? sup::lanes::band_sum(man, exp, c, &sum, bins) : 0;
+    int k = sp::lanes_on(isa) ? sup::lanes::band_sum(man, exp, c, &sum, bins) : 0;
     for (; k < bins; ++k) sum += fx::shr_trunc(man[k], exp[k] - c);
     return sup::scaled_sum(sum);
 }
 
 // The common scale: one below the smallest Q value of both powers.
 int common_scale(sp::Isa isa, const int16_t *a, const int16_t *b, int bins) {
+    int r = 0;
+    if (sp::lanes_checked(isa, {{&r, sizeof r}}, [&](sp::Isa i) { r = common_scale(i, a, b, bins); })) return r;
     int16_t lowest = INT16_MAX;
-    int k = isa == sp::Isa::kVector ? sup::lanes::min_q2(a, b, &lowest, bins) : 0;
+    int k = sp::lanes_on(isa) ? sup::lanes::min_q2(a, b, &lowest, bins) : 0;
     for (; k < bins; ++k) {
         lowest = a[k] < lowest ? a[k] : lowest;
         lowest = b[k] < lowest ? b[k] : lowest;
@@ -171,7 +182,7 @@ void mute_if_quiet(const AecState *st, int64_t sum_d, int32_t *e, int16_t *hnl) 
     const int s = st->s16RateShift;
     int64_t sum_out = 0;
     int k = 0;
-    if (sp::instance_isa(st) == sp::Isa::kVector) {
+    if (sp::lanes_on(sp::instance_isa(st))) {
         k = sup::lanes::bin_powers(e, nullptr, nullptr, 0, 17 - 2 * s, &sum_out, half + 4);
     }
     sum_out += sup::power_sum(e + 2 * k, half + 4 - k, s);

@@ -1,6 +1,5 @@
-// Vectorised loops of the suppressor's own per-bin and per-sample steps (AVX2 on x86-64, NEON on
-// aarch64): the windowed frames, the zero-word marking of the spectra, the bin powers and their
-// sums, the common scale and band sums of the smoothed powers, the shaped gains and their
+// The lane loops of the suppressor's own per-bin and per-sample steps (suppressor_lanes.cpp): the
+// windowed frames, the zero-word marking of the spectra, the bin powers and their sums, the common scale and band sums of the smoothed powers, the shaped gains and their
 // application, and the synthesis' unwindowing and overlap-add. Each runs whole vector steps from
 // the start of its arrays and returns how many elements (or bins) it did; the caller's portable
 // loop does the rest, so counts that are no multiple of the step and operands a loop does not take
@@ -9,6 +8,8 @@
 #pragma once
 
 #include <cstdint>
+
+#include "spectral/lanes.h"
 
 namespace sup::lanes {
 
@@ -21,7 +22,7 @@ struct OverdriveCaps {
     int16_t cap_hi;
 };
 
-#if defined(__x86_64__) || defined(__aarch64__)
+#if SONVEL_HAS_LANES
 
 // out[i] = (w[i] * pcm[i]) >> shift, shift in 0..31.
 int32_t window_pcm(const int16_t *w, const int16_t *pcm, int32_t *out, int shift, int32_t count);

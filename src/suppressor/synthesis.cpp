@@ -8,7 +8,7 @@
 #include "fixedpoint/block_float.h"
 #include "sonvel_aec_stages.h"
 #include "spectral/kernels.h"
-#include "spectral/vector_isa.h"
+#include "spectral/processor.h"
 #include "state/aec_state.h"
 #include "suppressor/suppressor_lanes.h"
 
@@ -21,7 +21,7 @@ int32_t synthesize(AecState *state, int32_t *spectrum, const int16_t *win, int32
     const int order = state->s16FftOrder;
     const int len = state->s16FftLen2;
     const sp::Isa isa = sp::instance_isa(state);
-    const bool vec = isa == sp::Isa::kVector;
+    const bool vec = sp::lanes_on(isa);
 
     // 1. Normalise to log2 N guard bits and transform back.
     const int32_t k = sp::vector_norm(isa, spectrum, order, n + 1);

@@ -46,6 +46,7 @@ void make_scenario(int rate, int frames, std::vector<int16_t> &nearv, std::vecto
 void force_portable(void *h) {
     AecState *st = sonvel::state_of(h);
     reinterpret_cast<sonvel::fft::Plan *>(st->au8FftPlan)->vectorised = 0;
+    st->s32LanePath = 0;
 }
 
 uint64_t run_rate(int rate, bool portable) {

@@ -8,6 +8,7 @@
 #include <random>
 
 #include "sonvel_aec_fft.h"
+#include "spectral/processor.h"
 #include "state/aec_state.h"
 
 namespace lintest {
@@ -30,6 +31,7 @@ inline std::unique_ptr<AecState> make_state(const Rate &r, int startPart = 0) {
     st->s32RateFactor = r.factor;
     st->s16StartPart = static_cast<int16_t>(startPart);
     Sonvel_FFTInit_C_SC32(st->au8FftPlan, r.order);
+    st->s32LanePath = static_cast<int32_t>(sp::probe_isa());
     return st;
 }
 

@@ -9,9 +9,9 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "linear/linear_loops.h"
 #include "spectral/kernels.h"
-#include "spectral/fft/fft_stages_simd.h"
 
 namespace {
 
@@ -21,13 +21,7 @@ using sp::Isa;
 constexpr int kMaxCount = 140;
 constexpr int kSlack = 16;  // words past every count, which neither path may write
 
-bool vector_available() {
-#if defined(__x86_64__)
-    return sonvel::fft::simd::available();
-#else
-    return true;
-#endif
-}
+bool vector_available() { return sp::probe_isa() == sp::Isa::kVector; }
 
 // Boundary values a third of the time, otherwise random values of random magnitude.
 Words adversarial(int n, std::mt19937 &rng) {

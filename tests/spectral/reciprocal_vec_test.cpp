@@ -10,8 +10,8 @@
 #include <random>
 #include <vector>
 
-#include "spectral/fft/fft_stages_simd.h"
-#include "spectral/reciprocal_vec.h"
+#include "spectral/processor.h"
+#include "spectral/lanes.h"
 
 namespace {
 
@@ -20,35 +20,22 @@ float from_bits(uint32_t u) { return std::bit_cast<float>(u); }
 
 struct Results { std::vector<float> recip, rsqrt, sqrt; };
 
-#if defined(__x86_64__)
-constexpr std::size_t kLanes = 8;
-bool vector_available() { return sonvel::fft::simd::available(); }
+#if SONVEL_HAS_LANES
+constexpr std::size_t kLanes = ln::kLanes;
 
-__attribute__((target("avx2,fma"))) void vector_results(const std::vector<float> &x, Results &out) {
+SONVEL_LANES_TARGET void vector_results(const std::vector<float> &x, Results &out) {
     for (std::size_t i = 0; i < x.size(); i += kLanes) {
-        const __m256 v = _mm256_loadu_ps(&x[i]);
-        _mm256_storeu_ps(&out.recip[i], sp::recip8(v));
-        _mm256_storeu_ps(&out.rsqrt[i], sp::rsqrt8(v));
-        _mm256_storeu_ps(&out.sqrt[i], sp::sqrt8(v));
-    }
-}
-#elif defined(__aarch64__)
-constexpr std::size_t kLanes = 4;
-bool vector_available() { return true; }
-
-void vector_results(const std::vector<float> &x, Results &out) {
-    for (std::size_t i = 0; i < x.size(); i += kLanes) {
-        const float32x4_t v = vld1q_f32(&x[i]);
-        vst1q_f32(&out.recip[i], sp::recip4(v));
-        vst1q_f32(&out.rsqrt[i], sp::rsqrt4(v));
-        vst1q_f32(&out.sqrt[i], sp::sqrt4(v));
+        const ln::F32 v = ln::loadf(&x[i]);
+        ln::storef(&out.recip[i], ln::recip(v));
+        ln::storef(&out.rsqrt[i], ln::rsqrt(v));
+        ln::storef(&out.sqrt[i], ln::sqrt(v));
     }
 }
 #else
 constexpr std::size_t kLanes = 4;
-bool vector_available() { return false; }
 void vector_results(const std::vector<float> &, Results &) {}
 #endif
+bool vector_available() { return sp::probe_isa() == sp::Isa::kVector; }
 
 // The same bits, signed zeros included. A NaN result must carry the same payload; its sign is
 // left open: the last multiply r * t of the scalar function meets two NaNs of opposite sign (the

@@ -1,5 +1,5 @@
-// The integer lane primitives against their scalar twins on boundary and random operands, then the
-// vectorised complex multiply loops against the portable ones on random, boundary and saturating
+// The steps of the lane vocabulary against their scalar definitions on boundary and random operands, then the
+// complex multiply lane loops against the portable ones on random, boundary and saturating
 // spectra for every count up to 136. On x86-64 only where the processor runs AVX2 and FMA.
 #include <gtest/gtest.h>
 
@@ -10,93 +10,43 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "fixedpoint/block_float.h"
-#include "spectral/fft/fft_stages_simd.h"
 #include "spectral/kernels.h"
-#include "spectral/simd_avx2.h"
-#include "spectral/simd_neon.h"
+#include "spectral/lanes.h"
 
 namespace {
 
 using Words = std::vector<int32_t>;
-using Longs = std::vector<int64_t>;
 constexpr int32_t kMin = INT32_MIN, kMax = INT32_MAX;
 
-// ---- One register's worth of each primitive, from and to arrays ----
+// ---- One register's worth of each step of the lane vocabulary, from and to arrays ----
 
-#if defined(__x86_64__)
-constexpr int kLanes = 8;
-bool vector_available() { return sonvel::fft::simd::available(); }
+#if SONVEL_HAS_LANES
+constexpr int kLanes = ln::kLanes;
 
-#define LANES SP_AVX2
-using namespace sp::simd;
-LANES V ld(const int32_t *p) { return load8(p); }
-LANES V ld(const int64_t *p) { return _mm256_loadu_si256(reinterpret_cast<const V *>(p)); }
-LANES void st(int32_t *p, V v) { store8(p, v); }
-LANES void st(int64_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
-
-LANES void hr_lanes(const int32_t *x, int32_t *r) { st(r, hr32(ld(x))); }
-LANES void add_lanes(const int32_t *a, const int32_t *b, int32_t *r) { st(r, sat_add32(ld(a), ld(b))); }
-LANES void sub_lanes(const int32_t *a, const int32_t *b, int32_t *r) { st(r, sat_sub32(ld(a), ld(b))); }
-LANES void shr_lanes(const int32_t *x, const int32_t *c, int32_t *r) { st(r, shr_trunc32(ld(x), ld(c))); }
-LANES void shift_lanes(const int32_t *x, const int32_t *c, int32_t *r) { st(r, shift_sat32(ld(x), ld(c))); }
-LANES void f2i_lanes(const float *f, int32_t *r) { st(r, f2i(_mm256_loadu_ps(f))); }
-// Products in lane order: even lanes to even places, odd lanes to odd places.
-LANES void mul_lanes(const int32_t *a, const int32_t *b, int64_t *r) {
-    alignas(32) int64_t e[4], o[4];
-    st(e, mul_even(ld(a), ld(b)));
-    st(o, mul_odd(ld(a), ld(b)));
-    for (int i = 0; i < 4; ++i) r[2 * i] = e[i], r[2 * i + 1] = o[i];
+#define LANES SONVEL_LANES_TARGET
+using ln::load;
+using ln::store;
+LANES void hr_lanes(const int32_t *x, int32_t *r) { store(r, ln::hr(load(x))); }
+LANES void add_lanes(const int32_t *a, const int32_t *b, int32_t *r) { store(r, ln::sat_add(load(a), load(b))); }
+LANES void sub_lanes(const int32_t *a, const int32_t *b, int32_t *r) { store(r, ln::sat_sub(load(a), load(b))); }
+LANES void shr_lanes(const int32_t *x, const int32_t *c, int32_t *r) { store(r, ln::shr_trunc(load(x), load(c))); }
+LANES void shift_lanes(const int32_t *x, const int32_t *c, int32_t *r) { store(r, ln::shift_sat(load(x), load(c))); }
+LANES void f2i_lanes(const float *f, int32_t *r) { store(r, ln::f2i(ln::loadf(f))); }
+// rnd(a b, K), rnd(sat_add64(a b, a c), K) and rnd(sat_sub64(a b, a c), K) for the counts the
+// kernels use.
+template <int K>
+LANES void products_lanes(const int32_t *a, const int32_t *b, const int32_t *c, int32_t *r) {
+    const ln::W64 ab = ln::mul_wide(load(a), load(b)), ac = ln::mul_wide(load(a), load(c));
+    store(r, ln::rnd_narrow<K>(ab));
+    store(r + kLanes, ln::rnd_narrow<K>(ln::sat_add64(ab, ac)));
+    store(r + 2 * kLanes, ln::rnd_narrow<K>(ln::sat_sub64(ab, ac)));
 }
-LANES void add64_lanes(const int64_t *a, const int64_t *b, int64_t *r) { st(r, sat_add64(ld(a), ld(b))); }
-LANES void sub64_lanes(const int64_t *a, const int64_t *b, int64_t *r) { st(r, sat_sub64(ld(a), ld(b))); }
-LANES void rnd_lanes(const int64_t *v, int k, int32_t *r) {
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(r), narrow_even(rnd64(ld(v), k)));
-}
-// The fixed counts the kernels use go through the same function.
-LANES void rnd_fixed_lanes(const int64_t *v, int k, int32_t *r) { rnd_lanes(v, k, r); }
-
-#elif defined(__aarch64__)
-constexpr int kLanes = 4;
-bool vector_available() { return true; }
-
-#define LANES
-using namespace sp::simd;
-int32x4_t ld(const int32_t *p) { return load4(p); }
-int64x2_t ld(const int64_t *p) { return vld1q_s64(p); }
-void st(int32_t *p, int32x4_t v) { store4(p, v); }
-void st(int64_t *p, int64x2_t v) { vst1q_s64(p, v); }
-
-void hr_lanes(const int32_t *x, int32_t *r) { st(r, hr32(ld(x))); }
-void add_lanes(const int32_t *a, const int32_t *b, int32_t *r) { st(r, sat_add32(ld(a), ld(b))); }
-void sub_lanes(const int32_t *a, const int32_t *b, int32_t *r) { st(r, sat_sub32(ld(a), ld(b))); }
-void shr_lanes(const int32_t *x, const int32_t *c, int32_t *r) { st(r, shr_trunc32(ld(x), ld(c))); }
-void shift_lanes(const int32_t *x, const int32_t *c, int32_t *r) { st(r, shift_sat32(ld(x), ld(c))); }
-void f2i_lanes(const float *f, int32_t *r) { st(r, f2i(vld1q_f32(f))); }
-void mul_lanes(const int32_t *a, const int32_t *b, int64_t *r) {
-    st(r, mul_low(ld(a), ld(b)));
-    st(r + 2, mul_high(ld(a), ld(b)));
-}
-void add64_lanes(const int64_t *a, const int64_t *b, int64_t *r) { st(r, sat_add64(ld(a), ld(b))); }
-void sub64_lanes(const int64_t *a, const int64_t *b, int64_t *r) { st(r, sat_sub64(ld(a), ld(b))); }
-void rnd_lanes(const int64_t *v, int k, int32_t *r) {
-    vst1q_s32(r, vcombine_s32(rnd64(ld(v), k), rnd64(ld(v + 2), k)));
-}
-void rnd_fixed_lanes(const int64_t *v, int k, int32_t *r) {
-    int32x4_t x;
-    switch (k) {
-        case 1: x = rnd64x2<1>(ld(v), ld(v + 2)); break;
-        case 15: x = rnd64x2<15>(ld(v), ld(v + 2)); break;
-        case 31: x = rnd64x2<31>(ld(v), ld(v + 2)); break;
-        default: x = rnd64x2<32>(ld(v), ld(v + 2)); break;
-    }
-    vst1q_s32(r, x);
-}
-
 #else
 constexpr int kLanes = 4;
-bool vector_available() { return false; }
 #endif
+bool vector_available() { return sp::probe_isa() == sp::Isa::kVector; }
 
 // ---- Operands ----
 
@@ -119,24 +69,6 @@ Words operands32(uint32_t seed, int n) {
     return v;
 }
 
-// 64-bit operands: the extremes, the rounding and saturation thresholds of every count, sums of
-// products and random values of every magnitude.
-Longs operands64(uint32_t seed) {
-    std::mt19937_64 g(seed);
-    Longs v{INT64_MIN, INT64_MIN + 1, -1, 0, 1, INT64_MAX - 1, INT64_MAX, int64_t{1} << 62,
-            -(int64_t{1} << 62)};
-    for (int k = 1; k <= 32; ++k) {
-        const int64_t half = int64_t{1} << (k - 1);
-        for (const int64_t t : {int64_t{0}, static_cast<int64_t>(uint64_t{1} << (31 + k))})
-            for (const int64_t d : {-half - 1, -half, -half + 1, half - 1, half, half + 1}) {
-                v.push_back(static_cast<int64_t>(static_cast<uint64_t>(t) + static_cast<uint64_t>(d)));
-                v.push_back(static_cast<int64_t>(0 - static_cast<uint64_t>(t) + static_cast<uint64_t>(d)));
-            }
-    }
-    while (v.size() < 4000 || v.size() % 8) v.push_back(static_cast<int64_t>(g()) >> (g() % 64));
-    return v;
-}
-
 class LanePrimitives : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -144,7 +76,7 @@ protected:
     }
 };
 
-#if defined(__x86_64__) || defined(__aarch64__)
+#if SONVEL_HAS_LANES
 
 // Headroom, saturating sums and differences of 32-bit lanes: every pair of boundary values meets
 // in some lane, then random pairs.
@@ -205,35 +137,28 @@ TEST_F(LanePrimitives, SaturatingFloatToInt) {
     }
 }
 
-// 32x32 -> 64 products, 64-bit saturating sums, and rounding to saturated int32 by every count.
-TEST_F(LanePrimitives, ProductsSumsAndRounding) {
-    const Words a = operands32(5, 8000), b = operands32(6, 8000);
-    int64_t p[kLanes];
+// 32x32 -> 64 products, their 64-bit saturating sums and differences, rounded to saturated int32
+// by the counts the kernels use.
+template <int K>
+void check_products(const Words &a, const Words &b, const Words &c) {
+    int32_t r[3 * kLanes];
     for (std::size_t i = 0; i + kLanes <= a.size(); i += kLanes) {
-        mul_lanes(&a[i], &b[i], p);
-        for (int l = 0; l < kLanes; ++l) ASSERT_EQ(p[l], int64_t{a[i + l]} * b[i + l]);
-    }
-    const Longs u = operands64(7), v = operands64(8);
-    int64_t s[4], d[4];
-    int32_t r[4], rf[4];
-    for (std::size_t i = 0; i + 4 <= u.size(); i += 4) {
-        for (std::size_t j = 0; j < 4; j += kLanes / 2) {
-            add64_lanes(&u[i + j], &v[i + j], s + j);
-            sub64_lanes(&u[i + j], &v[i + j], d + j);
-        }
-        for (int l = 0; l < 4; ++l) {
-            ASSERT_EQ(s[l], fx::sat_add64(u[i + l], v[i + l])) << u[i + l] << " + " << v[i + l];
-            ASSERT_EQ(d[l], fx::sat_sub64(u[i + l], v[i + l])) << u[i + l] << " - " << v[i + l];
-        }
-        for (int k = 1; k <= 32; ++k) {
-            rnd_lanes(&u[i], k, r);
-            for (int l = 0; l < 4; ++l) ASSERT_EQ(r[l], fx::rnd(u[i + l], k)) << u[i + l] << " k " << k;
-        }
-        for (const int k : {1, 15, 31, 32}) {
-            rnd_fixed_lanes(&u[i], k, rf);
-            for (int l = 0; l < 4; ++l) ASSERT_EQ(rf[l], fx::rnd(u[i + l], k)) << u[i + l] << " k " << k;
+        products_lanes<K>(&a[i], &b[i], &c[i], r);
+        for (int l = 0; l < kLanes; ++l) {
+            const int64_t ab = int64_t{a[i + l]} * b[i + l], ac = int64_t{a[i + l]} * c[i + l];
+            ASSERT_EQ(r[l], fx::rnd(ab, K)) << a[i + l] << " * " << b[i + l];
+            ASSERT_EQ(r[kLanes + l], fx::rnd(fx::sat_add64(ab, ac), K)) << ab << " + " << ac;
+            ASSERT_EQ(r[2 * kLanes + l], fx::rnd(fx::sat_sub64(ab, ac), K)) << ab << " - " << ac;
         }
     }
+}
+
+TEST_F(LanePrimitives, ProductsSumsAndRounding) {
+    const Words a = operands32(5, 8000), b = operands32(6, 8000), c = operands32(7, 8000);
+    check_products<1>(a, b, c);
+    check_products<15>(a, b, c);
+    check_products<31>(a, b, c);
+    check_products<32>(a, b, c);
 }
 
 #endif

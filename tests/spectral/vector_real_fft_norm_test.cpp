@@ -1,8 +1,7 @@
-// The vectorised loops around the complex transform and of the block normaliser against the
-// portable ones: every length the real FFT pair accepts on random and boundary words (the
-// saturating conjugation of -2^31 included), the pair end to end behind a plan that asks for the
-// portable loops, and the normaliser for every count up to 40 and the block sizes with shifts to
-// both sides. On x86-64 only where the processor runs AVX2 and FMA.
+// The lane loops around the complex transform and of the block normaliser against the portable
+// ones: the real FFT pair end to end behind a plan that asks for the portable loops, on random
+// and boundary words (the saturating conjugation of -2^31 included), and the normaliser for
+// every count up to 40 and the block sizes with shifts to both sides. On x86-64 only where the processor runs AVX2 and FMA.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,17 +9,16 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "sonvel_aec_fft.h"
 #include "sonvel_aec_spectral.h"
 #include "spectral/fft/fft_plan.h"
-#include "spectral/fft/fft_stages_simd.h"
 #include "spectral/kernels.h"
-#include "spectral/real_fft_vec.h"
 
 namespace {
 
 using Words = std::vector<int32_t>;
-constexpr int32_t kMin = INT32_MIN, kMax = INT32_MAX, kMark = 0x5A5A5A5A;
+constexpr int32_t kMin = INT32_MIN, kMax = INT32_MAX;
 
 // Boundary values a third of the time, otherwise random words shifted right by up to shift bits
 // (a block whose headroom is about shift when every shift is the same).
@@ -34,49 +32,12 @@ Words words(int n, int shift, bool same, std::mt19937 &rng) {
     return v;
 }
 
-int32_t neg_sat(int32_t x) { return x == kMin ? kMax : -x; }
-
 class VectorLoops : public ::testing::Test {
 protected:
     void SetUp() override {
-#if defined(__x86_64__)
-        if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
-#endif
+        if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
     }
 };
-
-#if defined(__x86_64__) || defined(__aarch64__)
-
-// Each loop writes exactly its words; the mirror stops where an even number of bins (one
-// portable pass each two) is left before bin N-1.
-TEST_F(VectorLoops, RealFftLoopsForEveryLength) {
-    std::mt19937 rng(31);
-    for (int n = 8; n <= 256; n += 8) {
-        for (int r = 0; r < 8; ++r) {
-            const Words x = words(2 * n, 31, false, rng);
-            Words c(2 * n + 8, kMark);
-            ASSERT_EQ(sp::vec::real_to_complex(x.data(), c.data(), n), n);
-            for (int i = 0; i < n; ++i) ASSERT_EQ((Words{c[2 * i], c[2 * i + 1]}), (Words{x[i], 0})) << n;
-            EXPECT_EQ(Words(c.begin() + 2 * n, c.end()), Words(8, kMark)) << n;
-
-            c.assign(2 * n, kMark);
-            const int k = sp::vec::mirror_bins(x.data(), c.data(), n);
-            ASSERT_TRUE(k > n / 2 && k <= n - 1 && (n - 1 - k) % 2 == 0) << n << " " << k;
-            for (int b = 0; b < n; ++b) {
-                const bool mirrored = b > n / 2 && b < k;
-                const Words want = mirrored ? Words{x[2 * (n - b)], neg_sat(x[2 * (n - b) + 1])} : Words{kMark, kMark};
-                ASSERT_EQ((Words{c[2 * b], c[2 * b + 1]}), want) << n << " bin " << b;
-            }
-
-            Words re(n + 8, kMark);
-            ASSERT_EQ(sp::vec::real_parts(x.data(), re.data(), n), n);
-            for (int i = 0; i < n; ++i) ASSERT_EQ(re[i], x[2 * i]) << n;
-            EXPECT_EQ(Words(re.begin() + n, re.end()), Words(8, kMark)) << n;
-        }
-    }
-}
-
-#endif
 
 // A prepared plan whose vectorised flag is 0 selects the portable loops (and transform stages):
 // the same words, status and untouched tail for random spectra whose imaginary parts are often

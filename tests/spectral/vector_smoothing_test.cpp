@@ -11,9 +11,9 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "sonvel_aec_spectral.h"
 #include "spectral/fft/fft_plan.h"
-#include "spectral/fft/fft_stages_simd.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
 #include "state/aec_state.h"
@@ -27,13 +27,7 @@ using Shorts = std::vector<int16_t>;
 constexpr int kMaxCount = 136;
 constexpr int kGuard = 8;  // words behind the largest count, which no loop may touch
 
-bool vector_available() {
-#if defined(__x86_64__)
-    return sonvel::fft::simd::available();
-#else
-    return true;
-#endif
-}
+bool vector_available() { return sp::probe_isa() == sp::Isa::kVector; }
 
 // Operands where the roundings, headrooms and saturations change behaviour, and random ones.
 class Operands {
@@ -203,7 +197,7 @@ TEST(VectorPower, PowerWithPartQValuesMatchesPortable) {
 TEST(VectorPower, FarPowerUpdateMatchesPerBinDefinition) {
     if (!vector_available()) GTEST_SKIP() << "no AVX2 on this processor";
     auto state = std::make_unique<AecState>();
-    reinterpret_cast<sonvel::fft::Plan *>(state->au8FftPlan)->vectorised = 1;
+    state->s32LanePath = 1;
     Operands ops(777);
     for (int half = 0; half + 4 <= sonvel::kBinWords; ++half) {
         for (const int16_t shift : {int16_t{0}, int16_t{1}, int16_t{-40}, int16_t{9}, int16_t{40}}) {

@@ -1,13 +1,13 @@
 // Coherence analysis: the per-bin coherence against a double-precision reference and its vector
 // path against the portable one, band means, the preferred band's order statistics, and the
 // thresholds of the near-end state and the regimes.
+#include "spectral/processor.h"
 #include "suppressor/coherence.h"
 
 #include <cstring>
 #include <numeric>
 #include <random>
 
-#include "spectral/fft/fft_stages_simd.h"
 #include "suppressor/support.h"
 
 namespace {
@@ -72,9 +72,7 @@ TEST(CoherenceTest, MatchesReferenceForEachPairAtBothRates) {
 // bits either way), at every bin count from one vector up, so that every position of the last,
 // overlapping vector is met; and so does the analysis built on the coherences.
 TEST(CoherenceTest, VectorPathMatchesPortable) {
-#if defined(__x86_64__)
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
-#endif
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
     auto st = suptest::make_state(true);
     std::mt19937 rng(31);
     const int32_t mant_edges[] = {0, -1, 1, INT32_MIN, INT32_MAX, 1 << 30, -(1 << 30), (1 << 29) + 1};
@@ -116,7 +114,7 @@ TEST(CoherenceTest, VectorPathMatchesPortable) {
         if (trial % 3 == 2) continue;  // the bin counts of the two rates only
         auto path = [&](int32_t vectorised, int16_t *hnl, int16_t &fb) {
             auto copy = std::make_unique<AecState>(*st);
-            auto &flag = reinterpret_cast<sonvel::fft::Plan *>(copy->au8FftPlan)->vectorised;
+            auto &flag = copy->s32LanePath;
             flag = vectorised;
             Sonvel_AEC_HnledCalc(copy.get(), hnl, &fb);
             flag = 0;
@@ -135,11 +133,7 @@ TEST(CoherenceTest, VectorPathMatchesPortable) {
 // (ties), the extremes, ascending and descending runs.
 TEST(CoherenceTest, BandSortOrdersAscendingOnEveryPath) {
     std::vector<sp::Isa> paths = {sp::Isa::kPortable};
-#if defined(__x86_64__)
-    if (sonvel::fft::simd::available()) paths.push_back(sp::Isa::kVector);
-#else
-    paths.push_back(sp::Isa::kVector);
-#endif
+    if (sp::probe_isa() == sp::Isa::kVector) paths.push_back(sp::Isa::kVector);
     std::mt19937 rng(5);
     const int16_t edges[] = {-32768, 32767, 0, -1, 1};
     for (int trial = 0; trial < 2000; ++trial) {

@@ -1,5 +1,6 @@
 // Comfort noise: the floor estimate (persistence counter, quiet-block steps, block count) and the
 // generator (start, seed sequence, amplitude and phase of the noise).
+#include "spectral/processor.h"
 #include "suppressor/comfort_noise.h"
 
 #include <array>
@@ -7,7 +8,6 @@
 #include <random>
 #include <tuple>
 
-#include "spectral/fft/fft_stages_simd.h"
 #include "suppressor/support.h"
 
 namespace {
@@ -76,7 +76,7 @@ TEST(ComfortNoiseEstimate, QuietBlockStepsNeedTheirConditions) {
 // both ends of their range and counters near both limits, through every branch of the estimate:
 // the vectorised loops must leave exactly the state of the per-bin steps.
 TEST(ComfortNoiseEstimate, VectorLoopsGiveThePortableState) {
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no vector path on this processor";
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector path on this processor";
     static constexpr int32_t kMan[] = {0, 1, -1, INT32_MIN, INT32_MAX, 1 << 30, 0x5A5A5A5A};
     static constexpr int16_t kExp[] = {-32768, -32767, 32767, 32766, 0, 1, 2, 30, 31, 32, -40};
     static constexpr int16_t kCnt[] = {0, 1, 5, 6, 300, 301, 32753, 32760, -3, 32767};
@@ -174,7 +174,7 @@ TEST(ComfortNoiseGeneration, AmplitudeFollowsFloorAndGain) {
 // Empty, negative and full-scale floors with Q values at both ends of their range, gains and phases
 // at their extremes and an error spectrum that saturates the sum.
 TEST(ComfortNoiseGeneration, VectorLoopGivesThePortableBits) {
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no vector path on this processor";
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector path on this processor";
     static constexpr int32_t kMan[] = {0, 1, -1, 3, INT32_MIN, INT32_MAX, 1 << 30, 0x5A5A5A5A};
     static constexpr int16_t kQ15[] = {0, 1, -1, 32767, -32768, 23170, -23170};
     static constexpr int16_t kExp[] = {-32768, 32767, 0, 1, 30, 31, 62, 63, -40, -41};

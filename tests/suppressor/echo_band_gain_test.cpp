@@ -1,11 +1,11 @@
 // Echo-band gain: the adaptive smoothing factor, the gain of the coupling model and its update,
 // and the far-end silence latch with its peak hold.
+#include "spectral/processor.h"
 #include "suppressor/echo_band_gain.h"
 
 #include <random>
 
 #include "sonvel_aec_spectral.h"
-#include "spectral/fft/fft_stages_simd.h"
 #include "suppressor/support.h"
 
 namespace {
@@ -63,7 +63,7 @@ Adversarial adversarial_bins(int n, uint32_t seed) {
 }
 
 TEST(EchoBandGain, VectorLoopsGiveThePortableBits) {
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no vector path on this processor";
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector path on this processor";
     for (const int n : {0, 3, 8, 13, 68, 132}) {
         for (uint32_t seed = 1; seed <= 40; ++seed) {
             const Adversarial a = adversarial_bins(n, seed);

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <random>
 
+#include "spectral/processor.h"
 #include "spectral/fft/fft_plan.h"
-#include "spectral/fft/fft_stages_simd.h"
 #include "suppressor/spectrum_power.h"
 #include "suppressor/support.h"
 
@@ -96,7 +96,7 @@ TEST(FrameTest, MuteBoundaryIsSixtyFourTimesTheOutputPower) {
 
 // The instance's choice between the portable and the vectorised loops.
 int32_t &vectorised(AecState *st) {
-    return reinterpret_cast<sonvel::fft::Plan *>(st->au8FftPlan)->vectorised;
+    return st->s32LanePath;
 }
 
 // A portable twin of a vectorised state: the same contents with the portable loops chosen.
@@ -119,9 +119,7 @@ bool same_state(AecState *portable, AecState *vector) {
 // blocks and states, at both rates, for speech-like, silent, full-scale, extreme and tiny inputs
 // and every choice of the delayed far-end slot.
 TEST(FrameTest, VectorPathOfTheFrameStepMatchesPortable) {
-#if defined(__x86_64__)
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
-#endif
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
     std::mt19937 rng(23);
     for (bool wide : {false, true}) {
         auto vector = suptest::make_state(wide);
@@ -174,9 +172,7 @@ TEST(FrameTest, VectorPathOfTheFrameStepMatchesPortable) {
 // spectra of every scale (so that the shift undoing the normalisation takes every value the
 // vector steps take and beyond), the extreme words, and windows over the whole int16 range.
 TEST(FrameTest, VectorPathOfTheSynthesisMatchesPortable) {
-#if defined(__x86_64__)
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
-#endif
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
     std::mt19937 rng(29);
     const int32_t edges[] = {0, -1, 1, INT32_MIN, INT32_MAX};
     for (bool wide : {false, true}) {

@@ -1,5 +1,6 @@
 // Gain shaping: the overdrive power, the pull, the upper-band cut-off, and smoothing and
 // taper.
+#include "spectral/processor.h"
 #include "suppressor/gain_shaping.h"
 
 #include <array>
@@ -9,7 +10,6 @@
 
 #include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_plan.h"
-#include "spectral/fft/fft_stages_simd.h"
 #include "suppressor/suppressor_lanes.h"
 #include "suppressor/support.h"
 
@@ -94,7 +94,7 @@ TEST(GainShaping, SpectralAndTemporalSmoothingAndTaper) {
 // at its ends, and caps in every position; band gains outside the int16 range are left to the
 // scalar steps.
 TEST(GainShaping, VectorStepsMatchTheScalarStepsForEveryGain) {
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
     constexpr int kCount = 65536;
     Gains g(kCount), wc(kCount), ovrd(kCount), oc(kCount), out(kCount);
     std::mt19937 rng(5);
@@ -141,9 +141,7 @@ TEST(GainShaping, VectorStepsMatchTheScalarStepsForEveryGain) {
 // same gains, error spectrum and state, at both rates, in every high-frequency mode and cap
 // setting, for extreme gains, band gains (in and outside the int16 range) and spectra.
 TEST(GainShaping, VectorPathMatchesPortable) {
-#if defined(__x86_64__)
-    if (!sonvel::fft::simd::available()) GTEST_SKIP() << "no AVX2 on this processor";
-#endif
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
     std::mt19937 rng(17);
     const int16_t g_edges[] = {-32768, -1, 0, 1, 2, 1637, 1638, 16384, 32766, 32767};
     const int32_t e_edges[] = {0, 1, -1, INT32_MIN, INT32_MAX, 1 << 30, -(1 << 24), 12345};
@@ -178,15 +176,14 @@ TEST(GainShaping, VectorPathMatchesPortable) {
         const int32_t fb = rng() % 2 == 0 ? fb_edges[rng() % 8] : static_cast<int16_t>(rng());
 
         auto vector = std::make_unique<AecState>(*st);
-        reinterpret_cast<sonvel::fft::Plan *>(st->au8FftPlan)->vectorised = 0;
+        st->s32LanePath = 0;
         Gains g_vec = g;
         std::vector<int32_t> e_vec = e;
         Sonvel_AEC_NlpPro(st, g.data(), fb, e.data());
         Sonvel_AEC_NlpPro(vector.get(), g_vec.data(), fb, e_vec.data());
         ASSERT_EQ(g_vec, g) << "trial " << trial;
         ASSERT_EQ(e_vec, e) << "trial " << trial;
-        reinterpret_cast<sonvel::fft::Plan *>(st->au8FftPlan)->vectorised =
-            reinterpret_cast<sonvel::fft::Plan *>(vector->au8FftPlan)->vectorised;
+        st->s32LanePath = vector->s32LanePath;
         ASSERT_EQ(std::memcmp(st, vector.get(), sizeof(AecState)), 0) << "trial " << trial;
     }
 }

@@ -9,8 +9,8 @@
 #include <random>
 #include <vector>
 
+#include "spectral/processor.h"
 #include "fixedpoint/block_float.h"
-#include "spectral/fft/fft_stages_simd.h"
 #include "spectral/kernel_elements.h"
 #include "suppressor/gain_shaping.h"
 #include "suppressor/suppressor_lanes.h"
@@ -47,9 +47,7 @@ W16 words16(int n, std::mt19937 &rng, int lo = INT16_MIN, int hi = INT16_MAX) {
 class SuppressorLanes : public ::testing::Test {
   protected:
     void SetUp() override {
-#if defined(__x86_64__)
-        if (!sonvel::fft::simd::available()) GTEST_SKIP() << "processor without AVX2 and FMA";
-#endif
+        if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "processor without AVX2 and FMA";
     }
     std::mt19937 rng{77};
 };

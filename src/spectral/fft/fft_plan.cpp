@@ -7,6 +7,7 @@
 #include "spectral/fft/fft_plan.h"
 #include "spectral/fft/fft_stages_simd.h"
 #include "spectral/fft/fft_twiddles.h"
+#include "spectral/processor.h"
 
 namespace sonvel::fft {
 namespace {
@@ -83,7 +84,7 @@ extern "C" SONVEL_API int32_t Sonvel_FFTInit_C_SC32(void *plan, int32_t order) {
     Plan p{};
     p.order = order;
     p.n = 1 << order;
-    p.vectorised = simd::available() ? 1 : 0;
+    p.vectorised = sp::probe_isa() == sp::Isa::kVector ? 1 : 0;
     p.full = layout(order);
     p.half = layout(order - 1);
     int next = build_twiddles(p, p.full, 0);

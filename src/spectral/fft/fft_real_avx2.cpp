@@ -10,25 +10,25 @@
 
 #include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_butterflies.h"
+#include "spectral/processor.h"
 
-#define SV_AVX2 __attribute__((target("avx2")))
 
 namespace sonvel::fft::simd {
 namespace {
 
 using V = __m256i;
 
-SV_AVX2 inline V load(const int32_t *p) { return _mm256_loadu_si256(reinterpret_cast<const V *>(p)); }
-SV_AVX2 inline void store(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
+SONVEL_LANES_TARGET inline V load(const int32_t *p) { return _mm256_loadu_si256(reinterpret_cast<const V *>(p)); }
+SONVEL_LANES_TARGET inline void store(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
 
 // Headroom of all words whose lanes are set in the OR of their magnitude bits.
-SV_AVX2 inline int headroom_of(V bits) {
+SONVEL_LANES_TARGET inline int headroom_of(V bits) {
     __m128i b = _mm_or_si128(_mm256_castsi256_si128(bits), _mm256_extracti128_si256(bits, 1));
     b = _mm_or_si128(b, _mm_shuffle_epi32(b, 0x4E));
     b = _mm_or_si128(b, _mm_shuffle_epi32(b, 0xB1));
     return fx::hr(_mm_cvtsi128_si32(b));
 }
-SV_AVX2 inline V magnitude(V x) { return _mm256_xor_si256(x, _mm256_srai_epi32(x, 31)); }
+SONVEL_LANES_TARGET inline V magnitude(V x) { return _mm256_xor_si256(x, _mm256_srai_epi32(x, 31)); }
 
 // Four complex values as 64-bit re and im lanes, in order (Reverse: the last one first).
 struct C4 {
@@ -36,7 +36,7 @@ struct C4 {
     V im;
 };
 template <bool Reverse>
-SV_AVX2 inline C4 load4(const int32_t *p) {
+SONVEL_LANES_TARGET inline C4 load4(const int32_t *p) {
     const V idx = Reverse ? _mm256_setr_epi32(6, 4, 2, 0, 7, 5, 3, 1)
                           : _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
     const V x = _mm256_permutevar8x32_epi32(load(p), idx);
@@ -47,12 +47,12 @@ SV_AVX2 inline C4 load4(const int32_t *p) {
 // Arithmetic shift right of 64-bit lanes with rounding to nearest (ties up): the bias 2^63
 // makes the logical shift act as the arithmetic one and is taken back after it.
 template <int Shift>
-SV_AVX2 inline V round_shift(V v) {
+SONVEL_LANES_TARGET inline V round_shift(V v) {
     const V bias = _mm256_set1_epi64x(INT64_MIN + (int64_t{1} << (Shift - 1)));
     const V back = _mm256_set1_epi64x(int64_t{1} << (63 - Shift));
     return _mm256_sub_epi64(_mm256_srli_epi64(_mm256_add_epi64(v, bias), Shift), back);
 }
-SV_AVX2 inline V round_shift(V v, int shift) {
+SONVEL_LANES_TARGET inline V round_shift(V v, int shift) {
     const V bias = _mm256_set1_epi64x(INT64_MIN + (int64_t{1} << (shift - 1)));
     const V back = _mm256_set1_epi64x(int64_t{1} << (63 - shift));
     return _mm256_sub_epi64(_mm256_srl_epi64(_mm256_add_epi64(v, bias), _mm_cvtsi32_si128(shift)), back);
@@ -60,7 +60,7 @@ SV_AVX2 inline V round_shift(V v, int shift) {
 
 // Low 32 bits of re and im lanes interleaved as (re, im) pairs; Reverse puts the last pair first.
 template <bool Reverse>
-SV_AVX2 inline V interleave(V re, V im) {
+SONVEL_LANES_TARGET inline V interleave(V re, V im) {
     const V v = _mm256_blend_epi32(re, _mm256_slli_epi64(im, 32), 0xAA);
     return Reverse ? _mm256_permute4x64_epi64(v, 0x1B) : v;
 }
@@ -71,7 +71,7 @@ struct Pair {
     C4 s;  // S 2^kProductBits
     C4 t;
 };
-SV_AVX2 inline Pair pair(const int32_t *a, const int32_t *b, const int32_t *w, bool inverse) {
+SONVEL_LANES_TARGET inline Pair pair(const int32_t *a, const int32_t *b, const int32_t *w, bool inverse) {
     const C4 A = load4<false>(a);
     const C4 B = load4<true>(b);
     const C4 W = load4<false>(w);
@@ -90,7 +90,7 @@ SV_AVX2 inline Pair pair(const int32_t *a, const int32_t *b, const int32_t *w, b
 
 }  // namespace
 
-SV_AVX2 int pack_real(const int32_t *src, int32_t *z, int n) {
+SONVEL_LANES_TARGET int pack_real(const int32_t *src, int32_t *z, int n) {
     V bits = _mm256_setzero_si256();
     V imag = _mm256_setzero_si256();
     const V imMask = _mm256_setr_epi32(0, -1, 0, -1, 0, -1, 0, -1);
@@ -108,7 +108,7 @@ SV_AVX2 int pack_real(const int32_t *src, int32_t *z, int n) {
     return headroom_of(bits);
 }
 
-SV_AVX2 int symmetric_input_headroom(const int32_t *src, int n) {
+SONVEL_LANES_TARGET int symmetric_input_headroom(const int32_t *src, int n) {
     if (src[1] != 0 || src[n + 1] != 0) return -1;
     const int m = n / 2;
     const V conj = _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1);
@@ -130,7 +130,7 @@ SV_AVX2 int symmetric_input_headroom(const int32_t *src, int n) {
     return h < edges ? h : edges;
 }
 
-SV_AVX2 void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k) {
+SONVEL_LANES_TARGET void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k) {
     for (int b = 1; b <= m / 2; b += 4) {
         const Pair p = pair(spec + 2 * b, spec + 2 * (m - b - 3), w + 2 * b, false);
         // Bins M-b-3..M-b first, then b..b+3 (for b + 3 = M/2 both write bin M/2 alike).
@@ -143,7 +143,7 @@ SV_AVX2 void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, i
     }
 }
 
-SV_AVX2 void mirror(int32_t *dst, int n) {
+SONVEL_LANES_TARGET void mirror(int32_t *dst, int n) {
     const V conj = _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1);
     const V rev = _mm256_setr_epi32(6, 7, 4, 5, 2, 3, 0, 1);
     for (int b = 1; b < n / 2; b += 4) {
@@ -153,7 +153,7 @@ SV_AVX2 void mirror(int32_t *dst, int n) {
     }
 }
 
-SV_AVX2 uint64_t merge(const int32_t *src, const int32_t *w, int32_t *wide, int m) {
+SONVEL_LANES_TARGET uint64_t merge(const int32_t *src, const int32_t *w, int32_t *wide, int m) {
     V bits = _mm256_setzero_si256();
     for (int b = 1; b <= m / 2; b += 4) {
         const Pair p = pair(src + 2 * b, src + 2 * (m - b - 3), w + 2 * b, true);
@@ -181,7 +181,7 @@ SV_AVX2 uint64_t merge(const int32_t *src, const int32_t *w, int32_t *wide, int 
     return static_cast<uint64_t>(_mm_cvtsi128_si64(b));
 }
 
-SV_AVX2 void unpack_real(const int32_t *z, int32_t *dst, int m) {
+SONVEL_LANES_TARGET void unpack_real(const int32_t *z, int32_t *dst, int m) {
     // Pairs (re, im) of z become (re, 0, im, 0); from the front, as the portable loop.
     const V idx = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
     const V keep = _mm256_setr_epi32(-1, 0, -1, 0, -1, 0, -1, 0);
@@ -194,7 +194,7 @@ SV_AVX2 void unpack_real(const int32_t *z, int32_t *dst, int m) {
     }
 }
 
-SV_AVX2 void round_wide(const int32_t *wide, int32_t *out, int n, int k) {
+SONVEL_LANES_TARGET void round_wide(const int32_t *wide, int32_t *out, int n, int k) {
     const V idx = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
     for (int i = 0; i < n; i += 8) {
         const V a = _mm256_permutevar8x32_epi32(round_shift(load(wide + 2 * i), k), idx);

@@ -4,44 +4,43 @@
 #include "spectral/fft/fft_stages_simd.h"
 
 #include "spectral/fft/fft_butterflies.h"
+#include "spectral/processor.h"
 
 #if defined(__x86_64__) && defined(__GNUC__)
 
-#include <cpuid.h>
 #include <immintrin.h>
 
 #include <type_traits>
 
-#define SV_AVX2 __attribute__((target("avx2")))
 
 namespace sonvel::fft::simd {
 namespace {
 
 using V = __m256i;
 
-SV_AVX2 inline V load(const int32_t *p) {
+SONVEL_LANES_TARGET inline V load(const int32_t *p) {
     return _mm256_loadu_si256(reinterpret_cast<const V *>(p));
 }
-SV_AVX2 inline void store(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
+SONVEL_LANES_TARGET inline void store(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
 
 // Two complex values from each of two places.
-SV_AVX2 inline V load2x2(const int32_t *lo, const int32_t *hi) {
+SONVEL_LANES_TARGET inline V load2x2(const int32_t *lo, const int32_t *hi) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(lo));
     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(hi));
     return _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1);
 }
-SV_AVX2 inline void store2x2(int32_t *lo, int32_t *hi, V v) {
+SONVEL_LANES_TARGET inline void store2x2(int32_t *lo, int32_t *hi, V v) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(lo), _mm256_castsi256_si128(v));
     _mm_storeu_si128(reinterpret_cast<__m128i *>(hi), _mm256_extracti128_si256(v, 1));
 }
 
 // Exchange re and im of four complex values.
-SV_AVX2 inline V swap_parts(V v) { return _mm256_shuffle_epi32(v, 0xB1); }
+SONVEL_LANES_TARGET inline V swap_parts(V v) { return _mm256_shuffle_epi32(v, 0xB1); }
 
 // ---- First stage: exact sums on 32-bit lanes (the inputs have headroom). ----
 
 // -j d for four interleaved values, as (d.im, -d.re).
-SV_AVX2 inline V times_minus_j(V d) {
+SONVEL_LANES_TARGET inline V times_minus_j(V d) {
     return _mm256_sign_epi32(swap_parts(d), _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1));
 }
 
@@ -49,12 +48,12 @@ SV_AVX2 inline V times_minus_j(V d) {
 struct Range {
     V lo;
     V hi;
-    SV_AVX2 V add(V x) {
+    SONVEL_LANES_TARGET V add(V x) {
         lo = _mm256_min_epi32(lo, x);
         hi = _mm256_max_epi32(hi, x);
         return x;
     }
-    SV_AVX2 int headroom() const {
+    SONVEL_LANES_TARGET int headroom() const {
         __m128i l = _mm_min_epi32(_mm256_castsi256_si128(lo), _mm256_extracti128_si256(lo, 1));
         __m128i h = _mm_max_epi32(_mm256_castsi256_si128(hi), _mm256_extracti128_si256(hi, 1));
         l = _mm_min_epi32(l, _mm_shuffle_epi32(l, 0x4E));
@@ -66,7 +65,7 @@ struct Range {
 };
 
 template <bool Swap>
-SV_AVX2 int first_stage4(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
+SONVEL_LANES_TARGET int first_stage4(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
     const int stride = p.n / 4;
     const __m128i g = _mm_cvtsi32_si128(guard);
     Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
@@ -100,7 +99,7 @@ SV_AVX2 int first_stage4(const int32_t *src, int32_t *dst, const Layout &p, int 
 }
 
 template <bool Swap>
-SV_AVX2 int first_stage2(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
+SONVEL_LANES_TARGET int first_stage2(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
     const int stride = p.n / 2;
     const int step = 2 * (p.n / 4);
     const __m128i g = _mm_cvtsi32_si128(guard);
@@ -130,7 +129,7 @@ struct C4 {
 };
 
 // x * 2^kProductBits: the even 32-bit lanes sign-extended and scaled.
-SV_AVX2 inline C4 widen(V x) {
+SONVEL_LANES_TARGET inline C4 widen(V x) {
     const V scale = _mm256_set1_epi64x(int64_t{1} << kProductBits);
     return {_mm256_mul_epi32(x, scale), _mm256_mul_epi32(_mm256_srli_epi64(x, 32), scale)};
 }
@@ -148,7 +147,7 @@ constexpr int64_t kFix0 = -4 * kOffset;
 
 // x * w * 2^kProductBits + kOffset for four values and twiddles (both interleaved re, im),
 // rounded to nearest.
-SV_AVX2 inline C4 twiddle(V x, V w) {
+SONVEL_LANES_TARGET inline C4 twiddle(V x, V w) {
     const V bias = _mm256_set1_epi64x(INT64_MIN + (int64_t{1} << (kProductShift - 1)));
     const V xi = _mm256_srli_epi64(x, 32);
     const V wi = _mm256_srli_epi64(w, 32);
@@ -164,7 +163,7 @@ SV_AVX2 inline C4 twiddle(V x, V w) {
 // with the headroom the vectorised stages demand, a word between stages stays below
 // sqrt(2) 2^30 (plus a few units of rounding), far from -2^31.
 template <int KZeroMask>
-SV_AVX2 inline C4 twiddle_k(V x, V w) {
+SONVEL_LANES_TARGET inline C4 twiddle_k(V x, V w) {
     if constexpr (KZeroMask == 0) {
         return twiddle(x, w);
     } else {
@@ -175,15 +174,15 @@ SV_AVX2 inline C4 twiddle_k(V x, V w) {
     }
 }
 
-SV_AVX2 inline C4 add(C4 a, C4 b) {
+SONVEL_LANES_TARGET inline C4 add(C4 a, C4 b) {
     return {_mm256_add_epi64(a.re, b.re), _mm256_add_epi64(a.im, b.im)};
 }
-SV_AVX2 inline C4 sub(C4 a, C4 b) {
+SONVEL_LANES_TARGET inline C4 sub(C4 a, C4 b) {
     return {_mm256_sub_epi64(a.re, b.re), _mm256_sub_epi64(a.im, b.im)};
 }
 
 // Four-point DFT with W_4 = -j.
-SV_AVX2 inline void radix4(C4 (&a)[4]) {
+SONVEL_LANES_TARGET inline void radix4(C4 (&a)[4]) {
     const C4 s02 = add(a[0], a[2]);
     const C4 d02 = sub(a[0], a[2]);
     const C4 s13 = add(a[1], a[3]);
@@ -202,21 +201,21 @@ struct RoundPlain {
     V lead_;            // 2^(shift-1) + kOffset
     __m128i count;      // shift
     __m128i countHigh;  // 32 - shift
-    SV_AVX2 V lead() const { return lead_; }
-    SV_AVX2 static V fix0() { return _mm256_set1_epi64x(kFix0); }
-    SV_AVX2 V lo(V v) const { return _mm256_srl_epi64(v, count); }
-    SV_AVX2 V hi(V v) const { return _mm256_sll_epi64(v, countHigh); }
+    SONVEL_LANES_TARGET V lead() const { return lead_; }
+    SONVEL_LANES_TARGET static V fix0() { return _mm256_set1_epi64x(kFix0); }
+    SONVEL_LANES_TARGET V lo(V v) const { return _mm256_srl_epi64(v, count); }
+    SONVEL_LANES_TARGET V hi(V v) const { return _mm256_sll_epi64(v, countHigh); }
 };
 
 // The middle stages' rounding by 2^-6 with immediate shift counts; output 0 needs no fix.
 struct RoundMiddle {
     static constexpr int kShift = kProductBits + 2;
     static_assert(kShift + 32 == 38, "output 0's excess must lie above the kept bits");
-    SV_AVX2 static V lead() {
+    SONVEL_LANES_TARGET static V lead() {
         return _mm256_set1_epi64x((int64_t{1} << (kShift - 1)) + kOffset);
     }
-    SV_AVX2 V lo(V v) const { return _mm256_srli_epi64(v, kShift); }
-    SV_AVX2 V hi(V v) const { return _mm256_slli_epi64(v, 32 - kShift); }
+    SONVEL_LANES_TARGET V lo(V v) const { return _mm256_srli_epi64(v, kShift); }
+    SONVEL_LANES_TARGET V hi(V v) const { return _mm256_slli_epi64(v, 32 - kShift); }
 };
 
 // Rounding by 2^-shift clamped to the 32-bit range first (shift <= 31). The sums carry
@@ -230,27 +229,27 @@ struct RoundClamp {
     V hi32;     // 2^(31+shift) - 1
     V lo32;     // -2^(31+shift)
     V outside;  // bits 32+shift..63
-    SV_AVX2 V lead() const { return lead_; }
-    SV_AVX2 static V fix0() { return _mm256_set1_epi64x(kFix0); }
-    SV_AVX2 V clamped(V v) const {
+    SONVEL_LANES_TARGET V lead() const { return lead_; }
+    SONVEL_LANES_TARGET static V fix0() { return _mm256_set1_epi64x(kFix0); }
+    SONVEL_LANES_TARGET V clamped(V v) const {
         V r = _mm256_sub_epi64(v, top);
         r = _mm256_blendv_epi8(r, hi32, _mm256_cmpgt_epi64(r, hi32));
         return _mm256_blendv_epi8(r, lo32, _mm256_cmpgt_epi64(lo32, r));
     }
-    SV_AVX2 V lo(V v) const { return _mm256_srl_epi64(clamped(v), count); }
-    SV_AVX2 V hi(V v) const { return _mm256_sll_epi64(clamped(v), countHigh); }
+    SONVEL_LANES_TARGET V lo(V v) const { return _mm256_srl_epi64(clamped(v), count); }
+    SONVEL_LANES_TARGET V hi(V v) const { return _mm256_sll_epi64(clamped(v), countHigh); }
 };
 
 // Rounded re and im lanes interleaved again as 32-bit (re, im), or (im, re) with Swap.
 template <bool Swap, class Round>
-SV_AVX2 inline V pack(V re, V im, const Round &round) {
+SONVEL_LANES_TARGET inline V pack(V re, V im, const Round &round) {
     return Swap ? _mm256_blend_epi32(round.lo(im), round.hi(re), 0xAA)
                 : _mm256_blend_epi32(round.lo(re), round.hi(im), 0xAA);
 }
 
 // The four rounded outputs of the butterflies interleaved again.
 template <bool Swap, class Round>
-SV_AVX2 inline void pack_all(V (&d)[4], const C4 (&a)[4], const Round &round) {
+SONVEL_LANES_TARGET inline void pack_all(V (&d)[4], const C4 (&a)[4], const Round &round) {
     for (int q = 0; q < 4; ++q) d[q] = pack<Swap>(a[q].re, a[q].im, round);
 }
 
@@ -258,7 +257,7 @@ SV_AVX2 inline void pack_all(V (&d)[4], const C4 (&a)[4], const Round &round) {
 // rounded values fit and are the low 32 bits of the sum's shift with the sign bit flipped back;
 // one test of all of them then replaces the comparisons.
 template <bool Swap>
-SV_AVX2 inline void pack_all(V (&d)[4], const C4 (&a)[4], const RoundClamp &round) {
+SONVEL_LANES_TARGET inline void pack_all(V (&d)[4], const C4 (&a)[4], const RoundClamp &round) {
     V any = _mm256_setzero_si256();
     for (int q = 0; q < 4; ++q) any = _mm256_or_si256(any, _mm256_or_si256(a[q].re, a[q].im));
     if (!_mm256_testz_si256(any, round.outside)) return pack_all<Swap, RoundClamp>(d, a, round);
@@ -272,7 +271,7 @@ SV_AVX2 inline void pack_all(V (&d)[4], const C4 (&a)[4], const RoundClamp &roun
 
 // Four butterflies: inputs d[q], twiddles w[q - 1], results interleaved 32-bit.
 template <int KZeroMask, bool Swap, class Round>
-SV_AVX2 inline void butterflies(V (&d)[4], const V (&w)[3], const Round &round) {
+SONVEL_LANES_TARGET inline void butterflies(V (&d)[4], const V (&w)[3], const Round &round) {
     const C4 lead{round.lead(), round.lead()};
     C4 a[4] = {add(widen(d[0]), lead), twiddle_k<KZeroMask>(d[1], w[0]),
                twiddle_k<KZeroMask>(d[2], w[1]), twiddle_k<KZeroMask>(d[3], w[2])};
@@ -285,7 +284,7 @@ SV_AVX2 inline void butterflies(V (&d)[4], const V (&w)[3], const Round &round) 
 
 // A radix-4 stage with m >= 4: four consecutive k of one group per step.
 template <bool Swap, class Round>
-SV_AVX2 void stage_wide(int32_t *dat, int n, int m, const int32_t *tw, const Round &round) {
+SONVEL_LANES_TARGET void stage_wide(int32_t *dat, int n, int m, const int32_t *tw, const Round &round) {
     const int32_t *w1 = tw;
     const int32_t *w2 = tw + 2 * m;
     const int32_t *w3 = tw + 4 * m;
@@ -307,7 +306,7 @@ SV_AVX2 void stage_wide(int32_t *dat, int n, int m, const int32_t *tw, const Rou
 
 // A radix-4 stage with m = 2: both k of two groups per step.
 template <bool Swap, class Round>
-SV_AVX2 void stage_pairs(int32_t *dat, int n, const int32_t *tw, const Round &round) {
+SONVEL_LANES_TARGET void stage_pairs(int32_t *dat, int n, const int32_t *tw, const Round &round) {
     constexpr int m = 2;
     const V w[3] = {
         _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw))),
@@ -324,7 +323,7 @@ SV_AVX2 void stage_pairs(int32_t *dat, int n, const int32_t *tw, const Round &ro
 }
 
 template <bool Swap, class Round>
-SV_AVX2 void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Round &round) {
+SONVEL_LANES_TARGET void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Round &round) {
     const int m = l.firstRadix << (2 * (s - 1));
     const int32_t *tw = p.tw + l.twOffset[s];
     if (m == 2) {
@@ -336,21 +335,7 @@ SV_AVX2 void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Roun
 
 }  // namespace
 
-// AVX2 in the processor (CPUID leaf 7) and YMM state enabled by the operating system (OSXSAVE,
-// AVX and XCR0 bits 1-2), read directly rather than through the compiler runtime's CPU model.
-bool available() {
-    unsigned a = 0, b = 0, c = 0, d = 0;
-    // FMA comes with AVX2 on every processor that has both; the per-bin loops use it.
-    if (!__get_cpuid(1, &a, &b, &c, &d) || (c & bit_OSXSAVE) == 0 || (c & bit_AVX) == 0 ||
-        (c & bit_FMA) == 0)
-        return false;
-    unsigned xcr0_lo = 0, xcr0_hi = 0;
-    __asm__("xgetbv" : "=a"(xcr0_lo), "=d"(xcr0_hi) : "c"(0));
-    if ((xcr0_lo & 6u) != 6u) return false;
-    return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_AVX2) != 0;
-}
-
-SV_AVX2 int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard, bool swap) {
+SONVEL_LANES_TARGET int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard, bool swap) {
     if (p.firstRadix == 4) {
         return swap ? first_stage4<true>(src, dst, p, guard)
                     : first_stage4<false>(src, dst, p, guard);
@@ -358,12 +343,12 @@ SV_AVX2 int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int g
     return swap ? first_stage2<true>(src, dst, p, guard) : first_stage2<false>(src, dst, p, guard);
 }
 
-SV_AVX2 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {
+SONVEL_LANES_TARGET void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {
     stage<false>(d, p, l, s, RoundMiddle{});
 }
 
 template <class Round>
-SV_AVX2 void last_stage_with(int32_t *d, const Plan &p, const Layout &l, bool swap, const Round &round) {
+SONVEL_LANES_TARGET void last_stage_with(int32_t *d, const Plan &p, const Layout &l, bool swap, const Round &round) {
     if (swap) {
         stage<true>(d, p, l, l.stages - 1, round);
     } else {
@@ -371,7 +356,7 @@ SV_AVX2 void last_stage_with(int32_t *d, const Plan &p, const Layout &l, bool sw
     }
 }
 
-SV_AVX2 void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap) {
+SONVEL_LANES_TARGET void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap) {
     const int64_t half = (int64_t{1} << (shift - 1)) + kOffset;
     const __m128i count = _mm_cvtsi32_si128(shift);
     const __m128i countHigh = _mm_cvtsi32_si128(32 - shift);

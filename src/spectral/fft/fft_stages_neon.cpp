@@ -187,8 +187,6 @@ void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Round &round
 
 }  // namespace
 
-bool available() { return true; }
-
 int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard, bool swap) {
     if (p.firstRadix == 4) {
         return swap ? first_stage4<true>(src, dst, p, guard)

@@ -1,6 +1,7 @@
 // Vectorised stages of the FFT service (AVX2 on x86-64, NEON on aarch64), used for inputs with
-// log2 n bits of headroom (n the length of the layout). They compute exactly what the portable stages compute, several
-// butterflies at a time; on other processors available() is false and they are never called.
+// log2 n bits of headroom (n the length of the layout). They compute exactly what the portable
+// stages compute, several butterflies at a time; elsewhere the processor choice
+// (spectral/processor.h) never calls them.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +11,6 @@
 
 namespace sonvel::fft::simd {
 
-// True when this processor runs the vectorised stages (on x86-64: AVX2 and FMA, which the per-bin
-// loops of the stages use too). Asked once, when a plan is prepared, and
-// recorded in the plan: the library keeps no global state, not even a cached processor check.
-bool available();
 
 // Common headroom of all words in [lo, hi], the range of a block's words (lo <= 0 <= hi).
 inline int range_headroom(int32_t lo, int32_t hi) {

@@ -6,6 +6,7 @@
 // infinity, NaN, a negative square root) is done lane by lane with the scalar functions.
 #pragma once
 
+#include "spectral/processor.h"
 #include "spectral/reciprocal.h"
 
 #if defined(__x86_64__)
@@ -18,13 +19,11 @@ namespace sp {
 
 #if defined(__x86_64__)
 
-#define SV_RECIP_AVX2 __attribute__((target("avx2,fma")))
-
 namespace detail {
 
 // The byte at index i of an estimate table, per lane. The gather reads the aligned 32-bit word that
 // holds it (the tables' lengths are multiples of four, so the word is always inside the table).
-SV_RECIP_AVX2 inline __m256i table_byte8(const uint8_t *table, __m256i i) {
+SONVEL_LANES_TARGET inline __m256i table_byte8(const uint8_t *table, __m256i i) {
     const __m256i word = _mm256_i32gather_epi32(reinterpret_cast<const int *>(table),
                                                 _mm256_andnot_si256(_mm256_set1_epi32(3), i), 1);
     const __m256i shift = _mm256_slli_epi32(_mm256_and_si256(i, _mm256_set1_epi32(3)), 3);
@@ -32,14 +31,14 @@ SV_RECIP_AVX2 inline __m256i table_byte8(const uint8_t *table, __m256i i) {
 }
 
 // Exponent field 2..250 in every lane (sign ignored): u & 0x7FFFFFFF in [2^24, 251 * 2^23).
-SV_RECIP_AVX2 inline bool all_moderate8(__m256i magnitude) {
+SONVEL_LANES_TARGET inline bool all_moderate8(__m256i magnitude) {
     const __m256i ok = _mm256_and_si256(_mm256_cmpgt_epi32(magnitude, _mm256_set1_epi32(0x00FFFFFF)),
                                         _mm256_cmpgt_epi32(_mm256_set1_epi32(0x7D800000), magnitude));
     return _mm256_movemask_epi8(ok) == -1;
 }
 
 template <float (*F)(float)>
-SV_RECIP_AVX2 inline __m256 lane_by_lane8(__m256 x) {
+SONVEL_LANES_TARGET inline __m256 lane_by_lane8(__m256 x) {
     alignas(32) float v[8];
     _mm256_store_ps(v, x);
     for (float &e : v) e = F(e);
@@ -49,7 +48,7 @@ SV_RECIP_AVX2 inline __m256 lane_by_lane8(__m256 x) {
 }  // namespace detail
 
 // 1/x per lane, as sp::recip.
-SV_RECIP_AVX2 inline __m256 recip8(__m256 x) {
+SONVEL_LANES_TARGET inline __m256 recip8(__m256 x) {
     const __m256i u = _mm256_castps_si256(x);
     const __m256i sign = _mm256_and_si256(u, _mm256_set1_epi32(static_cast<int>(detail::kSign)));
     const __m256i magnitude = _mm256_xor_si256(u, sign);
@@ -67,7 +66,7 @@ SV_RECIP_AVX2 inline __m256 recip8(__m256 x) {
 }
 
 // 1/sqrt(x) per lane, as sp::rsqrt.
-SV_RECIP_AVX2 inline __m256 rsqrt8(__m256 x) {
+SONVEL_LANES_TARGET inline __m256 rsqrt8(__m256 x) {
     const __m256i u = _mm256_castps_si256(x);
     if (!detail::all_moderate8(u)) return detail::lane_by_lane8<sp::rsqrt>(x);  // negatives too
     // Estimate: exponent (380 - e) / 2; an even exponent indexes 1.f (top 8 fraction bits, upper
@@ -89,9 +88,8 @@ SV_RECIP_AVX2 inline __m256 rsqrt8(__m256 x) {
 }
 
 // sqrt(x) per lane, as sp::sqrt.
-SV_RECIP_AVX2 inline __m256 sqrt8(__m256 x) { return recip8(rsqrt8(x)); }
+SONVEL_LANES_TARGET inline __m256 sqrt8(__m256 x) { return recip8(rsqrt8(x)); }
 
-#undef SV_RECIP_AVX2
 
 #elif defined(__aarch64__)
 

@@ -1,0 +1,427 @@
+// The lane vocabulary on x86-64 with AVX2 and FMA: eight int32 lanes per register, the 64-bit
+// values of a register's lanes as its even and its odd lanes. Included through spectral/lanes.h.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "spectral/processor.h"
+#include "spectral/reciprocal_lanes.h"
+
+#define LN_FN SONVEL_LANES_TARGET inline
+
+namespace ln {
+
+using I32 = __m256i;
+using F32 = __m256;
+
+inline constexpr int kLanes = 8;
+
+// The 64-bit values of the lanes of a register: a holds those of the even lanes, b those of the
+// odd lanes. Only steps of this vocabulary read them.
+struct W64 {
+    __m256i a;
+    __m256i b;
+};
+
+// All ones in the lanes where a comparison holds, zeros elsewhere.
+using Mask = __m256i;
+
+// Separate re and im lanes of consecutive interleaved complex values, in bin order.
+struct Bins {
+    I32 re;
+    I32 im;
+};
+
+// ---- Loads, stores, constants (no alignment needed) ----
+
+LN_FN I32 load(const int32_t *p) { return _mm256_loadu_si256(reinterpret_cast<const I32 *>(p)); }
+LN_FN void store(int32_t *p, I32 v) { _mm256_storeu_si256(reinterpret_cast<I32 *>(p), v); }
+
+// int16 values widened to int32 lanes, and the low 16 bits of each lane back (the wrap of
+// static_cast<int16_t>; masked to 16 bits, the unsigned saturating pack keeps them).
+LN_FN I32 load16(const int16_t *p) {
+    return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
+}
+LN_FN void store16(int16_t *p, I32 v) {
+    const I32 low = _mm256_and_si256(v, _mm256_set1_epi32(0xFFFF));
+    const I32 packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(low, low), 0x08);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
+}
+
+// Interleaved complex values split into re and im lanes, and joined again.
+LN_FN Bins load_bins(const int32_t *p) {
+    const __m256 lo = _mm256_castsi256_ps(load(p));
+    const __m256 hi = _mm256_castsi256_ps(load(p + kLanes));
+    return {_mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0x88)), 0xD8),
+            _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(lo, hi, 0xDD)), 0xD8)};
+}
+LN_FN void store_bins(int32_t *p, Bins b) {
+    const I32 re = _mm256_permute4x64_epi64(b.re, 0xD8);
+    const I32 im = _mm256_permute4x64_epi64(b.im, 0xD8);
+    store(p, _mm256_unpacklo_epi32(re, im));
+    store(p + kLanes, _mm256_unpackhi_epi32(re, im));
+}
+
+LN_FN F32 loadf(const float *p) { return _mm256_loadu_ps(p); }
+LN_FN void storef(float *p, F32 v) { _mm256_storeu_ps(p, v); }
+// Interleaved int16 pairs (re, im) widened to separate int32 re and im lanes, and their low 16
+// bits back.
+LN_FN Bins load16_bins(const int16_t *p) {
+    const I32 v = _mm256_loadu_si256(reinterpret_cast<const I32 *>(p));
+    return {_mm256_srai_epi32(_mm256_slli_epi32(v, 16), 16), _mm256_srai_epi32(v, 16)};
+}
+LN_FN void store16_bins(int16_t *p, Bins b) {
+    const I32 v = _mm256_or_si256(_mm256_and_si256(b.re, _mm256_set1_epi32(0xFFFF)), _mm256_slli_epi32(b.im, 16));
+    _mm256_storeu_si256(reinterpret_cast<I32 *>(p), v);
+}
+
+// Lanes saturated to int16 and stored as int16 values.
+LN_FN void store16_sat(int16_t *p, I32 v) {
+    const __m128i packed = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p), packed);
+}
+
+LN_FN I32 dup(int32_t v) { return _mm256_set1_epi32(v); }
+LN_FN F32 dupf(float v) { return _mm256_set1_ps(v); }
+LN_FN I32 zero() { return _mm256_setzero_si256(); }
+
+// ---- 32-bit lanes: wrapping arithmetic and bits ----
+
+LN_FN I32 add(I32 a, I32 b) { return _mm256_add_epi32(a, b); }
+LN_FN I32 sub(I32 a, I32 b) { return _mm256_sub_epi32(a, b); }
+LN_FN I32 min(I32 a, I32 b) { return _mm256_min_epi32(a, b); }
+LN_FN I32 max(I32 a, I32 b) { return _mm256_max_epi32(a, b); }
+LN_FN I32 min_u(I32 a, I32 b) { return _mm256_min_epu32(a, b); }  // lanes read as unsigned
+LN_FN I32 bor(I32 a, I32 b) { return _mm256_or_si256(a, b); }
+// The low 32 bits of the products.
+LN_FN I32 mul_lo(I32 a, I32 b) { return _mm256_mullo_epi32(a, b); }
+// |x| with -2^31 giving 2^31 - 1 (the absolute value of -2^31 reads as 2^31 unsigned).
+LN_FN I32 abs_sat(I32 x) { return _mm256_min_epu32(_mm256_abs_epi32(x), _mm256_set1_epi32(INT32_MAX)); }
+LN_FN I32 band(I32 a, I32 b) { return _mm256_and_si256(a, b); }
+
+// fx::rnd(x, N) of int32 lanes for N in 1..31, which cannot overflow.
+template <int N>
+LN_FN I32 rnd_shr_n(I32 x) {
+    return _mm256_srai_epi32(_mm256_add_epi32(_mm256_srai_epi32(x, N - 1), _mm256_set1_epi32(1)), 1);
+}
+
+// Comparisons and selects.
+LN_FN Mask gt(I32 a, I32 b) { return _mm256_cmpgt_epi32(a, b); }
+LN_FN Mask eq(I32 a, I32 b) { return _mm256_cmpeq_epi32(a, b); }
+LN_FN Mask mask_or(Mask a, Mask b) { return _mm256_or_si256(a, b); }
+// Lanes of a where m is set, of b elsewhere; v where m is set, 0 elsewhere.
+LN_FN I32 select(Mask m, I32 a, I32 b) { return _mm256_blendv_epi8(b, a, m); }
+LN_FN I32 mask_and(Mask m, I32 v) { return _mm256_and_si256(m, v); }
+// acc + 1 in the lanes where m is set.
+LN_FN I32 count_set(I32 acc, Mask m) { return _mm256_sub_epi32(acc, m); }
+// Shifts by a count fixed at compile time (left: the low 32 bits).
+template <int N>
+LN_FN I32 shl_n(I32 x) {
+    return _mm256_slli_epi32(x, N);
+}
+// Shifts of every lane by one count known at run time: left by c in 0..31 keeping the low
+// 32 bits, arithmetic right by r in 0..31.
+LN_FN I32 shl_all(I32 x, int c) { return _mm256_sll_epi32(x, _mm_cvtsi32_si128(c)); }
+LN_FN I32 shr_all(I32 x, int r) { return _mm256_sra_epi32(x, _mm_cvtsi32_si128(r)); }
+// Left shift by a count per lane in 0..31, keeping the low 32 bits.
+LN_FN I32 shl(I32 x, I32 c) { return _mm256_sllv_epi32(x, c); }
+// The magnitude's bits x ^ (x >> 31).
+LN_FN I32 mag(I32 x) { return _mm256_xor_si256(x, _mm256_srai_epi32(x, 31)); }
+// sp::neg_wrap: -2^31 stays -2^31.
+LN_FN I32 neg_wrap(I32 x) { return _mm256_sub_epi32(_mm256_setzero_si256(), x); }
+// Saturating negation: -2^31 becomes 2^31 - 1.
+LN_FN I32 neg_sat(I32 x) { return neg_wrap(_mm256_max_epi32(x, _mm256_set1_epi32(-INT32_MAX))); }
+// The lanes in reverse order.
+LN_FN I32 reverse(I32 x) {
+    return _mm256_permutevar8x32_epi32(x, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0));
+}
+// OR of all lanes; whether any lane is negative.
+LN_FN uint32_t or_lanes(I32 v) {
+    __m128i m = _mm_or_si128(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    m = _mm_or_si128(m, _mm_shuffle_epi32(m, 0x4E));
+    m = _mm_or_si128(m, _mm_shuffle_epi32(m, 0xB1));
+    return static_cast<uint32_t>(_mm_cvtsi128_si32(m));
+}
+// Smallest lane.
+LN_FN int32_t min_lanes(I32 v) {
+    __m128i m = _mm_min_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    m = _mm_min_epi32(m, _mm_shuffle_epi32(m, 0x4E));
+    m = _mm_min_epi32(m, _mm_shuffle_epi32(m, 0xB1));
+    return _mm_cvtsi128_si32(m);
+}
+// Lanes of b where x is 0, of a elsewhere.
+LN_FN I32 if_zero(I32 x, I32 b, I32 a) {
+    const I32 z = _mm256_cmpeq_epi32(x, _mm256_setzero_si256());
+    return _mm256_blendv_epi8(a, b, z);
+}
+LN_FN bool any_negative(I32 v) { return _mm256_movemask_ps(_mm256_castsi256_ps(v)) != 0; }
+
+// ---- 32-bit lanes: the fixed-point steps ----
+
+// fx::hr. u = x ^ (x >> 31) is non-negative with its top set bit at 30 - hr; clearing every bit
+// below a set bit keeps the top bit and stops the conversion to float from rounding up to the
+// next power of two, so the float's exponent is that bit's position. u = 0 has exponent field 0,
+// which gives 157 and the minimum makes it 31.
+LN_FN I32 hr_of_mag(I32 u) {
+    u = _mm256_andnot_si256(_mm256_srli_epi32(u, 1), u);
+    const I32 bits = _mm256_castps_si256(_mm256_cvtepi32_ps(u));
+    const I32 h = _mm256_sub_epi32(_mm256_set1_epi32(157), _mm256_srli_epi32(bits, 23));
+    return _mm256_min_epi32(h, _mm256_set1_epi32(31));
+}
+LN_FN I32 hr(I32 x) { return hr_of_mag(mag(x)); }
+// The smaller fx::hr of a and b: that of the OR of their magnitudes.
+LN_FN I32 hr_min(I32 a, I32 b) { return hr_of_mag(_mm256_or_si256(mag(a), mag(b))); }
+
+namespace detail {
+// a < 0 ? -2^31 : 2^31 - 1 per lane.
+LN_FN I32 sat_bound(I32 a) {
+    return _mm256_xor_si256(_mm256_srai_epi32(a, 31), _mm256_set1_epi32(INT32_MAX));
+}
+// Lanes of r, replaced by b where the sign bit of mask is set.
+LN_FN I32 select(I32 r, I32 b, I32 mask) {
+    return _mm256_castps_si256(_mm256_blendv_ps(_mm256_castsi256_ps(r), _mm256_castsi256_ps(b),
+                                                _mm256_castsi256_ps(mask)));
+}
+}  // namespace detail
+
+// fx::sat_add / fx::sat_sub: the wrapped sum, or the bound of a's sign where it overflowed.
+LN_FN I32 sat_add(I32 a, I32 b) {
+    const I32 r = _mm256_add_epi32(a, b);
+    const I32 ovf = _mm256_and_si256(_mm256_xor_si256(a, r), _mm256_xor_si256(b, r));
+    return detail::select(r, detail::sat_bound(a), ovf);
+}
+LN_FN I32 sat_sub(I32 a, I32 b) {
+    const I32 r = _mm256_sub_epi32(a, b);
+    const I32 ovf = _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, r));
+    return detail::select(r, detail::sat_bound(a), ovf);
+}
+
+// fx::shr_trunc with a count per lane, counts >= 0 (from 32 on the sign fill).
+LN_FN I32 shr_trunc(I32 x, I32 c) { return _mm256_srav_epi32(x, c); }
+
+// fx::shift_sat with a signed count per lane: left with saturation where c > 0, truncating right
+// by -c elsewhere. A left shift beyond the headroom of a non-zero lane saturates.
+LN_FN I32 shift_sat(I32 x, I32 c) {
+    const I32 zero = _mm256_setzero_si256();
+    const I32 left = _mm256_sllv_epi32(x, c);
+    const I32 right = _mm256_srav_epi32(x, _mm256_sub_epi32(zero, c));
+    const I32 over = _mm256_andnot_si256(_mm256_cmpeq_epi32(x, zero), _mm256_cmpgt_epi32(c, hr(x)));
+    const I32 l = detail::select(left, detail::sat_bound(x), over);
+    return detail::select(right, l, _mm256_cmpgt_epi32(c, zero));
+}
+
+// fx::shift_sat by one count c >= 1 for every lane.
+LN_FN I32 shl_sat_all(I32 x, int c) {
+    const I32 left = _mm256_sll_epi32(x, _mm_cvtsi32_si128(c));
+    const I32 over = _mm256_andnot_si256(_mm256_cmpeq_epi32(x, _mm256_setzero_si256()),
+                                         _mm256_cmpgt_epi32(_mm256_set1_epi32(c), hr(x)));
+    return detail::select(left, detail::sat_bound(x), over);
+}
+
+// fx::shift_wrap with a signed count per lane: left keeping the low 32 bits (0 from 32 on),
+// truncating right for negative counts (the sign fill from 32 on).
+LN_FN I32 shift_wrap(I32 x, I32 c) {
+    const I32 left = _mm256_sllv_epi32(x, c);
+    const I32 right = _mm256_srav_epi32(x, _mm256_sub_epi32(_mm256_setzero_si256(), c));
+    return detail::select(left, right, c);
+}
+
+// ---- Float lanes ----
+
+// fx::i2f; fx::f2i: the conversion gives -2^31 for every operand out of range and for NaN;
+// lanes at or above 2^31 become 2^31 - 1, NaN lanes 0.
+LN_FN F32 i2f(I32 x) { return _mm256_cvtepi32_ps(x); }
+LN_FN I32 f2i(F32 f) {
+    const I32 r = _mm256_cvttps_epi32(f);
+    const I32 big = _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ));
+    const I32 nan = _mm256_castps_si256(_mm256_cmp_ps(f, f, _CMP_UNORD_Q));
+    return _mm256_andnot_si256(nan, _mm256_xor_si256(r, big));
+}
+LN_FN F32 fmul(F32 a, F32 b) { return _mm256_mul_ps(a, b); }
+// sp::recip, sp::rsqrt and sp::sqrt of each lane.
+LN_FN F32 recip(F32 x) { return sp::recip8(x); }
+LN_FN F32 rsqrt(F32 x) { return sp::rsqrt8(x); }
+LN_FN F32 sqrt(F32 x) { return sp::sqrt8(x); }
+// sp::sqrt of each lane, +0 for zero lanes, without sending the whole step to the lane-by-lane
+// path of the square root.
+LN_FN F32 sqrt_or_zero(F32 x) {
+    const __m256 zero = _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ);
+    return _mm256_andnot_ps(zero, sp::sqrt8(_mm256_blendv_ps(x, _mm256_set1_ps(1.0f), zero)));
+}
+LN_FN F32 fadd(F32 a, F32 b) { return _mm256_add_ps(a, b); }
+LN_FN F32 fsub(F32 a, F32 b) { return _mm256_sub_ps(a, b); }
+
+// Lane indices k, k + 1, ...
+LN_FN I32 iota(int32_t k) { return _mm256_add_epi32(_mm256_set1_epi32(k), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)); }
+
+// The entries of a table at the lanes' indices: int32 entries, and int16 entries sign-extended
+// (the int16 look-up reads the entry after each one too, which must exist).
+LN_FN I32 lookup(const int32_t *table, I32 idx) {
+    return _mm256_i32gather_epi32(reinterpret_cast<const int *>(table), idx, 4);
+}
+LN_FN I32 lookup(const int16_t *table, I32 idx) {
+    const I32 pair = _mm256_i32gather_epi32(reinterpret_cast<const int *>(table), idx, 2);
+    return _mm256_srai_epi32(_mm256_slli_epi32(pair, 16), 16);
+}
+
+// ---- int16 lanes (twice as many per register) ----
+
+using I16 = __m256i;
+inline constexpr int kLanes16 = 16;
+LN_FN I16 load_i16(const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const I16 *>(p)); }
+LN_FN I16 dup_i16(int16_t v) { return _mm256_set1_epi16(v); }
+LN_FN I16 min_i16(I16 a, I16 b) { return _mm256_min_epi16(a, b); }
+LN_FN int16_t min_lanes_i16(I16 m) {
+    __m128i h = _mm_min_epi16(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
+    h = _mm_min_epi16(h, _mm_shuffle_epi32(h, 0x4E));
+    h = _mm_min_epi16(h, _mm_shuffle_epi32(h, 0xB1));
+    h = _mm_min_epi16(h, _mm_srli_epi32(h, 16));
+    return static_cast<int16_t>(_mm_cvtsi128_si32(h));
+}
+
+LN_FN I16 sub_sat_i16(I16 a, I16 b) { return _mm256_subs_epi16(a, b); }
+LN_FN void store_i16(int16_t *p, I16 v) { _mm256_storeu_si256(reinterpret_cast<I16 *>(p), v); }
+
+// ---- Sums of int32 lanes in 64 bits ----
+
+using Acc64 = __m256i;
+LN_FN Acc64 acc64_zero() { return _mm256_setzero_si256(); }
+LN_FN Acc64 acc64_add(Acc64 acc, I32 v) {
+    acc = _mm256_add_epi64(acc, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(v)));
+    return _mm256_add_epi64(acc, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(v, 1)));
+}
+LN_FN int64_t acc64_total(Acc64 acc) {
+    alignas(32) int64_t lane[4];
+    _mm256_store_si256(reinterpret_cast<__m256i *>(lane), acc);
+    return lane[0] + lane[1] + lane[2] + lane[3];
+}
+
+// ---- 64-bit values ----
+
+// Exact products of the lanes of a and b.
+LN_FN W64 mul_wide(I32 a, I32 b) {
+    return {_mm256_mul_epi32(a, b), _mm256_mul_epi32(_mm256_srli_epi64(a, 32), _mm256_srli_epi64(b, 32))};
+}
+// Wrapping sum and difference (for operands whose exact result fits).
+LN_FN W64 add64(W64 x, W64 y) { return {_mm256_add_epi64(x.a, y.a), _mm256_add_epi64(x.b, y.b)}; }
+LN_FN W64 sub64(W64 x, W64 y) { return {_mm256_sub_epi64(x.a, y.a), _mm256_sub_epi64(x.b, y.b)}; }
+
+namespace detail {
+LN_FN __m256i select64(__m256i r, __m256i b, __m256i mask) {
+    return _mm256_castpd_si256(_mm256_blendv_pd(_mm256_castsi256_pd(r), _mm256_castsi256_pd(b),
+                                                _mm256_castsi256_pd(mask)));
+}
+LN_FN __m256i sat_bound64(__m256i a) {
+    const __m256i neg = _mm256_cmpgt_epi64(_mm256_setzero_si256(), a);
+    return _mm256_xor_si256(neg, _mm256_set1_epi64x(INT64_MAX));
+}
+LN_FN __m256i sat_add64(__m256i a, __m256i b) {
+    const __m256i r = _mm256_add_epi64(a, b);
+    const __m256i ovf = _mm256_and_si256(_mm256_xor_si256(a, r), _mm256_xor_si256(b, r));
+    return select64(r, sat_bound64(a), ovf);
+}
+LN_FN __m256i sat_sub64(__m256i a, __m256i b) {
+    const __m256i r = _mm256_sub_epi64(a, b);
+    const __m256i ovf = _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, r));
+    return select64(r, sat_bound64(a), ovf);
+}
+// fx::rnd(v, k) of each 64-bit lane for k in 1..32, the int32 result in the even 32-bit lanes.
+// rnd is monotonic, so v is first clamped to the range whose results do not saturate,
+// [-2^(31+k) - 2^(k-1), 2^(31+k) - 2^(k-1) - 1] (no lower bound for k = 32); then
+// v + 2^(k-1) + 2^(31+k) lies in [0, 2^(32+k)) as an unsigned number, its logical shift by k in
+// [0, 2^32), and flipping bit 31 of the low half subtracts the 2^31 again.
+template <int K>
+LN_FN __m256i rnd64(__m256i v) {
+    const int64_t half = int64_t{1} << (K - 1);
+    const uint64_t top = uint64_t{1} << (31 + K);
+    const __m256i hi = _mm256_set1_epi64x(static_cast<int64_t>(top - static_cast<uint64_t>(half) - 1));
+    v = select64(v, hi, _mm256_cmpgt_epi64(v, hi));
+    if constexpr (K < 32) {
+        const __m256i lo = _mm256_set1_epi64x(static_cast<int64_t>(0 - top - static_cast<uint64_t>(half)));
+        v = select64(v, lo, _mm256_cmpgt_epi64(lo, v));
+    }
+    const __m256i bias = _mm256_set1_epi64x(static_cast<int64_t>(top + static_cast<uint64_t>(half)));
+    const __m256i u = _mm256_srli_epi64(_mm256_add_epi64(v, bias), K);
+    return _mm256_xor_si256(u, _mm256_set1_epi64x(INT32_MIN & 0xFFFFFFFFll));
+}
+// detail::rnd64 with the count k in cnt and its bounds and bias precomputed.
+LN_FN __m256i rnd64_var(__m256i x, __m256i hi, __m256i lo, __m256i bias, __m128i cnt, bool low) {
+    x = select64(x, hi, _mm256_cmpgt_epi64(x, hi));
+    if (low) x = select64(x, lo, _mm256_cmpgt_epi64(lo, x));
+    const __m256i u = _mm256_srl_epi64(_mm256_add_epi64(x, bias), cnt);
+    return _mm256_xor_si256(u, _mm256_set1_epi64x(INT32_MIN & 0xFFFFFFFFll));
+}
+// Even lanes from the low halves of a's 64-bit lanes, odd lanes from those of b.
+LN_FN I32 join_even_odd(__m256i a, __m256i b) {
+    return _mm256_blend_epi32(a, _mm256_slli_epi64(b, 32), 0xAA);
+}
+}  // namespace detail
+
+// fx::sat_add64 / fx::sat_sub64.
+LN_FN W64 sat_add64(W64 x, W64 y) { return {detail::sat_add64(x.a, y.a), detail::sat_add64(x.b, y.b)}; }
+LN_FN W64 sat_sub64(W64 x, W64 y) { return {detail::sat_sub64(x.a, y.a), detail::sat_sub64(x.b, y.b)}; }
+
+// fx::rnd(v, K) of each value for K in 1..32, saturated to int32, back in lane order.
+template <int K>
+LN_FN I32 rnd_narrow(W64 v) {
+    return detail::join_even_odd(detail::rnd64<K>(v.a), detail::rnd64<K>(v.b));
+}
+
+// fx::rnd(p, k) saturated to int32 for k in 1..62 known at run time, for |p| <= 2^46. Up to 32
+// the clamped rounding of detail::rnd64; from 33 on the floor of p / 2^(k-1) fits in 15 bits: it
+// is taken exactly from the non-negative p + 2^62 by a logical shift, and rounded in 32 bits.
+LN_FN I32 rnd_narrow_var(W64 v, int k) {
+    if (k <= 32) {
+        const int64_t half = int64_t{1} << (k - 1);
+        const uint64_t top = uint64_t{1} << (31 + k);
+        const __m256i hi = _mm256_set1_epi64x(static_cast<int64_t>(top - static_cast<uint64_t>(half) - 1));
+        const __m256i lo = _mm256_set1_epi64x(static_cast<int64_t>(0 - top - static_cast<uint64_t>(half)));
+        const __m256i bias = _mm256_set1_epi64x(static_cast<int64_t>(top + static_cast<uint64_t>(half)));
+        const __m128i cnt = _mm_cvtsi32_si128(k);
+        return detail::join_even_odd(detail::rnd64_var(v.a, hi, lo, bias, cnt, k < 32),
+                                     detail::rnd64_var(v.b, hi, lo, bias, cnt, k < 32));
+    }
+    const __m256i bias = _mm256_set1_epi64x(int64_t{1} << 62);
+    const __m256i unbias = _mm256_set1_epi64x(int64_t{1} << (63 - k));
+    const __m128i s = _mm_cvtsi32_si128(k - 1);
+    const __m256i qa = _mm256_sub_epi64(_mm256_srl_epi64(_mm256_add_epi64(v.a, bias), s), unbias);
+    const __m256i qb = _mm256_sub_epi64(_mm256_srl_epi64(_mm256_add_epi64(v.b, bias), s), unbias);
+    return _mm256_srai_epi32(_mm256_add_epi32(detail::join_even_odd(qa, qb), _mm256_set1_epi32(1)), 1);
+}
+
+// fx::rnd(fx::shift_sat64(p, h), 32) for h >= 0 where the exact p * 2^h lies in
+// [-2^63 + 2^32, 2^63] (the scaled sums of two products of int32 parts by their headroom sums).
+// Only 2^63 itself would saturate, to 2^63 - 1, which rounds to the same 2^31 - 1. The lanes
+// compute p * 2^h modulo 2^64; the high half of it + 2^31 is then the result, except that 2^31
+// wraps to -2^31, a value no true result rounds to, so it is saturated at the end.
+LN_FN I32 scale_rnd32(W64 p, I32 h) {
+    const __m256i low_half = _mm256_set1_epi64x(0xFFFFFFFFll);
+    const __m256i bias = _mm256_set1_epi64x(int64_t{1} << 31);
+    const __m256i ta = _mm256_sllv_epi64(p.a, _mm256_and_si256(h, low_half));
+    const __m256i tb = _mm256_sllv_epi64(p.b, _mm256_srli_epi64(h, 32));
+    const I32 r = _mm256_blend_epi32(_mm256_srli_epi64(_mm256_add_epi64(ta, bias), 32),
+                                     _mm256_add_epi64(tb, bias), 0xAA);
+    return _mm256_xor_si256(r, _mm256_cmpeq_epi32(r, _mm256_set1_epi32(INT32_MIN)));
+}
+
+// fx::rnd(x * f, 15) for factors f in 0..32767: the product has at most 47 bits and the result
+// fits in int32, so the low half of (product + 2^14) >> 15 is the result.
+LN_FN I32 mul_rnd15(I32 x, I32 f) {
+    const W64 p = mul_wide(x, f);
+    const __m256i half = _mm256_set1_epi64x(1 << 14);
+    const __m256i even = _mm256_srli_epi64(_mm256_add_epi64(p.a, half), 15);
+    const __m256i odd = _mm256_slli_epi64(_mm256_add_epi64(p.b, half), 17);
+    return _mm256_blend_epi32(even, odd, 0xAA);
+}
+
+// fx::Mpy_32_16_opt2 for int16 factors f: bits 16..47 of the exact product.
+LN_FN I32 mpy_32_16(I32 x, I32 f) {
+    const W64 p = mul_wide(x, f);
+    return _mm256_blend_epi32(_mm256_srli_epi64(p.a, 16), _mm256_slli_epi64(p.b, 16), 0xAA);
+}
+
+}  // namespace ln
+
+#undef LN_FN

@@ -1,0 +1,202 @@
+// The lane vocabulary on aarch64 (NEON, part of every ARMv8-A core): four int32 lanes per
+// register, the 64-bit values of a register's lanes as its low and its high half. Most steps are
+// single instructions whose saturation and rounding are the scalar ones. Included through
+// spectral/lanes.h.
+#pragma once
+
+#include <arm_neon.h>
+
+#include <cstdint>
+
+#include "spectral/reciprocal_lanes.h"
+
+namespace ln {
+
+using I32 = int32x4_t;
+using F32 = float32x4_t;
+
+inline constexpr int kLanes = 4;
+
+// The 64-bit values of the lanes of a register: a holds those of the low two lanes, b those of
+// the high two. Only steps of this vocabulary read them.
+struct W64 {
+    int64x2_t a;
+    int64x2_t b;
+};
+
+// All ones in the lanes where a comparison holds, zeros elsewhere.
+using Mask = uint32x4_t;
+
+// Separate re and im lanes of consecutive interleaved complex values, in bin order.
+struct Bins {
+    I32 re;
+    I32 im;
+};
+
+// ---- Loads, stores, constants ----
+
+inline I32 load(const int32_t *p) { return vld1q_s32(p); }
+inline void store(int32_t *p, I32 v) { vst1q_s32(p, v); }
+inline I32 load16(const int16_t *p) { return vmovl_s16(vld1_s16(p)); }
+inline void store16(int16_t *p, I32 v) { vst1_s16(p, vmovn_s32(v)); }
+inline Bins load_bins(const int32_t *p) {
+    const int32x4x2_t v = vld2q_s32(p);
+    return {v.val[0], v.val[1]};
+}
+inline void store_bins(int32_t *p, Bins b) { vst2q_s32(p, int32x4x2_t{{b.re, b.im}}); }
+inline F32 loadf(const float *p) { return vld1q_f32(p); }
+inline void storef(float *p, F32 v) { vst1q_f32(p, v); }
+inline Bins load16_bins(const int16_t *p) {
+    const int16x4x2_t v = vld2_s16(p);
+    return {vmovl_s16(v.val[0]), vmovl_s16(v.val[1])};
+}
+inline void store16_bins(int16_t *p, Bins b) {
+    vst2_s16(p, int16x4x2_t{{vmovn_s32(b.re), vmovn_s32(b.im)}});
+}
+inline void store16_sat(int16_t *p, I32 v) { vst1_s16(p, vqmovn_s32(v)); }
+inline I32 dup(int32_t v) { return vdupq_n_s32(v); }
+inline F32 dupf(float v) { return vdupq_n_f32(v); }
+inline I32 zero() { return vdupq_n_s32(0); }
+
+// ---- 32-bit lanes: wrapping arithmetic and bits ----
+
+inline I32 add(I32 a, I32 b) { return vaddq_s32(a, b); }
+inline I32 sub(I32 a, I32 b) { return vsubq_s32(a, b); }
+inline I32 min(I32 a, I32 b) { return vminq_s32(a, b); }
+inline I32 max(I32 a, I32 b) { return vmaxq_s32(a, b); }
+inline I32 min_u(I32 a, I32 b) {
+    return vreinterpretq_s32_u32(vminq_u32(vreinterpretq_u32_s32(a), vreinterpretq_u32_s32(b)));
+}
+inline I32 bor(I32 a, I32 b) { return vorrq_s32(a, b); }
+inline I32 mul_lo(I32 a, I32 b) { return vmulq_s32(a, b); }
+inline I32 abs_sat(I32 x) { return vqabsq_s32(x); }
+inline I32 band(I32 a, I32 b) { return vandq_s32(a, b); }
+inline Mask gt(I32 a, I32 b) { return vcgtq_s32(a, b); }
+inline Mask eq(I32 a, I32 b) { return vceqq_s32(a, b); }
+inline Mask mask_or(Mask a, Mask b) { return vorrq_u32(a, b); }
+inline I32 select(Mask m, I32 a, I32 b) { return vbslq_s32(m, a, b); }
+inline I32 mask_and(Mask m, I32 v) { return vandq_s32(vreinterpretq_s32_u32(m), v); }
+inline I32 count_set(I32 acc, Mask m) { return vsubq_s32(acc, vreinterpretq_s32_u32(m)); }
+template <int N>
+inline I32 rnd_shr_n(I32 x) {
+    return vrshrq_n_s32(x, N);
+}
+template <int N>
+inline I32 shl_n(I32 x) {
+    return vreinterpretq_s32_u32(vshlq_n_u32(vreinterpretq_u32_s32(x), N));
+}
+inline I32 shl_all(I32 x, int c) { return vshlq_s32(x, vdupq_n_s32(c)); }
+inline I32 shr_all(I32 x, int r) { return vshlq_s32(x, vdupq_n_s32(-r)); }
+inline I32 shl(I32 x, I32 c) { return vshlq_s32(x, c); }
+inline I32 mag(I32 x) { return veorq_s32(x, vshrq_n_s32(x, 31)); }
+inline I32 neg_wrap(I32 x) { return vnegq_s32(x); }
+inline I32 neg_sat(I32 x) { return vqnegq_s32(x); }
+inline I32 reverse(I32 x) {
+    const I32 r = vrev64q_s32(x);
+    return vextq_s32(r, r, 2);
+}
+inline uint32_t or_lanes(I32 v) {
+    const int32x2_t half = vorr_s32(vget_low_s32(v), vget_high_s32(v));
+    return static_cast<uint32_t>(vget_lane_s32(half, 0) | vget_lane_s32(half, 1));
+}
+inline int32_t min_lanes(I32 v) { return vminvq_s32(v); }
+inline I32 if_zero(I32 x, I32 b, I32 a) { return vbslq_s32(vceqq_s32(x, vdupq_n_s32(0)), b, a); }
+inline bool any_negative(I32 v) { return vminvq_s32(v) < 0; }
+
+// ---- 32-bit lanes: the fixed-point steps ----
+
+// fx::hr (the instruction counts the bits after the sign bit that equal it).
+inline I32 hr(I32 x) { return vclsq_s32(x); }
+inline I32 hr_min(I32 a, I32 b) { return vminq_s32(vclsq_s32(a), vclsq_s32(b)); }
+inline I32 sat_add(I32 a, I32 b) { return vqaddq_s32(a, b); }
+inline I32 sat_sub(I32 a, I32 b) { return vqsubq_s32(a, b); }
+// The instruction reads the count from the low byte, so counts are limited to 32 first.
+inline I32 shr_trunc(I32 x, I32 c) { return vshlq_s32(x, vnegq_s32(vminq_s32(c, vdupq_n_s32(32)))); }
+inline I32 shift_sat(I32 x, I32 c) {
+    return vqshlq_s32(x, vmaxq_s32(vminq_s32(c, vdupq_n_s32(32)), vdupq_n_s32(-32)));
+}
+
+inline I32 shl_sat_all(I32 x, int c) { return vqshlq_s32(x, vdupq_n_s32(c < 32 ? c : 32)); }
+// Counts limited to [-32, 32]: the instruction reads only the low byte of a count, and 32
+// already gives 0 to the left and the sign fill to the right.
+inline I32 shift_wrap(I32 x, I32 c) {
+    return vshlq_s32(x, vmaxq_s32(vminq_s32(c, vdupq_n_s32(32)), vdupq_n_s32(-32)));
+}
+
+// ---- Float lanes (the conversion truncates, saturates and maps NaN to 0) ----
+
+inline F32 i2f(I32 x) { return vcvtq_f32_s32(x); }
+inline I32 f2i(F32 f) { return vcvtq_s32_f32(f); }
+inline F32 fmul(F32 a, F32 b) { return vmulq_f32(a, b); }
+inline F32 recip(F32 x) { return sp::recip4(x); }
+inline F32 rsqrt(F32 x) { return sp::rsqrt4(x); }
+inline F32 sqrt(F32 x) { return sp::sqrt4(x); }
+// sp::sqrt of each lane, +0 for zero lanes (the estimate steps give it).
+inline F32 sqrt_or_zero(F32 x) { return sp::sqrt4(x); }
+inline F32 fadd(F32 a, F32 b) { return vaddq_f32(a, b); }
+inline F32 fsub(F32 a, F32 b) { return vsubq_f32(a, b); }
+
+inline I32 iota(int32_t k) { return vaddq_s32(vdupq_n_s32(k), I32{0, 1, 2, 3}); }
+
+// Table look-ups lane by lane.
+template <typename T>
+inline I32 lookup(const T *table, I32 idx) {
+    alignas(16) int32_t i[4];
+    vst1q_s32(i, idx);
+    const int32_t e[4] = {table[i[0]], table[i[1]], table[i[2]], table[i[3]]};
+    return vld1q_s32(e);
+}
+
+// ---- int16 lanes ----
+
+using I16 = int16x8_t;
+inline constexpr int kLanes16 = 8;
+inline I16 load_i16(const int16_t *p) { return vld1q_s16(p); }
+inline I16 dup_i16(int16_t v) { return vdupq_n_s16(v); }
+inline I16 min_i16(I16 a, I16 b) { return vminq_s16(a, b); }
+inline int16_t min_lanes_i16(I16 m) { return vminvq_s16(m); }
+inline I16 sub_sat_i16(I16 a, I16 b) { return vqsubq_s16(a, b); }
+inline void store_i16(int16_t *p, I16 v) { vst1q_s16(p, v); }
+
+// ---- Sums of int32 lanes in 64 bits ----
+
+using Acc64 = int64x2_t;
+inline Acc64 acc64_zero() { return vdupq_n_s64(0); }
+inline Acc64 acc64_add(Acc64 acc, I32 v) { return vaddw_high_s32(vaddw_s32(acc, vget_low_s32(v)), v); }
+inline int64_t acc64_total(Acc64 acc) { return vaddvq_s64(acc); }
+
+// ---- 64-bit values ----
+
+inline W64 mul_wide(I32 a, I32 b) {
+    return {vmull_s32(vget_low_s32(a), vget_low_s32(b)), vmull_high_s32(a, b)};
+}
+inline W64 add64(W64 x, W64 y) { return {vaddq_s64(x.a, y.a), vaddq_s64(x.b, y.b)}; }
+inline W64 sub64(W64 x, W64 y) { return {vsubq_s64(x.a, y.a), vsubq_s64(x.b, y.b)}; }
+inline W64 sat_add64(W64 x, W64 y) { return {vqaddq_s64(x.a, y.a), vqaddq_s64(x.b, y.b)}; }
+inline W64 sat_sub64(W64 x, W64 y) { return {vqsubq_s64(x.a, y.a), vqsubq_s64(x.b, y.b)}; }
+
+// The rounding shift adds 2^(K-1) without overflow and the narrowing saturates.
+template <int K>
+inline I32 rnd_narrow(W64 v) {
+    return vqrshrn_high_n_s64(vqrshrn_n_s64(v.a, K), v.b, K);
+}
+
+// The rounding shift by a run-time count and the saturating narrowing.
+inline I32 rnd_narrow_var(W64 v, int k) {
+    const int64x2_t c = vdupq_n_s64(-k);
+    return vcombine_s32(vqmovn_s64(vrshlq_s64(v.a, c)), vqmovn_s64(vrshlq_s64(v.b, c)));
+}
+
+inline I32 scale_rnd32(W64 p, I32 h) {
+    const int64x2_t ta = vqshlq_s64(p.a, vmovl_s32(vget_low_s32(h)));
+    const int64x2_t tb = vqshlq_s64(p.b, vmovl_high_s32(h));
+    return rnd_narrow<32>(W64{ta, tb});
+}
+
+inline I32 mul_rnd15(I32 x, I32 f) { return rnd_narrow<15>(mul_wide(x, f)); }
+
+// The doubling high half of x * f * 2^15 is (x * f) >> 16 and never saturates, as f * 2^15 is
+// never -2^31.
+inline I32 mpy_32_16(I32 x, I32 f) { return vqdmulhq_s32(x, vshlq_n_s32(f, 15)); }
+
+}  // namespace ln
