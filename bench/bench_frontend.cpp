@@ -2,7 +2,7 @@
 // and delay line, all on) and of the whole stream (front end + core + FIFO), on a far end of
 // noise bursts whose echo arrives 120 ms later, at 8000 and 16000 Hz. Compare with ApplyFrame
 // (the core alone); callgrind gives the instruction counts:
-//   valgrind --tool=callgrind --toggle-collect=Sonvel_AEC_FrontendProcess \
+//   valgrind --tool=callgrind --toggle-collect=Sonvel_AEC_FrontendProcess
 //     sonvel_bench --benchmark_filter='FrontendFrame/16000' --benchmark_min_time=0.01
 #include <benchmark/benchmark.h>
 
