@@ -3,7 +3,8 @@
 // the oldest point, so the sums stay within 64 bits). The slope becomes ppm once the points span
 // 8 s: ppm = slope[samples/sample] * 1e6. A point more than `jump` away from the line is left
 // out; the fourth such point in a row restarts the fit with it: the echo path changed rather than
-// drifted.
+// drifted. A slope beyond +-1000 ppm is no clock drift (crystals stay within a few hundred ppm)
+// but estimates wandering between reflections; such a line is not used or reported.
 #include "frontend/drift_tracker.h"
 
 #include <cstring>
@@ -13,6 +14,7 @@ namespace sonvel::frontend {
 namespace {
 
 constexpr uint32_t kMinSpanFrames = 800;  // 8 s
+constexpr int64_t kMaxPpm = 1000;
 
 void fit(DriftTracker &dt, int32_t frameLen) {
     const int n = dt.count;
@@ -47,7 +49,9 @@ void fit(DriftTracker &dt, int32_t frameLen) {
     dt.lineQ8At0 = (sd - (num * st) / den) / n;
     dt.valid = span >= kMinSpanFrames;
     // ppm = num / den / 256 / frameLen * 1e6 = num * 15625 / (den * 4 * frameLen).
-    dt.ppm = dt.valid ? static_cast<int32_t>((num * 15625) / (den * 4 * frameLen)) : 0;
+    const int64_t ppm = (num * 15625) / (den * 4 * frameLen);
+    if (ppm > kMaxPpm || ppm < -kMaxPpm) dt.valid = 0;
+    dt.ppm = dt.valid ? static_cast<int32_t>(ppm) : 0;
 }
 
 }  // namespace

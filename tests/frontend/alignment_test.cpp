@@ -5,6 +5,7 @@
 // echo reduction of the last 10 s within 3 dB of the first 10 s after convergence.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "frontend/stream_runner.h"
@@ -111,6 +112,26 @@ TEST(Alignment, DriftIsReportedAndFollowed) {
             EXPECT_NEAR(run.est.back().s32DelayApplied + 4 * rate / 1000,
                         true_delay(sc, r.nearv.size()), 1.5 * rate / 1000);
         }
+    }
+}
+
+// No drift, but a reverberant room (diffuse tail 6-9 dB above the direct sound) whose peak
+// wanders between reflections: the line through the estimates must not be taken for a clock
+// drift of thousands of ppm, which the delay line would then follow away from the echo.
+TEST(Alignment, WanderingPeakIsNoDrift) {
+    if (slow_target()) GTEST_SKIP() << "24 s recordings: native runs only";
+    for (double tailDb : {6.0, 9.0}) {
+        Scenario sc;
+        sc.seconds = 24;
+        sc.doubleTalk = 1.0 / 3;
+        sc.tailDb = tailDb;
+        sc.seed = 4;
+        const StreamRun run =
+            run_stream(make_recording(sc), sc.rate, fe_cfg(SONVEL_AEC_DELAY_AUTO, 0, false, true));
+        int32_t worst = 0;
+        for (const AecFrontendEstimate &e : run.est)
+            worst = std::max(worst, e.s32DriftPpm < 0 ? -e.s32DriftPpm : e.s32DriftPpm);
+        EXPECT_LE(worst, 1000) << "tail " << tailDb << " dB";
     }
 }
 
