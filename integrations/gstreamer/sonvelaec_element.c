@@ -772,16 +772,16 @@ install_properties (GObjectClass * gobject_class)
    * so the specs do not clamp) and comma lists for the arrays. */
   for (guint i = 0; i < n_fields; ++i) {
     const SonvelAecField *f = &fields[i];
-    GParamSpec *spec;
+    GParamSpec *pspec;
     if (f->count > 1) {
       gchar *text = sonvel_aec_field_format (&defaults, f);
-      spec = g_param_spec_string (f->name, f->name, f->blurb, text, rw);
+      pspec = g_param_spec_string (f->name, f->name, f->blurb, text, rw);
       g_free (text);
     } else {
-      spec = g_param_spec_int (f->name, f->name, f->blurb, G_MININT, G_MAXINT,
+      pspec = g_param_spec_int (f->name, f->name, f->blurb, G_MININT, G_MAXINT,
           sonvel_aec_field_get (&defaults, f, 0), rw);
     }
-    g_object_class_install_property (gobject_class, PROP_FIELD_FIRST + i, spec);
+    g_object_class_install_property (gobject_class, PROP_FIELD_FIRST + i, pspec);
   }
   g_object_class_install_property (gobject_class, PROP_REF_DELAY,
       g_param_spec_string ("ref-delay", "Reference delay",
