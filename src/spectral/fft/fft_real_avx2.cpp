@@ -66,7 +66,9 @@ SV_AVX2 inline V interleave(V re, V im) {
 }
 
 // One step of four bins k..k+3 with their partners M-k-3..M-k (see the portable step): S 2^4
-// and t = w' D with D = A - conj B, as w' A - w' conj B so that every factor fits 32 bits.
+// and t = w' D with D = A - conj B. Forward, D may not fit 32 bits (the spectrum's words reach
+// sqrt(2) 2^30), so t is w' A - w' conj B, every factor 32 bits. Inverse, the input has log2 N
+// bits of headroom, D fits 32 bits and t takes half the products.
 struct Pair {
     C4 s;  // S 2^kProductBits
     C4 t;
@@ -79,10 +81,18 @@ SV_AVX2 inline Pair pair(const int32_t *a, const int32_t *b, const int32_t *w, b
     const V w0 = W.im;
     const V w1 = inverse ? W.re : _mm256_sub_epi64(_mm256_setzero_si256(), W.re);
     // D = (ar - br, ai + bi); re = D.re w0 - D.im w1, im = D.re w1 + D.im w0.
-    const V re = _mm256_sub_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w0), _mm256_mul_epi32(B.re, w0)),
-                                  _mm256_add_epi64(_mm256_mul_epi32(A.im, w1), _mm256_mul_epi32(B.im, w1)));
-    const V im = _mm256_add_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w1), _mm256_mul_epi32(B.re, w1)),
-                                  _mm256_add_epi64(_mm256_mul_epi32(A.im, w0), _mm256_mul_epi32(B.im, w0)));
+    V re, im;
+    if (inverse) {
+        const V dr = _mm256_sub_epi64(A.re, B.re);
+        const V di = _mm256_add_epi64(A.im, B.im);
+        re = _mm256_sub_epi64(_mm256_mul_epi32(dr, w0), _mm256_mul_epi32(di, w1));
+        im = _mm256_add_epi64(_mm256_mul_epi32(dr, w1), _mm256_mul_epi32(di, w0));
+    } else {
+        re = _mm256_sub_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w0), _mm256_mul_epi32(B.re, w0)),
+                              _mm256_add_epi64(_mm256_mul_epi32(A.im, w1), _mm256_mul_epi32(B.im, w1)));
+        im = _mm256_add_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w1), _mm256_mul_epi32(B.re, w1)),
+                              _mm256_add_epi64(_mm256_mul_epi32(A.im, w0), _mm256_mul_epi32(B.im, w0)));
+    }
     const C4 s{_mm256_slli_epi64(_mm256_add_epi64(A.re, B.re), kProductBits),
                _mm256_slli_epi64(_mm256_sub_epi64(A.im, B.im), kProductBits)};
     return {s, {round_shift<31 - kProductBits>(re), round_shift<31 - kProductBits>(im)}};
@@ -131,25 +141,21 @@ SV_AVX2 int symmetric_input_headroom(const int32_t *src, int n) {
 }
 
 SV_AVX2 void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k) {
+    const V conj = _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1);
     for (int b = 1; b <= m / 2; b += 4) {
         const Pair p = pair(spec + 2 * b, spec + 2 * (m - b - 3), w + 2 * b, false);
-        // Bins M-b-3..M-b first, then b..b+3 (for b + 3 = M/2 both write bin M/2 alike).
+        // Bins M-b-3..M-b first, then b..b+3 (for b + 3 = M/2 both write bin M/2 alike), each
+        // with its conjugate at N - bin: M+b..M+b+3 and N-b-3..N-b (both write bin 3M/2 alike).
         const V jr = round_shift(_mm256_sub_epi64(p.s.re, p.t.re), k);
         const V ji = round_shift(_mm256_sub_epi64(p.t.im, p.s.im), k);
-        store(dst + 2 * (m - b - 3), interleave<true>(jr, ji));
+        const V j = interleave<false>(jr, ji);  // bins M-b, M-b-1, .., M-b-3
+        store(dst + 2 * (m - b - 3), _mm256_permute4x64_epi64(j, 0x1B));
+        store(dst + 2 * (m + b), _mm256_sign_epi32(j, conj));
         const V kr = round_shift(_mm256_add_epi64(p.s.re, p.t.re), k);
         const V ki = round_shift(_mm256_add_epi64(p.s.im, p.t.im), k);
-        store(dst + 2 * b, interleave<false>(kr, ki));
-    }
-}
-
-SV_AVX2 void mirror(int32_t *dst, int n) {
-    const V conj = _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1);
-    const V rev = _mm256_setr_epi32(6, 7, 4, 5, 2, 3, 0, 1);
-    for (int b = 1; b < n / 2; b += 4) {
-        // Bins b..b+3 to N-b-3..N-b; the last step also takes bin N/2 onto itself (it is real).
-        const V a = _mm256_sign_epi32(load(dst + 2 * b), conj);
-        store(dst + 2 * (n - b - 3), _mm256_permutevar8x32_epi32(a, rev));
+        const V b4 = interleave<false>(kr, ki);
+        store(dst + 2 * b, b4);
+        store(dst + 2 * (2 * m - b - 3), _mm256_sign_epi32(_mm256_permute4x64_epi64(b4, 0x1B), conj));
     }
 }
 

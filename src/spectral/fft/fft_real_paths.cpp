@@ -145,12 +145,7 @@ bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     sink(m, (r0 - i0) << (1 + kProductBits), 0);
     // Bins N-b = conj(bin b); |Im X[b]| < 2^31 - 2^(31 - log2 N) + 2, so the negation never
     // saturates.
-    if constexpr (simd::kRealSteps) {
-        if (vec) {
-            simd::mirror(dst, n);
-            return true;
-        }
-    }
+    if (vec) return true;  // the vectorised split wrote them
     for (int b = 1; b < m; ++b) {
         dst[2 * (n - b)] = dst[2 * b];
         dst[2 * (n - b) + 1] = fx::sat32(-int64_t{dst[2 * b + 1]});
