@@ -217,8 +217,8 @@ void last_stage_with(int32_t *d, const Plan &p, const Layout &l, bool swap, cons
     }
 }
 
-void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap) {
-    if (shift >= kUnclampedShift) {
+void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap, bool fits) {
+    if (fits || shift >= kUnclampedShift) {
         last_stage_with(d, p, l, swap, RoundShift{vdupq_n_s64(-shift)});
     } else {
         last_stage_with(d, p, l, swap, RoundClamp{vdupq_n_s64(-shift)});
