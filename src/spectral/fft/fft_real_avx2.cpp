@@ -159,32 +159,21 @@ SV_AVX2 void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, i
     }
 }
 
-SV_AVX2 uint64_t merge(const int32_t *src, const int32_t *w, int32_t *wide, int m) {
+SV_AVX2 uint32_t merge(const int32_t *src, const int32_t *w, int32_t *out, int m) {
     V bits = _mm256_setzero_si256();
     for (int b = 1; b <= m / 2; b += 4) {
         const Pair p = pair(src + 2 * b, src + 2 * (m - b - 3), w + 2 * b, true);
-        const V jr = _mm256_sub_epi64(p.s.re, p.t.re);
-        const V ji = _mm256_sub_epi64(p.t.im, p.s.im);
-        const V kr = _mm256_add_epi64(p.s.re, p.t.re);
-        const V ki = _mm256_add_epi64(p.s.im, p.t.im);
-        // 64-bit (re, im) pairs: lanes 0, 1 and 2, 3 of each.
-        const V j01 = _mm256_permute2x128_si256(_mm256_unpacklo_epi64(jr, ji), _mm256_unpackhi_epi64(jr, ji), 0x20);
-        const V j23 = _mm256_permute2x128_si256(_mm256_unpacklo_epi64(jr, ji), _mm256_unpackhi_epi64(jr, ji), 0x31);
-        const V k01 = _mm256_permute2x128_si256(_mm256_unpacklo_epi64(kr, ki), _mm256_unpackhi_epi64(kr, ki), 0x20);
-        const V k23 = _mm256_permute2x128_si256(_mm256_unpacklo_epi64(kr, ki), _mm256_unpackhi_epi64(kr, ki), 0x31);
         // Partner lanes 0..3 hold bins M-b, M-b-1, .., M-b-3.
-        const int j = m - b - 3;
-        store(wide + 4 * j, _mm256_permute2x128_si256(j23, j23, 0x01));
-        store(wide + 4 * j + 8, _mm256_permute2x128_si256(j01, j01, 0x01));
-        store(wide + 4 * b, k01);
-        store(wide + 4 * b + 8, k23);
-        for (const V v : {jr, ji, kr, ki}) {
-            bits = _mm256_or_si256(bits, _mm256_xor_si256(v, _mm256_cmpgt_epi64(_mm256_setzero_si256(), v)));
-        }
+        const V j = interleave<true>(_mm256_sub_epi64(p.s.re, p.t.re), _mm256_sub_epi64(p.t.im, p.s.im));
+        const V k = interleave<false>(_mm256_add_epi64(p.s.re, p.t.re), _mm256_add_epi64(p.s.im, p.t.im));
+        store(out + 2 * (m - b - 3), j);
+        store(out + 2 * b, k);
+        bits = _mm256_or_si256(bits, _mm256_or_si256(magnitude(j), magnitude(k)));
     }
     __m128i b = _mm_or_si128(_mm256_castsi256_si128(bits), _mm256_extracti128_si256(bits, 1));
-    b = _mm_or_si128(b, _mm_unpackhi_epi64(b, b));
-    return static_cast<uint64_t>(_mm_cvtsi128_si64(b));
+    b = _mm_or_si128(b, _mm_shuffle_epi32(b, 0x4E));
+    b = _mm_or_si128(b, _mm_shuffle_epi32(b, 0xB1));
+    return static_cast<uint32_t>(_mm_cvtsi128_si32(b));
 }
 
 SV_AVX2 void unpack_real(const int32_t *z, int32_t *dst, int m) {
@@ -200,13 +189,10 @@ SV_AVX2 void unpack_real(const int32_t *z, int32_t *dst, int m) {
     }
 }
 
-SV_AVX2 void round_wide(const int32_t *wide, int32_t *out, int n, int k) {
-    const V idx = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
-    for (int i = 0; i < n; i += 8) {
-        const V a = _mm256_permutevar8x32_epi32(round_shift(load(wide + 2 * i), k), idx);
-        const V b = _mm256_permutevar8x32_epi32(round_shift(load(wide + 2 * i + 8), k), idx);
-        store(out + i, _mm256_blend_epi32(a, b, 0xF0));
-    }
+SV_AVX2 void round_words(int32_t *v, int n, int k) {
+    const V half = _mm256_set1_epi32(1 << (k - 1));
+    const __m128i count = _mm_cvtsi32_si128(k);
+    for (int i = 0; i < n; i += 8) store(v + i, _mm256_sra_epi32(_mm256_add_epi32(load(v + i), half), count));
 }
 
 }  // namespace sonvel::fft::simd
