@@ -66,7 +66,9 @@ SONVEL_LANES_TARGET inline V interleave(V re, V im) {
 }
 
 // One step of four bins k..k+3 with their partners M-k-3..M-k (see the portable step): S 2^4
-// and t = w' D with D = A - conj B, as w' A - w' conj B so that every factor fits 32 bits.
+// and t = w' D with D = A - conj B. Forward, D may not fit 32 bits (the spectrum's words reach
+// sqrt(2) 2^30), so t is w' A - w' conj B, every factor 32 bits. Inverse, the input has log2 N
+// bits of headroom, D fits 32 bits and t takes half the products.
 struct Pair {
     C4 s;  // S 2^kProductBits
     C4 t;
@@ -79,10 +81,18 @@ SONVEL_LANES_TARGET inline Pair pair(const int32_t *a, const int32_t *b, const i
     const V w0 = W.im;
     const V w1 = inverse ? W.re : _mm256_sub_epi64(_mm256_setzero_si256(), W.re);
     // D = (ar - br, ai + bi); re = D.re w0 - D.im w1, im = D.re w1 + D.im w0.
-    const V re = _mm256_sub_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w0), _mm256_mul_epi32(B.re, w0)),
-                                  _mm256_add_epi64(_mm256_mul_epi32(A.im, w1), _mm256_mul_epi32(B.im, w1)));
-    const V im = _mm256_add_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w1), _mm256_mul_epi32(B.re, w1)),
-                                  _mm256_add_epi64(_mm256_mul_epi32(A.im, w0), _mm256_mul_epi32(B.im, w0)));
+    V re, im;
+    if (inverse) {
+        const V dr = _mm256_sub_epi64(A.re, B.re);
+        const V di = _mm256_add_epi64(A.im, B.im);
+        re = _mm256_sub_epi64(_mm256_mul_epi32(dr, w0), _mm256_mul_epi32(di, w1));
+        im = _mm256_add_epi64(_mm256_mul_epi32(dr, w1), _mm256_mul_epi32(di, w0));
+    } else {
+        re = _mm256_sub_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w0), _mm256_mul_epi32(B.re, w0)),
+                              _mm256_add_epi64(_mm256_mul_epi32(A.im, w1), _mm256_mul_epi32(B.im, w1)));
+        im = _mm256_add_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w1), _mm256_mul_epi32(B.re, w1)),
+                              _mm256_add_epi64(_mm256_mul_epi32(A.im, w0), _mm256_mul_epi32(B.im, w0)));
+    }
     const C4 s{_mm256_slli_epi64(_mm256_add_epi64(A.re, B.re), kProductBits),
                _mm256_slli_epi64(_mm256_sub_epi64(A.im, B.im), kProductBits)};
     return {s, {round_shift<31 - kProductBits>(re), round_shift<31 - kProductBits>(im)}};
@@ -131,54 +141,39 @@ SONVEL_LANES_TARGET int symmetric_input_headroom(const int32_t *src, int n) {
 }
 
 SONVEL_LANES_TARGET void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k) {
+    const V conj = _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1);
     for (int b = 1; b <= m / 2; b += 4) {
         const Pair p = pair(spec + 2 * b, spec + 2 * (m - b - 3), w + 2 * b, false);
-        // Bins M-b-3..M-b first, then b..b+3 (for b + 3 = M/2 both write bin M/2 alike).
+        // Bins M-b-3..M-b first, then b..b+3 (for b + 3 = M/2 both write bin M/2 alike), each
+        // with its conjugate at N - bin: M+b..M+b+3 and N-b-3..N-b (both write bin 3M/2 alike).
         const V jr = round_shift(_mm256_sub_epi64(p.s.re, p.t.re), k);
         const V ji = round_shift(_mm256_sub_epi64(p.t.im, p.s.im), k);
-        store(dst + 2 * (m - b - 3), interleave<true>(jr, ji));
+        const V j = interleave<false>(jr, ji);  // bins M-b, M-b-1, .., M-b-3
+        store(dst + 2 * (m - b - 3), _mm256_permute4x64_epi64(j, 0x1B));
+        store(dst + 2 * (m + b), _mm256_sign_epi32(j, conj));
         const V kr = round_shift(_mm256_add_epi64(p.s.re, p.t.re), k);
         const V ki = round_shift(_mm256_add_epi64(p.s.im, p.t.im), k);
-        store(dst + 2 * b, interleave<false>(kr, ki));
+        const V b4 = interleave<false>(kr, ki);
+        store(dst + 2 * b, b4);
+        store(dst + 2 * (2 * m - b - 3), _mm256_sign_epi32(_mm256_permute4x64_epi64(b4, 0x1B), conj));
     }
 }
 
-SONVEL_LANES_TARGET void mirror(int32_t *dst, int n) {
-    const V conj = _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1);
-    const V rev = _mm256_setr_epi32(6, 7, 4, 5, 2, 3, 0, 1);
-    for (int b = 1; b < n / 2; b += 4) {
-        // Bins b..b+3 to N-b-3..N-b; the last step also takes bin N/2 onto itself (it is real).
-        const V a = _mm256_sign_epi32(load(dst + 2 * b), conj);
-        store(dst + 2 * (n - b - 3), _mm256_permutevar8x32_epi32(a, rev));
-    }
-}
-
-SONVEL_LANES_TARGET uint64_t merge(const int32_t *src, const int32_t *w, int32_t *wide, int m) {
+SONVEL_LANES_TARGET uint32_t merge(const int32_t *src, const int32_t *w, int32_t *out, int m) {
     V bits = _mm256_setzero_si256();
     for (int b = 1; b <= m / 2; b += 4) {
         const Pair p = pair(src + 2 * b, src + 2 * (m - b - 3), w + 2 * b, true);
-        const V jr = _mm256_sub_epi64(p.s.re, p.t.re);
-        const V ji = _mm256_sub_epi64(p.t.im, p.s.im);
-        const V kr = _mm256_add_epi64(p.s.re, p.t.re);
-        const V ki = _mm256_add_epi64(p.s.im, p.t.im);
-        // 64-bit (re, im) pairs: lanes 0, 1 and 2, 3 of each.
-        const V j01 = _mm256_permute2x128_si256(_mm256_unpacklo_epi64(jr, ji), _mm256_unpackhi_epi64(jr, ji), 0x20);
-        const V j23 = _mm256_permute2x128_si256(_mm256_unpacklo_epi64(jr, ji), _mm256_unpackhi_epi64(jr, ji), 0x31);
-        const V k01 = _mm256_permute2x128_si256(_mm256_unpacklo_epi64(kr, ki), _mm256_unpackhi_epi64(kr, ki), 0x20);
-        const V k23 = _mm256_permute2x128_si256(_mm256_unpacklo_epi64(kr, ki), _mm256_unpackhi_epi64(kr, ki), 0x31);
         // Partner lanes 0..3 hold bins M-b, M-b-1, .., M-b-3.
-        const int j = m - b - 3;
-        store(wide + 4 * j, _mm256_permute2x128_si256(j23, j23, 0x01));
-        store(wide + 4 * j + 8, _mm256_permute2x128_si256(j01, j01, 0x01));
-        store(wide + 4 * b, k01);
-        store(wide + 4 * b + 8, k23);
-        for (const V v : {jr, ji, kr, ki}) {
-            bits = _mm256_or_si256(bits, _mm256_xor_si256(v, _mm256_cmpgt_epi64(_mm256_setzero_si256(), v)));
-        }
+        const V j = interleave<true>(_mm256_sub_epi64(p.s.re, p.t.re), _mm256_sub_epi64(p.t.im, p.s.im));
+        const V k = interleave<false>(_mm256_add_epi64(p.s.re, p.t.re), _mm256_add_epi64(p.s.im, p.t.im));
+        store(out + 2 * (m - b - 3), j);
+        store(out + 2 * b, k);
+        bits = _mm256_or_si256(bits, _mm256_or_si256(magnitude(j), magnitude(k)));
     }
     __m128i b = _mm_or_si128(_mm256_castsi256_si128(bits), _mm256_extracti128_si256(bits, 1));
-    b = _mm_or_si128(b, _mm_unpackhi_epi64(b, b));
-    return static_cast<uint64_t>(_mm_cvtsi128_si64(b));
+    b = _mm_or_si128(b, _mm_shuffle_epi32(b, 0x4E));
+    b = _mm_or_si128(b, _mm_shuffle_epi32(b, 0xB1));
+    return static_cast<uint32_t>(_mm_cvtsi128_si32(b));
 }
 
 SONVEL_LANES_TARGET void unpack_real(const int32_t *z, int32_t *dst, int m) {
@@ -194,13 +189,10 @@ SONVEL_LANES_TARGET void unpack_real(const int32_t *z, int32_t *dst, int m) {
     }
 }
 
-SONVEL_LANES_TARGET void round_wide(const int32_t *wide, int32_t *out, int n, int k) {
-    const V idx = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
-    for (int i = 0; i < n; i += 8) {
-        const V a = _mm256_permutevar8x32_epi32(round_shift(load(wide + 2 * i), k), idx);
-        const V b = _mm256_permutevar8x32_epi32(round_shift(load(wide + 2 * i + 8), k), idx);
-        store(out + i, _mm256_blend_epi32(a, b, 0xF0));
-    }
+SONVEL_LANES_TARGET void round_words(int32_t *v, int n, int k) {
+    const V half = _mm256_set1_epi32(1 << (k - 1));
+    const __m128i count = _mm_cvtsi32_si128(k);
+    for (int i = 0; i < n; i += 8) store(v + i, _mm256_sra_epi32(_mm256_add_epi32(load(v + i), half), count));
 }
 
 }  // namespace sonvel::fft::simd

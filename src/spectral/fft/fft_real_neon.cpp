@@ -13,7 +13,6 @@ namespace sonvel::fft::simd {
 namespace {
 
 inline int32x4_t magnitude(int32x4_t x) { return veorq_s32(x, vshrq_n_s32(x, 31)); }
-inline int64x2_t magnitude64(int64x2_t x) { return veorq_s64(x, vshrq_n_s64(x, 63)); }
 inline uint32_t or_lanes(int32x4_t x) {
     const uint32x4_t u = vreinterpretq_u32_s32(x);
     const uint32x2_t h = vorr_u32(vget_low_u32(u), vget_high_u32(u));
@@ -24,7 +23,9 @@ inline uint32_t or_lanes(int32x4_t x) {
 inline int32x2x2_t reversed(int32x2x2_t x) { return {{vrev64_s32(x.val[0]), vrev64_s32(x.val[1])}}; }
 
 // Bins b, b+1 with their partners M-b, M-b-1 (see the portable step): S 2^kProductBits and
-// t = w' D with D = A - conj B, as w' A - w' conj B so that every factor fits 32 bits.
+// t = w' D with D = A - conj B. Forward, D may not fit 32 bits (the spectrum's words reach
+// sqrt(2) 2^30), so t is w' A - w' conj B, every factor 32 bits. Inverse, the input has log2 N
+// bits of headroom, D fits 32 bits and t takes half the products.
 struct Pair {
     int64x2_t sr, si, tr, ti;
 };
@@ -34,10 +35,18 @@ inline Pair pair(const int32_t *a, const int32_t *b, const int32_t *w, bool inve
     const int32x2x2_t W = vld2_s32(w);
     const int32x2_t w0 = W.val[1];
     const int32x2_t w1 = inverse ? W.val[0] : vneg_s32(W.val[0]);  // wr >= 0: no wrap
-    int64x2_t re = vmlsl_s32(vmull_s32(A.val[0], w0), B.val[0], w0);
-    re = vmlsl_s32(vmlsl_s32(re, A.val[1], w1), B.val[1], w1);
-    int64x2_t im = vmlsl_s32(vmull_s32(A.val[0], w1), B.val[0], w1);
-    im = vmlal_s32(vmlal_s32(im, A.val[1], w0), B.val[1], w0);
+    int64x2_t re, im;
+    if (inverse) {
+        const int32x2_t dr = vsub_s32(A.val[0], B.val[0]);
+        const int32x2_t di = vadd_s32(A.val[1], B.val[1]);
+        re = vmlsl_s32(vmull_s32(dr, w0), di, w1);
+        im = vmlal_s32(vmull_s32(dr, w1), di, w0);
+    } else {
+        re = vmlsl_s32(vmull_s32(A.val[0], w0), B.val[0], w0);
+        re = vmlsl_s32(vmlsl_s32(re, A.val[1], w1), B.val[1], w1);
+        im = vmlsl_s32(vmull_s32(A.val[0], w1), B.val[0], w1);
+        im = vmlal_s32(vmlal_s32(im, A.val[1], w0), B.val[1], w0);
+    }
     return {vshlq_n_s64(vaddl_s32(A.val[0], B.val[0]), kProductBits),
             vshlq_n_s64(vsubl_s32(A.val[1], B.val[1]), kProductBits),
             vrshrq_n_s64(re, 31 - kProductBits), vrshrq_n_s64(im, 31 - kProductBits)};
@@ -82,55 +91,39 @@ void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k) {
     const int64x2_t down = vdupq_n_s64(-k);
     for (int b = 1; b <= m / 2; b += 2) {
         const Pair p = pair(spec + 2 * b, spec + 2 * (m - b - 1), w + 2 * b, false);
-        // Bins M-b-1, M-b first, then b, b+1 (for b + 1 = M/2 both write bin M/2 alike).
+        // Bins M-b-1, M-b first, then b, b+1 (for b + 1 = M/2 both write bin M/2 alike), each
+        // with its conjugate at N - bin: M+b, M+b+1 and N-b-1, N-b (both write bin 3M/2 alike).
         const int32x2_t jr = vmovn_s64(vrshlq_s64(vsubq_s64(p.sr, p.tr), down));
         const int32x2_t ji = vmovn_s64(vrshlq_s64(vsubq_s64(p.ti, p.si), down));
         vst2_s32(dst + 2 * (m - b - 1), (int32x2x2_t{{vrev64_s32(jr), vrev64_s32(ji)}}));
+        vst2_s32(dst + 2 * (m + b), (int32x2x2_t{{jr, vneg_s32(ji)}}));
         const int32x2_t kr = vmovn_s64(vrshlq_s64(vaddq_s64(p.sr, p.tr), down));
         const int32x2_t ki = vmovn_s64(vrshlq_s64(vaddq_s64(p.si, p.ti), down));
         vst2_s32(dst + 2 * b, (int32x2x2_t{{kr, ki}}));
+        vst2_s32(dst + 2 * (2 * m - b - 1), (int32x2x2_t{{vrev64_s32(kr), vrev64_s32(vneg_s32(ki))}}));
     }
 }
 
-void mirror(int32_t *dst, int n) {
-    // Bins b, b+1 to N-b, N-b-1; the last step also takes bin N/2 onto itself (it is real).
-    for (int b = 1; b < n / 2; b += 2) {
-        const int32x2x2_t a = vld2_s32(dst + 2 * b);
-        vst2_s32(dst + 2 * (n - b - 1), (int32x2x2_t{{vrev64_s32(a.val[0]), vrev64_s32(vneg_s32(a.val[1]))}}));
-    }
-}
-
-uint64_t merge(const int32_t *src, const int32_t *w, int32_t *wide, int m) {
-    int64x2_t bits = vdupq_n_s64(0);
-    // Bin i's 64-bit (re, im) at words 4i..4i+3 of wide.
-    const auto put = [wide](int bin, int64x2_t re, int64x2_t im) {
-        vst1q_s32(wide + 4 * bin, vreinterpretq_s32_s64(vzip1q_s64(re, im)));
-        vst1q_s32(wide + 4 * bin + 4, vreinterpretq_s32_s64(vzip2q_s64(re, im)));
-    };
+uint32_t merge(const int32_t *src, const int32_t *w, int32_t *out, int m) {
+    int32x2_t bits = vdup_n_s32(0);
     for (int b = 1; b <= m / 2; b += 2) {
         const Pair p = pair(src + 2 * b, src + 2 * (m - b - 1), w + 2 * b, true);
-        const int64x2_t jr = vsubq_s64(p.sr, p.tr);
-        const int64x2_t ji = vsubq_s64(p.ti, p.si);
-        const int64x2_t kr = vaddq_s64(p.sr, p.tr);
-        const int64x2_t ki = vaddq_s64(p.si, p.ti);
         // Partner lanes hold bins M-b, M-b-1.
-        put(m - b - 1, vextq_s64(jr, jr, 1), vextq_s64(ji, ji, 1));
-        put(b, kr, ki);
-        bits = vorrq_s64(vorrq_s64(bits, vorrq_s64(magnitude64(jr), magnitude64(ji))),
-                         vorrq_s64(magnitude64(kr), magnitude64(ki)));
+        const int32x2_t jr = vmovn_s64(vsubq_s64(p.sr, p.tr));
+        const int32x2_t ji = vmovn_s64(vsubq_s64(p.ti, p.si));
+        const int32x2_t kr = vmovn_s64(vaddq_s64(p.sr, p.tr));
+        const int32x2_t ki = vmovn_s64(vaddq_s64(p.si, p.ti));
+        vst2_s32(out + 2 * (m - b - 1), (int32x2x2_t{{vrev64_s32(jr), vrev64_s32(ji)}}));
+        vst2_s32(out + 2 * b, (int32x2x2_t{{kr, ki}}));
+        const int32x4_t jk = vorrq_s32(magnitude(vcombine_s32(jr, ji)), magnitude(vcombine_s32(kr, ki)));
+        bits = vorr_s32(bits, vorr_s32(vget_low_s32(jk), vget_high_s32(jk)));
     }
-    return static_cast<uint64_t>(vgetq_lane_s64(bits, 0) | vgetq_lane_s64(bits, 1));
+    return static_cast<uint32_t>(vget_lane_s32(bits, 0) | vget_lane_s32(bits, 1));
 }
 
-void round_wide(const int32_t *wide, int32_t *out, int n, int k) {
-    const int64x2_t down = vdupq_n_s64(-k);
-    for (int i = 0; i < n; i += 4) {
-        const int64x2_t x = vreinterpretq_s64_s32(vld1q_s32(wide + 2 * i));
-        const int64x2_t y = vreinterpretq_s64_s32(vld1q_s32(wide + 2 * i + 4));
-        const int32x2_t a = vmovn_s64(vrshlq_s64(x, down));
-        const int32x2_t b = vmovn_s64(vrshlq_s64(y, down));
-        vst1q_s32(out + i, vcombine_s32(a, b));
-    }
+void round_words(int32_t *v, int n, int k) {
+    const int32x4_t down = vdupq_n_s32(-k);
+    for (int i = 0; i < n; i += 4) vst1q_s32(v + i, vrshlq_s32(vld1q_s32(v + i), down));
 }
 
 void unpack_real(const int32_t *z, int32_t *dst, int m) {

@@ -145,12 +145,7 @@ bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     sink(m, (r0 - i0) << (1 + kProductBits), 0);
     // Bins N-b = conj(bin b); |Im X[b]| < 2^31 - 2^(31 - log2 N) + 2, so the negation never
     // saturates.
-    if constexpr (simd::kRealSteps) {
-        if (vec) {
-            simd::mirror(dst, n);
-            return true;
-        }
-    }
+    if (vec) return true;  // the vectorised split wrote them
     for (int b = 1; b < m; ++b) {
         dst[2 * (n - b)] = dst[2 * b];
         dst[2 * (n - b) + 1] = fx::sat32(-int64_t{dst[2 * b + 1]});
@@ -168,14 +163,20 @@ bool real_inverse(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     // onto the stack as the input of the N/2-point stages, carrying their first stage's guard
     // bits g: e is the largest (up to kProductBits) that leaves log2 M - g bits of headroom, one
     // spare bit covering the rounding. |Y| <= |X[k]| + |X[k+M]| makes e >= g - 1 for an input
-    // with log2 N bits of headroom.
+    // with log2 N bits of headroom. The vectorised merge writes the same values as 32-bit words
+    // (they fit, see simd::merge) straight onto the stack and rounds them there.
     const Sink64 wide{dst};
     const int64_t x0 = src[0], xm = src[n];
     const int32_t *w = p.tw + p.splitOffset;
     wide(0, (x0 + xm) << kProductBits, (x0 - xm) << kProductBits);
     uint64_t bits = magnitude_bits64(wide.get(0)) | magnitude_bits64(wide.get(1));
+    alignas(32) int32_t merged[kMaxN];
     if constexpr (simd::kRealSteps) {
-        if (vec) bits |= simd::merge(src, w, dst, m);
+        if (vec) {
+            merged[0] = static_cast<int32_t>(wide.get(0));
+            merged[1] = static_cast<int32_t>(wide.get(1));
+            bits |= simd::merge(src, w, merged, m);
+        }
     }
     if (!vec) {
         step<true>(src, w, m, wide);
@@ -184,10 +185,9 @@ bool real_inverse(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     const int g = first_guard(p.half);
     const int e = std::min(__builtin_clrsbll(static_cast<int64_t>(bits)) - 28 - (p.order - 1 - g),
                            kProductBits);
-    alignas(32) int32_t merged[kMaxN];
     const int k = 1 + kProductBits - e;
     if constexpr (simd::kRealSteps) {
-        if (vec) simd::round_wide(dst, merged, n, k);
+        if (vec) simd::round_words(merged, n, k);
     }
     if (!vec) {
         for (int i = 0; i < n; ++i) merged[i] = fx::rnd(wide.get(i), k);

@@ -26,17 +26,16 @@ int symmetric_input_headroom(const int32_t *src, int n);
 // dst[4t..4t+3] = (Re z[t], 0, Im z[t], 0), t < m, from the front (z may lie in dst's upper half).
 void unpack_real(const int32_t *z, int32_t *dst, int m);
 
-// The split step's bins 1..M/2 and M/2..M-1 from spec (bins 0..M-1), rounded by 2^-k, k >= 5.
+// The split step's bins 1..M/2 and M/2..M-1 from spec (bins 0..M-1), rounded by 2^-k, k >= 5,
+// and with them bins N-b = conj(bin b) (M+1..N-1); bins 0 and M are left to the caller.
 void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k);
 
-// Bins N-b = conj(bin b) for b = 1..N/2-1.
-void mirror(int32_t *dst, int n);
+// The merge step's bins 1..M-1 as 32-bit words into out (bins 0 and M are the caller's); returns
+// the OR of their magnitude bits. They are the portable step's 64-bit results, which fit: with
+// log2 N >= 7 bits of headroom in src, |S 2^kProductBits| <= 2^29 and |t| <= sqrt(2) 2^29 + 1.
+uint32_t merge(const int32_t *src, const int32_t *w, int32_t *out, int m);
 
-// The merge step's bins 1..M-1 in 64 bits (as the portable one stores them); returns the OR of
-// their magnitude bits.
-uint64_t merge(const int32_t *src, const int32_t *w, int32_t *wide, int m);
-
-// out[i] = the 64-bit word i of wide rounded by 2^-k (1..5), i < n; the results fit.
-void round_wide(const int32_t *wide, int32_t *out, int n, int k);
+// v[i] rounded by 2^-k (1..5) in place, i < n (the sums with the rounding half fit 32 bits).
+void round_words(int32_t *v, int n, int k);
 
 }  // namespace sonvel::fft::simd

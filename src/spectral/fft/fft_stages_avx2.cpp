@@ -356,11 +356,12 @@ SONVEL_LANES_TARGET void last_stage_with(int32_t *d, const Plan &p, const Layout
     }
 }
 
-SONVEL_LANES_TARGET void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap) {
+SONVEL_LANES_TARGET void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap,
+                        bool fits) {
     const int64_t half = (int64_t{1} << (shift - 1)) + kOffset;
     const __m128i count = _mm_cvtsi32_si128(shift);
     const __m128i countHigh = _mm_cvtsi32_si128(32 - shift);
-    if (shift >= kUnclampedShift) {
+    if (fits || shift >= kUnclampedShift) {
         last_stage_with(d, p, l, swap, RoundPlain{_mm256_set1_epi64x(half), count, countHigh});
     } else {
         const int64_t top = int64_t{1} << (31 + shift);
@@ -380,10 +381,9 @@ SONVEL_LANES_TARGET void last_stage(int32_t *d, const Plan &p, const Layout &l, 
 
 namespace sonvel::fft::simd {
 
-bool available() { return false; }
 int first_stage(const int32_t *, int32_t *, const Layout &, int, bool) { return 0; }
 void middle_stage(int32_t *, const Plan &, const Layout &, int) {}
-void last_stage(int32_t *, const Plan &, const Layout &, int, bool) {}
+void last_stage(int32_t *, const Plan &, const Layout &, int, bool, bool) {}
 
 }  // namespace sonvel::fft::simd
 

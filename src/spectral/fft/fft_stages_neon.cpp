@@ -155,6 +155,13 @@ struct RoundClamp {
     int32x2_t operator()(int64x2_t v) const { return vqmovn_s64(vrshlq_s64(v, negShift)); }
 };
 
+// Rounding by 2^-shift for shifts from kUnclampedShift on, where the clamp cannot act: the plain
+// narrowing keeps the same bits without the saturating step.
+struct RoundShift {
+    int64x2_t negShift;
+    int32x2_t operator()(int64x2_t v) const { return vmovn_s64(vrshlq_s64(v, negShift)); }
+};
+
 template <bool KZero, bool Swap, class Round>
 inline void butterflies(int32_t *y, int m, const int32_t *const (&w)[3], const Round &round) {
     C2 a[4] = {widen(vld2_s32(y)), twiddle_k<KZero>(vld2_s32(y + 2 * m), vld2_s32(w[0])),
@@ -199,12 +206,20 @@ void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {
     stage<false>(d, p, l, s, RoundPlain<kProductBits + 2>{});
 }
 
-void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap) {
-    const RoundClamp round{vdupq_n_s64(-shift)};
+template <class Round>
+void last_stage_with(int32_t *d, const Plan &p, const Layout &l, bool swap, const Round &round) {
     if (swap) {
         stage<true>(d, p, l, l.stages - 1, round);
     } else {
         stage<false>(d, p, l, l.stages - 1, round);
+    }
+}
+
+void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap, bool fits) {
+    if (fits || shift >= kUnclampedShift) {
+        last_stage_with(d, p, l, swap, RoundShift{vdupq_n_s64(-shift)});
+    } else {
+        last_stage_with(d, p, l, swap, RoundClamp{vdupq_n_s64(-shift)});
     }
 }
 

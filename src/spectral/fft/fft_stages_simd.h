@@ -30,7 +30,8 @@ int first_stage(const int32_t *src, int32_t *dst, const Layout &l, int guard, bo
 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s);
 
 // The last stage in place; results rounded by 2^-shift (shift 1..31), clamped, re / im
-// exchanged with swap.
+// exchanged with swap. With fits the caller knows that the results fit 32 bits (see
+// fft_transform.cpp) and the clamp is left out; the bits are the same.
 //
 // From kUnclampedShift on the clamp cannot act, whatever 32-bit words the stage reads: a widened
 // word is |16 d| <= 2^35, a rounded twiddle product |(d.re w.re - d.im w.im) 2^-27| <=
@@ -38,7 +39,7 @@ void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s);
 // below 6 * 2^35 = 0.75 * 2^38 and, with the rounding half 2^(shift-1) <= 2^30 added, inside
 // the clamp bounds +-2^(31+shift) for shift >= 7. (The inverse transform always passes
 // log2 N + 5 or more for scale factors >= 0.)
-void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap);
+void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap, bool fits);
 inline constexpr int kUnclampedShift = 7;
 
 }  // namespace sonvel::fft::simd
