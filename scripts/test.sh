@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The one test command: installs the Debian packages the build needs (when missing), then builds and
 # runs the whole suite three ways, each in its own build directory:
+#   format   the C and C++ sources against .clang-format (scripts/lib/format_check.sh)
 #   native   Release build with the benchmarks (built, not run)          build/ci-native
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer, halting on the first report
 #                                                                         build/ci-asan
@@ -14,7 +15,7 @@
 # The native configuration also builds the command-line tool with its tests, installs everything
 # into a temporary prefix and builds and runs examples/ against the installed package (through
 # find_package, through pkg-config and through the flat header path of earlier releases).
-# Usage: bash scripts/test.sh [native] [asan] [tsan] [aarch64] [fuzz] [pipewire] [gstreamer]
+# Usage: bash scripts/test.sh [format] [native] [asan] [tsan] [aarch64] [fuzz] [pipewire] [gstreamer]
 #        (no argument: all, in order)
 # FUZZ_SECONDS sets the time per fuzz target (default 30).
 set -euo pipefail
@@ -25,14 +26,14 @@ source scripts/lib/ci.sh
 
 configs=("$@")
 if [ ${#configs[@]} -eq 0 ]; then
-  configs=(native asan tsan aarch64 fuzz)
+  configs=(format native asan tsan aarch64 fuzz)
   [ -f scripts/lib/pipewire_e2e.sh ] && configs+=(pipewire)
   [ -f scripts/lib/gstreamer_e2e.sh ] && configs+=(gstreamer)
 fi
 for c in "${configs[@]}"; do
   case $c in
-    native | asan | tsan | aarch64 | fuzz | pipewire | gstreamer) ;;
-    *) die "unknown configuration '$c' (expected native, asan, tsan, aarch64, fuzz, pipewire or gstreamer)" ;;
+    format | native | asan | tsan | aarch64 | fuzz | pipewire | gstreamer) ;;
+    *) die "unknown configuration '$c' (expected format, native, asan, tsan, aarch64, fuzz, pipewire or gstreamer)" ;;
   esac
 done
 
@@ -47,6 +48,9 @@ for c in "${configs[@]}"; do
   if [ "$c" = aarch64 ]; then
     packages+=(g++-aarch64-linux-gnu binutils-aarch64-linux-gnu googletest qemu-user)
   fi
+  if [ "$c" = format ]; then
+    packages+=(clang-format-14)
+  fi
   if [ "$c" = fuzz ]; then
     packages+=(clang libclang-rt-14-dev)
   fi
@@ -57,6 +61,14 @@ generator=(-G Ninja)
 command -v ninja > /dev/null || generator=(-G "Unix Makefiles")
 tools_flag=()
 [ -f tools/CMakeLists.txt ] && tools_flag=(-DSONVEL_BUILD_TOOLS=ON)
+
+run_format() {
+  local t0=$SECONDS
+  echo
+  echo "== [format] clang-format check"
+  bash scripts/lib/format_check.sh || fail format check $t0
+  summary+=("$(printf '%-8s passed  %s' format "$(elapsed $((SECONDS - t0)))")")
+}
 
 run_native() {
   build_and_test native build/ci-native "${generator[@]}" -DCMAKE_BUILD_TYPE=Release \
