@@ -182,23 +182,17 @@ run_fuzz() {
 }
 
 # The end-to-end runs of the plug-ins use the native build (built first when it is missing).
-run_pipewire() {
-  local t0=$SECONDS
+run_e2e() {
+  local name=$1 what=$2 t0=$SECONDS
   [ -d build/ci-native ] || run_native
   echo
-  echo "== [pipewire] end to end in a private daemon"
-  bash scripts/lib/pipewire_e2e.sh build/ci-native || fail pipewire test $t0
-  summary+=("$(printf '%-8s passed  %s' pipewire "$(elapsed $((SECONDS - t0)))")")
+  echo "== [$name] $what"
+  bash "scripts/lib/${name}_e2e.sh" build/ci-native || fail "$name" test $t0
+  summary+=("$(printf '%-8s passed  %s' "$name" "$(elapsed $((SECONDS - t0)))")")
 }
 
-run_gstreamer() {
-  local t0=$SECONDS
-  [ -d build/ci-native ] || run_native
-  echo
-  echo "== [gstreamer] end to end with gst-launch"
-  bash scripts/lib/gstreamer_e2e.sh build/ci-native || fail gstreamer test $t0
-  summary+=("$(printf '%-8s passed  %s' gstreamer "$(elapsed $((SECONDS - t0)))")")
-}
+run_pipewire() { run_e2e pipewire "end to end in a private daemon"; }
+run_gstreamer() { run_e2e gstreamer "end to end with gst-launch"; }
 
 start=$SECONDS
 for c in "${configs[@]}"; do
