@@ -224,12 +224,8 @@ int16_t decide(AecState *st, const PrefBand &pref, const int16_t *coh_ed, const 
     return band_gain;
 }
 
-}  // namespace sup
-
-namespace {
-
-// Far/near incoherence xd <- 32767 - xd (saturated) and the first gains hnl = min(coh_ed, xd).
-void incoherence_and_gains(sp::Isa isa, const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins) {
+void incoherence_and_gains(sp::Isa isa, const int16_t *coh_ed, int16_t *xd, int16_t *hnl,
+                           int bins) {
     if (sp::lanes_checked(isa, {{xd, 2u * bins}, {hnl, 2u * bins}},
                           [&](sp::Isa i) { incoherence_and_gains(i, coh_ed, xd, hnl, bins); }))
         return;
@@ -243,7 +239,7 @@ void incoherence_and_gains(sp::Isa isa, const int16_t *coh_ed, int16_t *xd, int1
     }
 }
 
-}  // namespace
+}  // namespace sup
 
 extern "C" SONVEL_API void Sonvel_AEC_CrossCoh(const AecState *state, int16_t *out, int16_t sel) {
     sup::coherence(sp::instance_isa(state), state, sel != 0, out);
@@ -260,7 +256,7 @@ extern "C" SONVEL_API void Sonvel_AEC_HnledCalc(AecState *state, int16_t *hnl, i
     sup::coherence(isa, state, true, xd);
 
     // 2. Far/near incoherence; the first gains are the smaller of it and coh_ed.
-    incoherence_and_gains(isa, coh_ed, xd, hnl, bins);
+    sup::incoherence_and_gains(isa, coh_ed, xd, hnl, bins);
 
     // 3. Mean incoherence over the configured band.
     state->s16XdAvg = sup::band_mean(xd, state->s16CohBinLo, state->s16CohBinHi, bins);

@@ -14,6 +14,9 @@ namespace sup {
 // far end and near end; the vector path gives the portable path's bits.
 void coherence(sp::Isa isa, const AecState *st, bool far, int16_t *out);
 
+// Far/near incoherence xd <- 32767 - xd (saturated) and the first gains hnl = min(coh_ed, xd).
+void incoherence_and_gains(sp::Isa isa, const int16_t *coh_ed, int16_t *xd, int16_t *hnl, int bins);
+
 // Mean of v over [lo, hi) rounded down; the edges are bounded to the computed bins 0..bins-1 and an
 // empty band gives 0.
 int16_t band_mean(const int16_t *v, int lo, int hi, int bins);

@@ -13,6 +13,7 @@
 #include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
 #include "fixedpoint/extended_ops.h"
+#include "spectral/lane_check.h"
 #include "spectral/processor.h"
 #include "state/aec_state.h"
 #include "suppressor/suppressor_lanes.h"
@@ -107,15 +108,44 @@ sup::lanes::OverdriveCaps lane_caps(const AecState *st) {
     return {lo, high ? lo + 1 : 1, high ? hi : 0, st->s16OvrdCapLo, st->s16OvrdCapHi};
 }
 
-// E[k] = int(float(g[k]) * float(E[k]) * 2^-15) per part, for bins from..bins-1.
-void apply_gains(const int16_t *g, int32_t *E, int from, int bins) {
-    for (int k = from; k < bins; ++k) {
+// E[k] = int(float(g[k]) * float(E[k]) * 2^-15) per part, for bins 0..bins-1.
+void apply_gains(sp::Isa isa, const int16_t *g, int32_t *E, int bins) {
+    if (sp::lanes_checked(isa, {{E, 8u * bins}}, [&](sp::Isa i) { apply_gains(i, g, E, bins); }))
+        return;
+    const int applied = sp::lanes_on(isa) ? sup::lanes::apply_gains(g, E, 2 * bins) : 0;
+    for (int k = applied / 2; k < bins; ++k) {
         const float gf = fx::i2f(g[k]);
         for (int p = 0; p < 2; ++p) {
             const float prod = gf * fx::i2f(E[2 * k + p]);
             E[2 * k + p] = fx::f2i(prod * kTwoPowM15);
         }
     }
+}
+
+// Steps 1-3 on bins 0..last: weighting toward the band gain fb, overdrive shaped by frequency
+// (curves wc, oc) and capped, power.
+void shape_gains(sp::Isa isa, const AecState *st, int16_t *g, int32_t fb, const int16_t *wc,
+                 const int16_t *oc, int last) {
+    if (sp::lanes_checked(isa, {{g, 2u * (last + 1)}},
+                          [&](sp::Isa i) { shape_gains(i, st, g, fb, wc, oc, last); }))
+        return;
+    // Bins 0..done-1 in vector steps, the rest below.
+    const int done = sp::lanes_on(isa) ? sup::lanes::shape_gains(g, fb, wc, st->as16BinOvrd, oc,
+                                                                 lane_caps(st), last + 1)
+                                       : 0;
+
+    // 1. Weighting toward the band gain; overdrive shaped by frequency.
+    int16_t od[sonvel::kBinWords] = {};
+    for (int k = done; k <= last; ++k) {
+        g[k] = weigh_toward_band(g[k], fb, wc[k]);
+        od[k] = fx::sat16((int32_t{st->as16BinOvrd[k]} * oc[k]) >> 14);
+    }
+
+    // 2. Overdrive caps.
+    cap_overdrive(st, od, last);
+
+    // 3. Power.
+    for (int k = done; k <= last; ++k) g[k] = overdrive_power(g[k], od[k]);
 }
 
 }  // namespace
@@ -130,26 +160,7 @@ extern "C" SONVEL_API void Sonvel_AEC_NlpPro(AecState *state, int16_t *g, int32_
         narrow ? Sonvel_AEC_gasAecOverDriveCurve_65 : Sonvel_AEC_gasAecOverDriveCurve_129;
 
     const sp::Isa isa = sp::instance_isa(state);
-
-    // 1-3 of bins 0..done-1 in vector steps, the rest below.
-    int done = 0;
-    if (sp::lanes_on(isa)) {
-        done = sup::lanes::shape_gains(g, fb, wc, state->as16BinOvrd, oc, lane_caps(state),
-                                       last + 1);
-    }
-
-    // 1. Weighting toward the band gain; overdrive shaped by frequency.
-    int16_t od[sonvel::kBinWords] = {};
-    for (int k = done; k <= last; ++k) {
-        g[k] = weigh_toward_band(g[k], fb, wc[k]);
-        od[k] = fx::sat16((int32_t{state->as16BinOvrd[k]} * oc[k]) >> 14);
-    }
-
-    // 2. Overdrive caps.
-    cap_overdrive(state, od, last);
-
-    // 3. Power.
-    for (int k = done; k <= last; ++k) g[k] = overdrive_power(g[k], od[k]);
+    shape_gains(isa, state, g, fb, wc, oc, last);
 
     // 4. Cap by the echo-band gain at far-end activity.
     cap_at_far_activity(state, g, last);
@@ -158,7 +169,5 @@ extern "C" SONVEL_API void Sonvel_AEC_NlpPro(AecState *state, int16_t *g, int32_
     treat_bands(state, g, last);
 
     // 6. Application to the error spectrum, bins 0..L+3.
-    const int words = 2 * (last + 4);
-    const int applied = sp::lanes_on(isa) ? sup::lanes::apply_gains(g, E, words) : 0;
-    apply_gains(g, E, applied / 2, last + 4);
+    apply_gains(isa, g, E, last + 4);
 }

@@ -9,10 +9,10 @@
 
 #include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
-#include "state/aec_state.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
 #include "spectral/lane_check.h"
+#include "state/aec_state.h"
 #include "suppressor/spectrum_power.h"
 #include "suppressor/suppressor_lanes.h"
 #include "suppressor/synthesis.h"
@@ -46,7 +46,8 @@ void build_window(const AecState *st, int16_t *w) {
 // A frame of 16-bit samples, windowed and brought to the scale shifted left by s.
 void window_pcm(sp::Isa isa, const int16_t *w, const int16_t *pcm, int32_t *frame, int shift,
                 int n) {
-    if (sp::lanes_checked(isa, {{frame, 4u * n}}, [&](sp::Isa i) { window_pcm(i, w, pcm, frame, shift, n); }))
+    if (sp::lanes_checked(isa, {{frame, 4u * n}},
+                          [&](sp::Isa i) { window_pcm(i, w, pcm, frame, shift, n); }))
         return;
     int i = sp::lanes_on(isa) ? sup::lanes::window_pcm(w, pcm, frame, shift, n) : 0;
     for (; i < n; ++i) frame[i] = (w[i] * pcm[i]) >> shift;
@@ -54,7 +55,8 @@ void window_pcm(sp::Isa isa, const int16_t *w, const int16_t *pcm, int32_t *fram
 
 // A block of 32-bit samples windowed by the part of the window that starts at w.
 void window_q15(sp::Isa isa, const int16_t *w, const int32_t *in, int32_t *frame, int count) {
-    if (sp::lanes_checked(isa, {{frame, 4u * count}}, [&](sp::Isa i) { window_q15(i, w, in, frame, count); }))
+    if (sp::lanes_checked(isa, {{frame, 4u * count}},
+                          [&](sp::Isa i) { window_q15(i, w, in, frame, count); }))
         return;
     int i = sp::lanes_on(isa) ? sup::lanes::window_q15(w, in, frame, count) : 0;
     for (; i < count; ++i) frame[i] = fx::rnd(static_cast<int64_t>(in[i]) * w[i], 15);
@@ -62,8 +64,8 @@ void window_q15(sp::Isa isa, const int16_t *w, const int32_t *in, int32_t *frame
 
 // The previous and current block of a 32-bit signal as one windowed frame; the current block
 // becomes the previous.
-void window_blocks(sp::Isa isa, const int16_t *w, int32_t *prev, const int32_t *cur,
-                   int32_t *frame, int half) {
+void window_blocks(sp::Isa isa, const int16_t *w, int32_t *prev, const int32_t *cur, int32_t *frame,
+                   int half) {
     window_q15(isa, w, prev, frame, half);
     window_q15(isa, w + half, cur, frame + half, half);
     std::memcpy(prev, cur, sizeof(int32_t) * static_cast<size_t>(half));
@@ -84,7 +86,8 @@ void build_frames(AecState *st, const int16_t *w, Spectra &f) {
 
 // Step 4: no word of bins 0..N/2 stays zero; the guard words are cleared again.
 void zero_guard(sp::Isa isa, int32_t *spectrum, int n) {
-    if (sp::lanes_checked(isa, {{spectrum, 4u * (n + 8)}}, [&](sp::Isa i) { zero_guard(i, spectrum, n); }))
+    if (sp::lanes_checked(isa, {{spectrum, 4u * (n + 8)}},
+                          [&](sp::Isa i) { zero_guard(i, spectrum, n); }))
         return;
     int i = sp::lanes_on(isa) ? sup::lanes::mark_zero_words(spectrum, n + 2) : 0;
     for (; i < n + 2; ++i) spectrum[i] |= static_cast<int32_t>(spectrum[i] == 0);
@@ -92,12 +95,16 @@ void zero_guard(sp::Isa isa, int32_t *spectrum, int n) {
 }
 
 // Step 5: instantaneous near-end power per bin (twice the power on the scale of Sd) and its sum.
-int64_t near_power(AecState *st, const int32_t *d) {
+int64_t near_power(sp::Isa isa, AecState *st, const int32_t *d) {
     const int s = st->s16RateShift;
     const int bins = st->s16HalfFftLen + 4;
     int64_t sum = 0;
+    if (sp::lanes_checked(
+            isa, {{st->ai32DPowMan, 4u * bins}, {st->as16DPowExp, 2u * bins}, {&sum, sizeof sum}},
+            [&](sp::Isa i) { sum = near_power(i, st, d); }))
+        return sum;
     int k = 0;
-    if (sp::lanes_on(sp::instance_isa(st))) {
+    if (sp::lanes_on(isa)) {
         k = sup::lanes::bin_powers(d, st->ai32DPowMan, st->as16DPowExp, 2 * s - 33, 17 - 2 * s,
                                    &sum, bins);
     }
@@ -147,7 +154,9 @@ void smooth_powers(AecState *st, const Spectra &f) {
 // Step 9: sum of a smoothed power over bins 0..L at the common scale 2^c, divided by 2^8.
 int32_t band_sum(sp::Isa isa, const int32_t *man, const int16_t *exp, int bins, int c) {
     int32_t r = 0;
-    if (sp::lanes_checked(isa, {{&r, sizeof r}}, [&](sp::Isa i) { r = band_sum(i, man, exp, bins, c); })) return r;
+    if (sp::lanes_checked(isa, {{&r, sizeof r}},
+                          [&](sp::Isa i) { r = band_sum(i, man, exp, bins, c); }))
+        return r;
     int64_t sum = 0;
     int k = sp::lanes_on(isa) ? sup::lanes::band_sum(man, exp, c, &sum, bins) : 0;
     for (; k < bins; ++k) sum += fx::shr_trunc(man[k], exp[k] - c);
@@ -157,7 +166,9 @@ int32_t band_sum(sp::Isa isa, const int32_t *man, const int16_t *exp, int bins, 
 // The common scale: one below the smallest Q value of both powers.
 int common_scale(sp::Isa isa, const int16_t *a, const int16_t *b, int bins) {
     int r = 0;
-    if (sp::lanes_checked(isa, {{&r, sizeof r}}, [&](sp::Isa i) { r = common_scale(i, a, b, bins); })) return r;
+    if (sp::lanes_checked(isa, {{&r, sizeof r}},
+                          [&](sp::Isa i) { r = common_scale(i, a, b, bins); }))
+        return r;
     int16_t lowest = INT16_MAX;
     int k = sp::lanes_on(isa) ? sup::lanes::min_q2(a, b, &lowest, bins) : 0;
     for (; k < bins; ++k) {
@@ -176,16 +187,22 @@ void smooth_cross(AecState *st, const Spectra &f) {
     sp::conj_mult_smooth_q(isa, f.e, f.d, st->ai32SedMan, s, st->as16SedExp, kSmooth, bins);
 }
 
+// Sum of the output's bin powers over bins 0..bins-1.
+int64_t output_power(sp::Isa isa, const int32_t *e, int bins, int s) {
+    int64_t sum = 0;
+    if (sp::lanes_checked(isa, {{&sum, sizeof sum}},
+                          [&](sp::Isa i) { sum = output_power(i, e, bins, s); }))
+        return sum;
+    const int k = sp::lanes_on(isa)
+                      ? sup::lanes::bin_powers(e, nullptr, nullptr, 0, 17 - 2 * s, &sum, bins)
+                      : 0;
+    return sum + sup::power_sum(e + 2 * k, bins - k, s);
+}
+
 // Step 12: mute the block when the suppressed output keeps less than 1/64 of the near-end power.
 void mute_if_quiet(const AecState *st, int64_t sum_d, int32_t *e, int16_t *hnl) {
     const int half = st->s16HalfFftLen;
-    const int s = st->s16RateShift;
-    int64_t sum_out = 0;
-    int k = 0;
-    if (sp::lanes_on(sp::instance_isa(st))) {
-        k = sup::lanes::bin_powers(e, nullptr, nullptr, 0, 17 - 2 * s, &sum_out, half + 4);
-    }
-    sum_out += sup::power_sum(e + 2 * k, half + 4 - k, s);
+    const int64_t sum_out = output_power(sp::instance_isa(st), e, half + 4, st->s16RateShift);
     if (!sup::output_too_quiet(sum_d, sum_out)) return;
     for (int i = 0; i < 2 * half + 2; ++i) e[i] = 0;
     for (int k = 0; k <= half; ++k) hnl[k] = 0;
@@ -217,7 +234,7 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Nlp(AecState *state, int16_t *out) {
     for (int32_t *spectrum : {f.x, f.d, f.e, f.y}) zero_guard(isa, spectrum, n);
 
     // 5-7. Near-end power, far-end quiet detector, delayed far end.
-    const int64_t sum_d = near_power(state, f.d);
+    const int64_t sum_d = near_power(sp::instance_isa(state), state, f.d);
     const bool pass_through = far_quiet(state);
     delay_far(state, f.x);
 

@@ -72,7 +72,7 @@ TEST(CoherenceTest, MatchesReferenceForEachPairAtBothRates) {
 // bits either way), at every bin count from one vector up, so that every position of the last,
 // overlapping vector is met; and so does the analysis built on the coherences.
 TEST(CoherenceTest, VectorPathMatchesPortable) {
-    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector unit on this processor";
     auto st = suptest::make_state(true);
     std::mt19937 rng(31);
     const int32_t mant_edges[] = {0, -1, 1, INT32_MIN, INT32_MAX, 1 << 30, -(1 << 30), (1 << 29) + 1};
@@ -109,8 +109,21 @@ TEST(CoherenceTest, VectorPathMatchesPortable) {
             sup::coherence(sp::Isa::kVector, st.get(), far, got);
             for (int k = 0; k < bins; ++k) ASSERT_EQ(got[k], want[k]) << "trial " << trial << " far " << far << " bin " << k;
         }
+        // Incoherence and first gains from coherences over the whole int16 range.
+        int16_t coh[sonvel::kBinWords], xd_p[sonvel::kBinWords], gain_p[sonvel::kBinWords];
+        for (int k = 0; k < bins; ++k) {
+            coh[k] = static_cast<int16_t>(rng());
+            xd_p[k] = rng() % 4 == 0 ? q_edges[rng() % 2] : static_cast<int16_t>(rng());
+        }
+        int16_t xd_v[sonvel::kBinWords], gain_v[sonvel::kBinWords];
+        std::copy(xd_p, xd_p + bins, xd_v);
+        sup::incoherence_and_gains(sp::Isa::kPortable, coh, xd_p, gain_p, bins);
+        sup::incoherence_and_gains(sp::Isa::kVector, coh, xd_v, gain_v, bins);
+        ASSERT_TRUE(std::equal(xd_p, xd_p + bins, xd_v)) << "trial " << trial;
+        ASSERT_TRUE(std::equal(gain_p, gain_p + bins, gain_v)) << "trial " << trial;
+        // The whole analysis (incoherence, gains, band sort, decisions) on an instance of each
+        // path; aarch64 instances always take the lanes.
 #if defined(__x86_64__)
-        // The whole analysis (incoherence, gains, band sort, decisions) on an instance of each path.
         if (trial % 3 == 2) continue;  // the bin counts of the two rates only
         auto path = [&](int32_t vectorised, int16_t *hnl, int16_t &fb) {
             auto copy = std::make_unique<AecState>(*st);

@@ -87,14 +87,12 @@ TEST(GainShaping, SpectralAndTemporalSmoothingAndTaper) {
     }
 }
 
-#if defined(__x86_64__)
-
 // The vector steps 1-3 give the scalar results for every gain, with overdrives over the whole
 // int16 range (the product with the curve saturating too), band gains inside the int16 range and
 // at its ends, and caps in every position; band gains outside the int16 range are left to the
 // scalar steps.
 TEST(GainShaping, VectorStepsMatchTheScalarStepsForEveryGain) {
-    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector unit on this processor";
     constexpr int kCount = 65536;
     Gains g(kCount), wc(kCount), ovrd(kCount), oc(kCount), out(kCount);
     std::mt19937 rng(5);
@@ -135,13 +133,11 @@ TEST(GainShaping, VectorStepsMatchTheScalarStepsForEveryGain) {
     }
 }
 
-#endif
-
 // The whole shaping on the vector path and on the portable path of the same instance gives the
 // same gains, error spectrum and state, at both rates, in every high-frequency mode and cap
 // setting, for extreme gains, band gains (in and outside the int16 range) and spectra.
 TEST(GainShaping, VectorPathMatchesPortable) {
-    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
+    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector unit on this processor";
     std::mt19937 rng(17);
     const int16_t g_edges[] = {-32768, -1, 0, 1, 2, 1637, 1638, 16384, 32766, 32767};
     const int32_t e_edges[] = {0, 1, -1, INT32_MIN, INT32_MAX, 1 << 30, -(1 << 24), 12345};

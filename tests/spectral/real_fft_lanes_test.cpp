@@ -1,7 +1,7 @@
 // The lane loops around the complex transform and of the block normaliser against the portable
 // ones: the real FFT pair end to end behind a plan that asks for the portable loops, on random
 // and boundary words (the saturating conjugation of -2^31 included), and the normaliser for
-// every count up to 40 and the block sizes with shifts to both sides. On x86-64 only where the processor runs AVX2 and FMA.
+// every count up to 40 and the block sizes with shifts to both sides. Skipped where the processor has no vector unit.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -32,17 +32,17 @@ Words words(int n, int shift, bool same, std::mt19937 &rng) {
     return v;
 }
 
-class VectorLoops : public ::testing::Test {
+class RealFftLanes : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no AVX2 on this processor";
+        if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector unit on this processor";
     }
 };
 
 // A prepared plan whose vectorised flag is 0 selects the portable loops (and transform stages):
 // the same words, status and untouched tail for random spectra whose imaginary parts are often
 // -2^31. On aarch64 both plans take the vector loops.
-TEST_F(VectorLoops, RealFftPairMatchesPortablePlan) {
+TEST_F(RealFftLanes, RealFftPairMatchesPortablePlan) {
     std::mt19937 rng(32);
     for (int order : {7, 8}) {
         alignas(8) uint8_t fast[SONVEL_FFT_PLAN_BYTES], slow[SONVEL_FFT_PLAN_BYTES];
@@ -69,7 +69,7 @@ TEST_F(VectorLoops, RealFftPairMatchesPortablePlan) {
 // Counts not a multiple of the vector step, zero blocks (headroom from the guard words), full
 // scale and every headroom, each against targets q that shift left, right, not at all, clear
 // (q far below) and keep only the sign (q far above); the words behind the guard stay.
-TEST_F(VectorLoops, BlockNormaliserMatchesPortable) {
+TEST_F(RealFftLanes, BlockNormaliserMatchesPortable) {
     std::mt19937 rng(33);
     Words counts;
     for (int n = 0; n <= 40; ++n) counts.push_back(n);
