@@ -74,7 +74,11 @@ void BM_LinearBlock(benchmark::State &state) {
     }
 }
 
-BENCHMARK(BM_LinearBlock)->Name("LinearBlock")->Arg(8000)->Arg(16000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_LinearBlock)
+    ->Name("LinearBlock")
+    ->Arg(8000)
+    ->Arg(16000)
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Apply)->Name("ApplyFrame")->Arg(8000)->Arg(16000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

@@ -34,7 +34,8 @@ void BM_Fft(benchmark::State &state) {
         for (int i = 0; i < n; ++i) src[2 * i + 1] = 0;
     } else if (RealShape) {
         src[1] = src[n + 1] = 0;
-        for (int k = 1; k < n / 2; ++k) src[2 * (n - k)] = src[2 * k], src[2 * (n - k) + 1] = -src[2 * k + 1];
+        for (int k = 1; k < n / 2; ++k)
+            src[2 * (n - k)] = src[2 * k], src[2 * (n - k) + 1] = -src[2 * k + 1];
     }
     for (auto _ : state) {
         if (Inverse) {

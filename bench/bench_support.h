@@ -27,7 +27,8 @@ struct Instance {
         AecCfg cfg = Sonvel_AEC_gastMrvAecCfgTab;
         cfg.u8SampleRate = rate == 16000 ? 1 : 0;
         if (Sonvel_AEC_Init(&handle, mem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg) == 0) {
-            st = reinterpret_cast<AecState *>(static_cast<uint8_t *>(handle) + sonvel::kHeaderBytes);
+            st =
+                reinterpret_cast<AecState *>(static_cast<uint8_t *>(handle) + sonvel::kHeaderBytes);
         }
     }
 };

@@ -24,22 +24,30 @@ struct Range {
     size_t size;
 };
 
-#define STATE_FIELD(f) Range{sonvel::kHeaderBytes + offsetof(AecState, f), sizeof(AecState::f)}
+#define STATE_FIELD(f) \
+    Range { sonvel::kHeaderBytes + offsetof(AecState, f), sizeof(AecState::f) }
 // What a parameter change rewrites.
 const Range kChangeable[] = {
-    STATE_FIELD(u32CnEnable),   STATE_FIELD(s16StartPart),   STATE_FIELD(u16NlpLevel),
+    STATE_FIELD(u32CnEnable),     STATE_FIELD(s16StartPart),  STATE_FIELD(u16NlpLevel),
     STATE_FIELD(u16HighFreqMode), STATE_FIELD(u16SampleRate), STATE_FIELD(s16CohThr),
-    STATE_FIELD(s16HfBinLo),    STATE_FIELD(s16HfBinHi),     STATE_FIELD(s16CohBinLo),
-    STATE_FIELD(s16CohBinHi),   STATE_FIELD(as16BandEdge),   STATE_FIELD(s16ClampBinLo),
-    STATE_FIELD(s16ClampBinHi), STATE_FIELD(as16BandShift),  STATE_FIELD(ai32BandCoupling),
+    STATE_FIELD(s16HfBinLo),      STATE_FIELD(s16HfBinHi),    STATE_FIELD(s16CohBinLo),
+    STATE_FIELD(s16CohBinHi),     STATE_FIELD(as16BandEdge),  STATE_FIELD(s16ClampBinLo),
+    STATE_FIELD(s16ClampBinHi),   STATE_FIELD(as16BandShift), STATE_FIELD(ai32BandCoupling),
 };
 // What no frame and no parameter change may touch: the FFT plan, the rate-derived sizes, the
 // magics and the closing band edge.
 const Range kConstant[] = {
-    STATE_FIELD(au8FftPlan),   STATE_FIELD(s16BandEdgeEnd), STATE_FIELD(u32StateMagic),
-    STATE_FIELD(u16InitMagic), STATE_FIELD(s16BlockLen),    STATE_FIELD(s16HalfFftLen),
-    STATE_FIELD(s16FftLen),    STATE_FIELD(s16FftLen2),     STATE_FIELD(s16FftOrder),
-    STATE_FIELD(s16RateShift), STATE_FIELD(s32RateFactor),
+    STATE_FIELD(au8FftPlan),
+    STATE_FIELD(s16BandEdgeEnd),
+    STATE_FIELD(u32StateMagic),
+    STATE_FIELD(u16InitMagic),
+    STATE_FIELD(s16BlockLen),
+    STATE_FIELD(s16HalfFftLen),
+    STATE_FIELD(s16FftLen),
+    STATE_FIELD(s16FftLen2),
+    STATE_FIELD(s16FftOrder),
+    STATE_FIELD(s16RateShift),
+    STATE_FIELD(s32RateFactor),
     Range{offsetof(sonvel::AecHeader, u32StateOffset), 6},  // state offset and rate byte
     Range{offsetof(sonvel::AecHeader, u16HdrMagic), 2},
 };
@@ -129,9 +137,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     fuzz::Instance inst;
     void *h = nullptr;
-    fuzz::expect(Sonvel_AEC_Init(&h, inst.memory(), SONVEL_AEC_INSTANCE_BYTES, &cfg) ==
-                     SONVEL_AEC_OK,
-                 "valid record refused");
+    fuzz::expect(
+        Sonvel_AEC_Init(&h, inst.memory(), SONVEL_AEC_INSTANCE_BYTES, &cfg) == SONVEL_AEC_OK,
+        "valid record refused");
     const Snapshot initial = snapshot(h);
     int budget = kFrameBudget;
     for (int step = 0; step < 16 && budget > 0 && !in.empty(); ++step) {

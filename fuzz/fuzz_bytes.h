@@ -28,7 +28,7 @@ inline void expect(bool ok, const char *what) {
 }
 
 class ByteReader {
-public:
+  public:
     ByteReader(const uint8_t *data, size_t size) : p_(data), n_(size) {}
 
     size_t remaining() const { return n_; }
@@ -53,7 +53,7 @@ public:
         n_ -= k;
     }
 
-private:
+  private:
     const uint8_t *p_;
     size_t n_;
 };
@@ -62,7 +62,7 @@ private:
 // reported by the address sanitizer. Aligned to 8 bytes, as the core requires of its buffers.
 template <class T>
 class ExactBuffer {
-public:
+  public:
     explicit ExactBuffer(size_t count) : count_(count) {
         const size_t bytes = std::max<size_t>(count * sizeof(T), 1);
         data_ = static_cast<T *>(std::malloc(bytes));
@@ -77,7 +77,7 @@ public:
     size_t size() const { return count_; }
     T &operator[](size_t i) { return data_[i]; }
 
-private:
+  private:
     T *data_;
     size_t count_;
 };
@@ -148,14 +148,14 @@ inline bool same_record(const AecCfg &a, const AecCfg &b) {
 // Fills a frame with one of several hostile signals: raw input bytes, full-scale constants,
 // alternating full scale, a square wave of chosen period, silence, or a single click.
 class AudioSource {
-public:
+  public:
     explicit AudioSource(ByteReader &in) : kind_(in.u8() % 7), a_(in.i16()), period_(1 + in.u8()) {}
 
     void fill(ByteReader &in, int16_t *frame, size_t count) {
         for (size_t i = 0; i < count; ++i, ++t_) frame[i] = sample(in);
     }
 
-private:
+  private:
     int16_t sample(ByteReader &in) {
         switch (kind_) {
             case 0: return in.i16();
@@ -176,11 +176,11 @@ private:
 
 // One instance block of exactly the instance size on the heap (malloc aligns to 16 bytes).
 class Instance {
-public:
+  public:
     Instance() : block_(SONVEL_AEC_INSTANCE_BYTES) {}
     void *memory() { return block_.data(); }
 
-private:
+  private:
     ExactBuffer<uint8_t> block_;
 };
 

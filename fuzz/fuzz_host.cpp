@@ -38,7 +38,8 @@ int32_t pick_bytes(fuzz::ByteReader &in, uint32_t frame) {
     int32_t bytes = in.i32();
     const int32_t whole = static_cast<int32_t>(2 * frame);
     // A valid count above the cap would need more memory than a fuzz run should use.
-    if (bytes > kMaxBytes && whole != 0 && !refused_count(bytes, frame)) bytes = kMaxBytes / whole * whole;
+    if (bytes > kMaxBytes && whole != 0 && !refused_count(bytes, frame))
+        bytes = kMaxBytes / whole * whole;
     return bytes;
 }
 
@@ -58,15 +59,19 @@ void process(fuzz::ByteReader &in, void *handle, uint32_t frame) {
     KxAecFrame out{};
     out.ps16Main = (nulls & 4) ? nullptr : dest.data();
     // The core refuses the first null sample pointer of a non-empty buffer, in argument order.
-    const int32_t missing =
-        bytes / 2 == 0 ? 0 : (nulls & 1) ? -12 : (nulls & 2) ? -14 : (nulls & 4) ? -16 : 0;
+    const int32_t missing = bytes / 2 == 0 ? 0
+                            : (nulls & 1)  ? -12
+                            : (nulls & 2)  ? -14
+                            : (nulls & 4)  ? -16
+                                           : 0;
 
     const int32_t r = KX_AEC_Process(handle, &src, &out);
     if (refused_count(bytes, frame)) {
         fuzz::expect(r == -1, "invalid buffer accepted");
         return;
     }
-    fuzz::expect(r == missing, missing != 0 ? "null samples not refused by the core" : "valid buffer refused");
+    fuzz::expect(r == missing,
+                 missing != 0 ? "null samples not refused by the core" : "valid buffer refused");
     fuzz::expect(out.ps16Ref == src.ps16Ref && out.s32Bytes == bytes, "reference not passed on");
 }
 

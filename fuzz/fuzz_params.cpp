@@ -24,10 +24,8 @@ bool is_check_code(int32_t r) {
         case SONVEL_AEC_ERR_CFG_COH_BIN_ORDER:
         case SONVEL_AEC_ERR_CFG_COH_BIN_HI:
         case SONVEL_AEC_ERR_CFG_CLAMP_BIN_ORDER:
-        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_LO:
-            return true;
-        default:
-            return false;
+        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_LO: return true;
+        default: return false;
     }
 }
 

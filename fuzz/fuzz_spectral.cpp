@@ -85,7 +85,8 @@ void real_fft(ByteReader &in) {
     const int32_t n = 1 << order;
     Plan plan(order);
     Words buf(static_cast<size_t>(n) + 2), spectrum(static_cast<size_t>(n) + 2);
-    fill(in, spectrum.data(), spectrum.size(), order);  // a spectrum with the guard bits of a synthesis
+    fill(in, spectrum.data(), spectrum.size(),
+         order);  // a spectrum with the guard bits of a synthesis
     Sonvel_AEC_Realifft(spectrum.data(), n, plan.area.data());
     fill(in, buf.data(), static_cast<size_t>(n), 2 * order);
     Words orig(static_cast<size_t>(n));
@@ -109,9 +110,12 @@ void complex_products(ByteReader &in, uint8_t which) {
         case 0: Sonvel_AEC_Complex_Mult(a.data(), b.data(), out.data(), n); break;
         case 1: Sonvel_AEC_Complex_Mla(a.data(), b.data(), out.data(), n); break;
         case 2: Sonvel_AEC_Complex_ConjMult(a.data(), b.data(), out.data(), n); break;
-        case 3: Sonvel_AEC_Complex_ConjMult_Q(a.data(), b.data(), out.data(), q, qout.data(), n); break;
+        case 3:
+            Sonvel_AEC_Complex_ConjMult_Q(a.data(), b.data(), out.data(), q, qout.data(), n);
+            break;
         default:
-            Sonvel_AEC_Complex_ConjMult_Smooth_Q(a.data(), b.data(), out.data(), q, qout.data(), s, n);
+            Sonvel_AEC_Complex_ConjMult_Smooth_Q(a.data(), b.data(), out.data(), q, qout.data(), s,
+                                                 n);
             break;
     }
 }
@@ -130,7 +134,9 @@ void powers(ByteReader &in, uint8_t which) {
         case 0: Sonvel_AEC_Complex_Energy_DQ_T(x.data(), qx.data(), e.data(), qe.data(), n); break;
         case 1: Sonvel_AEC_Complex_Energy_DQ_F(x.data(), qx.data(), e.data(), qe.data(), n); break;
         case 2: Sonvel_AEC_Complex_Energy_F(x.data(), e.data(), q, qe16.data(), n); break;
-        default: Sonvel_AEC_Complex_Energy_Smooth_F(x.data(), e.data(), q, qe16.data(), a, n); break;
+        default:
+            Sonvel_AEC_Complex_Energy_Smooth_F(x.data(), e.data(), q, qe16.data(), a, n);
+            break;
     }
 }
 
@@ -154,7 +160,8 @@ void smoothing(ByteReader &in, bool perElement) {
 void normaliser(ByteReader &in) {
     const int32_t n = count_of(in);
     // Touches v[0 .. 4 ceil(n / 4) - 1] and the guard words v[n + 1 .. n + 4].
-    const size_t words = n < 0 ? 0 : std::max<size_t>((at_least_0(n) + 3) / 4 * 4, at_least_0(n) + 5);
+    const size_t words =
+        n < 0 ? 0 : std::max<size_t>((at_least_0(n) + 3) / 4 * 4, at_least_0(n) + 5);
     Words v(words);
     fill(in, v.data(), words);
     const int32_t h = Sonvel_AEC_VetorNorm(v.data(), in.i32(), n);

@@ -29,15 +29,15 @@ SONVEL_EXTERN_C_BEGIN
 
 /* Parameter record. Five byte fields, then 16-bit fields (46 bytes with natural alignment). */
 typedef struct AecCfg {
-    uint8_t u8CnEnable;       /* comfort noise on (non-zero) / off */
-    uint8_t u8StartPart;      /* first far-end history slot of the filter, 0..6 (bulk delay) */
-    uint8_t u8NlpLevel;       /* suppression level 0..2 */
-    uint8_t u8HighFreqMode;   /* high-frequency shaping mode 0..1 */
-    uint8_t u8SampleRate;     /* 0 = 8000 Hz, 1 = 16000 Hz */
-    int16_t s16CohThr;        /* Q15 incoherence threshold of the raised mode, >= 0 */
-    int16_t s16HfBinLo;       /* band examined by the upper-band cut-off */
+    uint8_t u8CnEnable;     /* comfort noise on (non-zero) / off */
+    uint8_t u8StartPart;    /* first far-end history slot of the filter, 0..6 (bulk delay) */
+    uint8_t u8NlpLevel;     /* suppression level 0..2 */
+    uint8_t u8HighFreqMode; /* high-frequency shaping mode 0..1 */
+    uint8_t u8SampleRate;   /* 0 = 8000 Hz, 1 = 16000 Hz */
+    int16_t s16CohThr;      /* Q15 incoherence threshold of the raised mode, >= 0 */
+    int16_t s16HfBinLo;     /* band examined by the upper-band cut-off */
     int16_t s16HfBinHi;
-    int16_t s16CohBinLo;      /* band [lo, hi) of the mean incoherence */
+    int16_t s16CohBinLo; /* band [lo, hi) of the mean incoherence */
     int16_t s16CohBinHi;
     int16_t as16BandEdge[6];  /* non-decreasing edges of the seven coupling bands */
     int16_t s16ClampBinLo;    /* overdrive cap 2.0 for bins 0..lo */
@@ -105,7 +105,8 @@ enum {
 SONVEL_API int32_t Sonvel_AEC_GetSize(uint32_t *pu32Size, uint32_t *pReserved);
 /* Initialises the block pMem (8-byte aligned, at least 62064 bytes) with the record; on success
  * writes the instance handle (the block address) to *phAec. */
-SONVEL_API int32_t Sonvel_AEC_Init(void **phAec, void *pMem, uint32_t u32MemSize, const AecCfg *pstCfg);
+SONVEL_API int32_t Sonvel_AEC_Init(void **phAec, void *pMem, uint32_t u32MemSize,
+                                   const AecCfg *pstCfg);
 /* Validates a record; changes nothing. */
 SONVEL_API int32_t Sonvel_AEC_Check(const AecCfg *pstCfg);
 /* Replaces the parameters of a live instance (the sample rate cannot change). */
@@ -128,8 +129,8 @@ SONVEL_API const char *Sonvel_AEC_StatusText(int32_t s32Status);
 /* Lower-level entry points. */
 SONVEL_API int32_t Sonvel_AEC_Check8Align(const void *p);
 SONVEL_API int32_t Sonvel_AEC_SUB_Init(void *pState, const AecCfg *pstCfg, int32_t s32Mode);
-SONVEL_API int32_t Sonvel_AEC_SUB_Proc(void *pState, const int16_t *ps16Near, const int16_t *ps16Far,
-                                       int16_t *ps16Out);
+SONVEL_API int32_t Sonvel_AEC_SUB_Proc(void *pState, const int16_t *ps16Near,
+                                       const int16_t *ps16Far, int16_t *ps16Out);
 
 /* Read-only tables. */
 SONVEL_API extern const AecCfg Sonvel_AEC_gastMrvAecCfgTab;

@@ -54,29 +54,29 @@ typedef struct AecFrontendCfg {
 
 /* What the front end currently knows. Delays are in samples at the instance's rate. */
 typedef struct AecFrontendEstimate {
-    int32_t s32DelayEstimate;  /* estimated bulk delay of the echo, -1 while there is none */
-    int32_t s32DelayApplied;   /* delay the delay line applies now */
-    int32_t s32DriftPpm;       /* estimated drift, ppm (positive: the echo arrives later and later) */
-    int16_t s16Confidence;     /* Q15 confidence of the delay estimate, 0..32767 */
-    uint8_t u8StartPart;       /* start partition the core runs with */
-    uint8_t u8Locked;          /* non-zero once the automatic mode has applied an estimate */
-    int16_t s16DcNear;         /* DC estimate of the microphone, LSB */
-    int16_t s16DcFar;          /* DC estimate of the reference, LSB */
-    uint32_t u32Frames;        /* frames processed */
+    int32_t s32DelayEstimate; /* estimated bulk delay of the echo, -1 while there is none */
+    int32_t s32DelayApplied;  /* delay the delay line applies now */
+    int32_t s32DriftPpm;   /* estimated drift, ppm (positive: the echo arrives later and later) */
+    int16_t s16Confidence; /* Q15 confidence of the delay estimate, 0..32767 */
+    uint8_t u8StartPart;   /* start partition the core runs with */
+    uint8_t u8Locked;      /* non-zero once the automatic mode has applied an estimate */
+    int16_t s16DcNear;     /* DC estimate of the microphone, LSB */
+    int16_t s16DcFar;      /* DC estimate of the reference, LSB */
+    uint32_t u32Frames;    /* frames processed */
     uint32_t u32LatencySamples; /* (stream only) total output lag behind the input, samples */
 } AecFrontendEstimate;
 
 /* Status codes of the front end and the streaming layer (the core's codes keep their meaning). */
 enum {
-    SONVEL_AEC_ERR_FE_NULL = -300,          /* a required pointer is null */
-    SONVEL_AEC_ERR_FE_MEM_ALIGN = -301,     /* memory not 8-byte aligned */
-    SONVEL_AEC_ERR_FE_MEM_SIZE = -302,      /* memory smaller than the size query's answer */
-    SONVEL_AEC_ERR_FE_RATE = -303,          /* sample rate other than 8000 or 16000 Hz */
-    SONVEL_AEC_ERR_FE_DELAY_MODE = -304,    /* u8DelayMode out of range */
-    SONVEL_AEC_ERR_FE_DELAY_MS = -305,      /* u16DelayMs above SONVEL_AEC_FRONTEND_MAX_DELAY_MS */
-    SONVEL_AEC_ERR_FE_RESERVED = -306,      /* u8Reserved not 0 */
+    SONVEL_AEC_ERR_FE_NULL = -300,       /* a required pointer is null */
+    SONVEL_AEC_ERR_FE_MEM_ALIGN = -301,  /* memory not 8-byte aligned */
+    SONVEL_AEC_ERR_FE_MEM_SIZE = -302,   /* memory smaller than the size query's answer */
+    SONVEL_AEC_ERR_FE_RATE = -303,       /* sample rate other than 8000 or 16000 Hz */
+    SONVEL_AEC_ERR_FE_DELAY_MODE = -304, /* u8DelayMode out of range */
+    SONVEL_AEC_ERR_FE_DELAY_MS = -305,   /* u16DelayMs above SONVEL_AEC_FRONTEND_MAX_DELAY_MS */
+    SONVEL_AEC_ERR_FE_RESERVED = -306,   /* u8Reserved not 0 */
     SONVEL_AEC_ERR_FE_NOT_INITIALISED = -307, /* the handle is not an initialised instance */
-    SONVEL_AEC_ERR_STREAM_COUNT = -310      /* sample count too large for one call */
+    SONVEL_AEC_ERR_STREAM_COUNT = -310        /* sample count too large for one call */
 };
 
 /* ---- Front end alone: one 10 ms frame per call, in front of the caller's own core instance. */

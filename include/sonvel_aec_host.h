@@ -11,7 +11,7 @@ SONVEL_EXTERN_C_BEGIN
 
 /* AEC configuration supplied by the host. */
 typedef struct KxAecConfig {
-    int32_t s32UseCfg;        /* non-zero: use the values below; 0: the built-in set */
+    int32_t s32UseCfg; /* non-zero: use the values below; 0: the built-in set */
     uint8_t u8CnEnable;
     uint8_t u8NlpLevel;
     uint8_t au8Reserved[2];

@@ -18,7 +18,8 @@ SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const void *plan)
 SONVEL_API int32_t Sonvel_AEC_Realifft(int32_t *buf, int32_t n, const void *plan);
 
 /* Complex kernels; counts of complex kernels count bins. */
-SONVEL_API void Sonvel_AEC_Complex_Mult(const int32_t *a, const int32_t *b, int32_t *out, int32_t n);
+SONVEL_API void Sonvel_AEC_Complex_Mult(const int32_t *a, const int32_t *b, int32_t *out,
+                                        int32_t n);
 SONVEL_API void Sonvel_AEC_Complex_Mla(const int32_t *a, const int32_t *b, int32_t *acc, int32_t n);
 SONVEL_API void Sonvel_AEC_Complex_ConjMult(const int32_t *a, const int32_t *b, int32_t *out,
                                             int32_t n);

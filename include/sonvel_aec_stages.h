@@ -22,8 +22,8 @@ SONVEL_API void Sonvel_AEC_FilterDelayEstimate(AecState *state);
 SONVEL_API int32_t Sonvel_AEC_Nlp(AecState *state, int16_t *out);
 SONVEL_API void Sonvel_AEC_CrossCoh(const AecState *state, int16_t *out, int16_t sel);
 SONVEL_API void Sonvel_AEC_HnledCalc(AecState *state, int16_t *hnl, int16_t *fb);
-SONVEL_API void Sonvel_AEC_DivergeRistrict(AecState *state, int32_t *E, const int32_t *D, int32_t *Y,
-                                           int32_t seSum, int32_t sdSum);
+SONVEL_API void Sonvel_AEC_DivergeRistrict(AecState *state, int32_t *E, const int32_t *D,
+                                           int32_t *Y, int32_t seSum, int32_t sdSum);
 SONVEL_API int32_t Sonvel_AEC_HnlCtrl(AecState *state);
 SONVEL_API void Sonvel_AEC_HnlCtrl1(AecState *state);
 SONVEL_API void Sonvel_AEC_HnlmGain(AecState *state, const void *unused, const int32_t *E,

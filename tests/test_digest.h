@@ -8,23 +8,25 @@
 namespace testsupport {
 
 class Digest {
-public:
+  public:
     void fold(uint64_t v, int bytes) {
         for (int i = 0; i < bytes; ++i) h_ = (h_ ^ ((v >> (8 * i)) & 0xFF)) * 0x100000001B3ull;
     }
     void i16(int16_t v) { fold(static_cast<uint16_t>(v), 2); }
     void i32(int32_t v) { fold(static_cast<uint32_t>(v), 4); }
-    template <class T> void array(const T *v, size_t n) {
-        for (size_t i = 0; i < n; ++i) fold(static_cast<uint64_t>(static_cast<int64_t>(v[i])), sizeof(T));
+    template <class T>
+    void array(const T *v, size_t n) {
+        for (size_t i = 0; i < n; ++i)
+            fold(static_cast<uint64_t>(static_cast<int64_t>(v[i])), sizeof(T));
     }
     uint64_t value() const { return h_; }
 
-private:
+  private:
     uint64_t h_ = 0xCBF29CE484222325ull;
 };
 
 class Xorshift64 {
-public:
+  public:
     explicit Xorshift64(uint64_t seed) : s_(seed) {}
     uint64_t next() {
         s_ ^= s_ << 13;
@@ -37,7 +39,8 @@ public:
     int64_t i64() { return static_cast<int64_t>(next()); }
     // Uniform in [lo, hi].
     int32_t range(int32_t lo, int32_t hi) {
-        return static_cast<int32_t>(lo + static_cast<int64_t>(next() % (static_cast<uint64_t>(hi - lo) + 1)));
+        return static_cast<int32_t>(
+            lo + static_cast<int64_t>(next() % (static_cast<uint64_t>(hi - lo) + 1)));
     }
     // Uniform in [-amp, amp].
     int32_t uniform(int32_t amp) {
@@ -48,7 +51,7 @@ public:
     // A value of random magnitude: exercises every headroom.
     int32_t any_scale() { return i32() >> range(0, 31); }
 
-private:
+  private:
     uint64_t s_;
 };
 

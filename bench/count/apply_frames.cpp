@@ -66,7 +66,8 @@ int main(int argc, char **argv) {
     if (Sonvel_AEC_Init(&handle, mem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg) != 0) return 1;
     uint64_t sum = 0;
     for (int f = 0; f < frames; ++f) {
-        if (Sonvel_AEC_Apply(handle, &nearPcm[f * frame], &farPcm[f * frame], out.data()) != 0) return 2;
+        if (Sonvel_AEC_Apply(handle, &nearPcm[f * frame], &farPcm[f * frame], out.data()) != 0)
+            return 2;
         for (int16_t v : out) sum = sum * 31 + static_cast<uint16_t>(v);
     }
     std::printf("frames %d output %016llx\n", frames, static_cast<unsigned long long>(sum));

@@ -41,7 +41,8 @@ int main(int argc, char **argv) {
             for (int i = 0; i < n; ++i) src[2 * i + 1] = 0;
             Sonvel_FFTFwd_CToC_SC32_Sfs(src, dst, plan, 0);
         }
-        for (int i = 0; i < 2 * n; ++i) digest = (digest ^ static_cast<uint32_t>(dst[i])) * 1099511628211ull;
+        for (int i = 0; i < 2 * n; ++i)
+            digest = (digest ^ static_cast<uint32_t>(dst[i])) * 1099511628211ull;
     }
     std::printf("%016llx\n", static_cast<unsigned long long>(digest));
     return 0;

@@ -43,11 +43,16 @@ struct Option {
 };
 
 constexpr Option kOptions[] = {
-    {"comfort-noise", "u8CnEnable", 1},   {"suppression-level", "u8NlpLevel", 1},
-    {"high-freq-mode", "u8HighFreqMode", 1}, {"start-part", "u8StartPart", 1},
-    {"coh-threshold", "s16CohThr", 1},    {"coh-band", "s16CohBinLo", 2},
-    {"hf-band", "s16HfBinLo", 2},         {"band-edges", "as16BandEdge", 6},
-    {"band-shifts", "as16BandShift", 7},  {"clamp-bins", "s16ClampBinLo", 2},
+    {"comfort-noise", "u8CnEnable", 1},
+    {"suppression-level", "u8NlpLevel", 1},
+    {"high-freq-mode", "u8HighFreqMode", 1},
+    {"start-part", "u8StartPart", 1},
+    {"coh-threshold", "s16CohThr", 1},
+    {"coh-band", "s16CohBinLo", 2},
+    {"hf-band", "s16HfBinLo", 2},
+    {"band-edges", "as16BandEdge", 6},
+    {"band-shifts", "as16BandShift", 7},
+    {"clamp-bins", "s16ClampBinLo", 2},
 };
 
 const Field *find_field(std::string_view name) {
@@ -187,10 +192,12 @@ Settings live_defaults(uint32_t rate) {
 const std::vector<KeyInfo> &option_keys() {
     static const std::vector<KeyInfo> keys = {
         {"comfort-noise", KeyKind::Switch, 0, 1, "comfort noise in suppressed parts"},
-        {"suppression-level", KeyKind::Integer, 0, 2, "far-end level below which the near end passes"},
+        {"suppression-level", KeyKind::Integer, 0, 2,
+         "far-end level below which the near end passes"},
         {"high-freq-mode", KeyKind::Integer, 0, 1, "high-frequency gain shaping mode"},
         {"start-part", KeyKind::Integer, 0, 6, "bulk delay of the echo filter, in 8 ms blocks"},
-        {"coh-threshold", KeyKind::Integer, 0, 32767, "Q15 incoherence threshold of raised suppression"},
+        {"coh-threshold", KeyKind::Integer, 0, 32767,
+         "Q15 incoherence threshold of raised suppression"},
         {"coh-band", KeyKind::Text, 0, 0, "LO,HI: bins LO..HI-1 of the mean incoherence"},
         {"hf-band", KeyKind::Text, 0, 0, "LO,HI: bins examined by the upper-band cut-off"},
         {"band-edges", KeyKind::Text, 0, 0, "E0,..,E5: edges of the seven coupling bands (bins)"},
@@ -211,7 +218,8 @@ bool is_known_key(std::string_view key) {
 
 bool apply_arg(Settings &s, std::string_view key, std::string_view value, Messages &m) {
     const std::string v = trimmed(value);
-    if (key == "ref-delay" || key == "dc-block" || key == "drift") return apply_frontend(s.frontend, key, v, m);
+    if (key == "ref-delay" || key == "dc-block" || key == "drift")
+        return apply_frontend(s.frontend, key, v, m);
     if (key == "u8SampleRate") {
         m.warnings.push_back("u8SampleRate follows the stream's audio.rate; ignored");
         return false;
@@ -221,8 +229,9 @@ bool apply_arg(Settings &s, std::string_view key, std::string_view value, Messag
     if (const auto br = key.find('['); br != std::string_view::npos && key.back() == ']') {
         const Field *f = find_field(key.substr(0, br));
         long index = -1;
-        if (f != nullptr && f->count > 1 && parse_long(std::string(key.substr(br + 1, key.size() - br - 2)), index) &&
-            index >= 0 && index < f->count) {
+        if (f != nullptr && f->count > 1 &&
+            parse_long(std::string(key.substr(br + 1, key.size() - br - 2)), index) && index >= 0 &&
+            index < f->count) {
             Field element = *f;
             element.offset += 2 * static_cast<std::size_t>(index);
             return assign(s.core, element, 1, key, value, m);
@@ -247,10 +256,12 @@ bool apply_arg(Settings &s, std::string_view key, std::string_view value, Messag
         char *end = nullptr;
         const double d = std::strtod(v.c_str(), &end);
         if (*end != '\0' || !(d >= 0.0 && d <= 1.0)) {
-            m.errors.push_back("coh-threshold: '" + v + "' is not a fraction 0..1 or a Q15 integer");
+            m.errors.push_back("coh-threshold: '" + v +
+                               "' is not a fraction 0..1 or a Q15 integer");
             return false;
         }
-        s.core.s16CohThr = static_cast<int16_t>(d * 32768.0 >= 32767.0 ? 32767 : std::lround(d * 32768.0));
+        s.core.s16CohThr =
+            static_cast<int16_t>(d * 32768.0 >= 32767.0 ? 32767 : std::lround(d * 32768.0));
         return true;
     }
     return assign(s.core, f, o->count, key, value, m);
@@ -281,7 +292,8 @@ bool check_settings(const Settings &s, Messages &m) {
     if (status == SONVEL_AEC_OK) return true;
     const Refusal r = explain_refusal(status, s.core);
     if (r.field.empty()) {
-        m.errors.push_back("the library refused the parameters (status " + std::to_string(status) + ")");
+        m.errors.push_back("the library refused the parameters (status " + std::to_string(status) +
+                           ")");
         return false;
     }
     std::string value;
@@ -292,11 +304,13 @@ bool check_settings(const Settings &s, Messages &m) {
         }
     }
     m.errors.push_back(r.field + " = " + value + " refused by the library (status " +
-                       std::to_string(status) + "); allowed: " + r.range + "; the previous parameters stay");
+                       std::to_string(status) + "); allowed: " + r.range +
+                       "; the previous parameters stay");
     return false;
 }
 
-bool apply_args(Settings &s, const std::vector<std::pair<std::string, std::string>> &args, Messages &m) {
+bool apply_args(Settings &s, const std::vector<std::pair<std::string, std::string>> &args,
+                Messages &m) {
     Settings next = s;
     const std::size_t errors = m.errors.size();
     for (const auto &[key, value] : args) apply_arg(next, key, value, m);

@@ -12,7 +12,7 @@ namespace sonvel::integration {
 
 template <typename T>
 class LatestValue {
-public:
+  public:
     // Control thread: publishes a copy of `v`.
     void publish(const T &v) {
         slots_[back_] = v;
@@ -29,12 +29,12 @@ public:
         return true;
     }
 
-private:
+  private:
     static constexpr uint32_t kFresh = 4, kIndex = 3;
     T slots_[3]{};
-    uint32_t back_ = 0;                 // writer's slot
-    std::atomic<uint32_t> middle_{1};   // shared slot, with the fresh mark
-    uint32_t front_ = 2;                // reader's slot
+    uint32_t back_ = 0;                // writer's slot
+    std::atomic<uint32_t> middle_{1};  // shared slot, with the fresh mark
+    uint32_t front_ = 2;               // reader's slot
 };
 
 }  // namespace sonvel::integration

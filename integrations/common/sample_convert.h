@@ -15,7 +15,7 @@ inline int16_t float_to_s16(float v) {
     x = x < -32768.0f ? -32768.0f : x;
     x = x > 32767.0f ? 32767.0f : x;
     const int32_t t = static_cast<int32_t>(x);  // toward zero, within range
-    const float d = x - static_cast<float>(t);   // exact: the fraction, -1 < d < 1
+    const float d = x - static_cast<float>(t);  // exact: the fraction, -1 < d < 1
     return static_cast<int16_t>(t + (d >= 0.5f) - (d <= -0.5f));
 }
 

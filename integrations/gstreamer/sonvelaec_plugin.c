@@ -3,12 +3,9 @@
 
 #include "sonvelaec_element.h"
 
-static gboolean
-plugin_init (GstPlugin * plugin)
-{
-  return GST_ELEMENT_REGISTER (sonvelaec, plugin);
-}
+static gboolean plugin_init(GstPlugin *plugin) { return GST_ELEMENT_REGISTER(sonvelaec, plugin); }
 
-GST_PLUGIN_DEFINE (GST_VERSION_MAJOR, GST_VERSION_MINOR, sonvelaec,
-    "Acoustic echo cancellation of a microphone given the loudspeaker reference",
-    plugin_init, SONVEL_VERSION, "Proprietary", "Sonvel AEC", "https://sonvel.invalid/")
+GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, sonvelaec,
+                  "Acoustic echo cancellation of a microphone given the loudspeaker reference",
+                  plugin_init, SONVEL_VERSION, "Proprietary", "Sonvel AEC",
+                  "https://sonvel.invalid/")

@@ -67,8 +67,10 @@ struct Impl {
 };
 
 void log_messages(Impl *impl, const sonvel::integration::Messages &m, const char *what) {
-    for (const std::string &w : m.warnings) spa_log_warn(impl->log, "sonvel aec: %s: %s", what, w.c_str());
-    for (const std::string &e : m.errors) spa_log_error(impl->log, "sonvel aec: %s: %s", what, e.c_str());
+    for (const std::string &w : m.warnings)
+        spa_log_warn(impl->log, "sonvel aec: %s: %s", what, w.c_str());
+    for (const std::string &e : m.errors)
+        spa_log_error(impl->log, "sonvel aec: %s: %s", what, e.c_str());
 }
 
 Args dict_args(const spa_dict *dict) {
@@ -103,7 +105,8 @@ bool retune(Impl *impl, const Args &args, const char *what) {
     return accepted;
 }
 
-int aec_add_listener(void *object, spa_hook *listener, const spa_audio_aec_events *events, void *data) {
+int aec_add_listener(void *object, spa_hook *listener, const spa_audio_aec_events *events,
+                     void *data) {
     auto *impl = static_cast<Impl *>(object);
     spa_hook_list_append(&impl->hooks, listener, events, data);
     return 0;
@@ -113,11 +116,13 @@ int aec_init(void *object, const spa_dict *args, const spa_audio_info_raw *info)
     auto *impl = static_cast<Impl *>(object);
     if (info == nullptr || info->format != SPA_AUDIO_FORMAT_F32P || info->channels != 1 ||
         (info->rate != 8000 && info->rate != 16000)) {
-        spa_log_error(impl->log,
-                      "sonvel aec: needs planar float, one channel, at 8000 or 16000 Hz; got format %u, "
-                      "%u channels, %u Hz. Set the module arguments audio.rate = 16000, "
-                      "audio.channels = 1, audio.position = [ MONO ]",
-                      info ? static_cast<unsigned>(info->format) : 0u, info ? info->channels : 0u, info ? info->rate : 0u);
+        spa_log_error(
+            impl->log,
+            "sonvel aec: needs planar float, one channel, at 8000 or 16000 Hz; got format %u, "
+            "%u channels, %u Hz. Set the module arguments audio.rate = 16000, "
+            "audio.channels = 1, audio.position = [ MONO ]",
+            info ? static_cast<unsigned>(info->format) : 0u, info ? info->channels : 0u,
+            info ? info->rate : 0u);
         return -EINVAL;
     }
     uint32_t size = 0;
@@ -145,19 +150,20 @@ int aec_init(void *object, const spa_dict *args, const spa_audio_info_raw *info)
     impl->resets_seen = impl->resets.load(std::memory_order_acquire);
     std::snprintf(impl->latency, sizeof impl->latency, "%u/%u", info->rate / 100, info->rate);
     impl->aec.latency = impl->latency;
-    spa_log_info(impl->log, "sonvel aec: %u Hz, 10 ms blocks, delay %s, DC block %s, drift %s", info->rate,
-                 sonvel::integration::format_value(impl->settings, "ref-delay").c_str(),
+    spa_log_info(impl->log, "sonvel aec: %u Hz, 10 ms blocks, delay %s, DC block %s, drift %s",
+                 info->rate, sonvel::integration::format_value(impl->settings, "ref-delay").c_str(),
                  sonvel::integration::format_value(impl->settings, "dc-block").c_str(),
                  sonvel::integration::format_value(impl->settings, "drift").c_str());
     return 0;
 }
 
 // Real time: picks up a restart and new settings, then streams the block through in pieces.
-int aec_run(void *object, const float *rec[], const float *play[], float *out[], uint32_t n_samples) {
+int aec_run(void *object, const float *rec[], const float *play[], float *out[],
+            uint32_t n_samples) {
     auto *impl = static_cast<Impl *>(object);
     if (n_samples == 0) return 0;
-    if (impl->stream == nullptr || rec == nullptr || play == nullptr || out == nullptr || rec[0] == nullptr ||
-        play[0] == nullptr || out[0] == nullptr)
+    if (impl->stream == nullptr || rec == nullptr || play == nullptr || out == nullptr ||
+        rec[0] == nullptr || play[0] == nullptr || out[0] == nullptr)
         return -EINVAL;
     Settings next;
     const bool retuned = impl->pending.take(next);
@@ -165,8 +171,8 @@ int aec_run(void *object, const float *rec[], const float *play[], float *out[],
     const uint32_t resets = impl->resets.load(std::memory_order_acquire);
     if (resets != impl->resets_seen) {
         impl->resets_seen = resets;
-        if (Sonvel_AEC_StreamInit(&impl->stream, impl->memory, impl->memory_size, &impl->running.core,
-                                  &impl->running.frontend) != SONVEL_AEC_OK)
+        if (Sonvel_AEC_StreamInit(&impl->stream, impl->memory, impl->memory_size,
+                                  &impl->running.core, &impl->running.frontend) != SONVEL_AEC_OK)
             return -EIO;
     } else if (retuned) {
         // Both records were checked on the control thread; the stream takes them as they are.
@@ -177,7 +183,8 @@ int aec_run(void *object, const float *rec[], const float *play[], float *out[],
         const uint32_t n = n_samples - done < kChunk ? n_samples - done : kChunk;
         sonvel::integration::floats_to_s16(rec[0] + done, impl->near, n);
         sonvel::integration::floats_to_s16(play[0] + done, impl->far, n);
-        if (Sonvel_AEC_StreamProcess(impl->stream, impl->near, impl->far, impl->out, n) != SONVEL_AEC_OK)
+        if (Sonvel_AEC_StreamProcess(impl->stream, impl->near, impl->far, impl->out, n) !=
+            SONVEL_AEC_OK)
             return -EIO;
         sonvel::integration::s16_to_floats(impl->out, out[0] + done, n);
         done += n;
@@ -218,9 +225,7 @@ int aec_enum_props(void *object, int index, spa_pod_builder *b) {
     spa_pod_builder_string(b, k.description);
     spa_pod_builder_prop(b, SPA_PROP_INFO_type, 0);
     switch (k.kind) {
-        case sonvel::integration::KeyKind::Switch:
-            spa_pod_builder_bool(b, value == "on");
-            break;
+        case sonvel::integration::KeyKind::Switch: spa_pod_builder_bool(b, value == "on"); break;
         case sonvel::integration::KeyKind::Integer: {
             spa_pod_frame c;
             spa_pod_builder_push_choice(b, &c, SPA_CHOICE_Range, 0);
@@ -230,9 +235,7 @@ int aec_enum_props(void *object, int index, spa_pod_builder *b) {
             spa_pod_builder_pop(b, &c);
             break;
         }
-        case sonvel::integration::KeyKind::Text:
-            spa_pod_builder_string(b, value.c_str());
-            break;
+        case sonvel::integration::KeyKind::Text: spa_pod_builder_string(b, value.c_str()); break;
     }
     spa_pod_builder_prop(b, SPA_PROP_INFO_params, 0);
     spa_pod_builder_bool(b, true);
@@ -249,9 +252,15 @@ int aec_get_params(void *object, spa_pod_builder *b) {
         const std::string value = sonvel::integration::format_value(impl->settings, k.name);
         spa_pod_builder_string(b, k.name);
         switch (k.kind) {
-            case sonvel::integration::KeyKind::Switch: spa_pod_builder_bool(b, value == "on"); break;
-            case sonvel::integration::KeyKind::Integer: spa_pod_builder_int(b, std::atoi(value.c_str())); break;
-            case sonvel::integration::KeyKind::Text: spa_pod_builder_string(b, value.c_str()); break;
+            case sonvel::integration::KeyKind::Switch:
+                spa_pod_builder_bool(b, value == "on");
+                break;
+            case sonvel::integration::KeyKind::Integer:
+                spa_pod_builder_int(b, std::atoi(value.c_str()));
+                break;
+            case sonvel::integration::KeyKind::Text:
+                spa_pod_builder_string(b, value.c_str());
+                break;
         }
     }
     return 0;
@@ -302,7 +311,8 @@ int aec_set_params(void *object, const spa_pod *params) {
     const spa_pod *item;
     const char *key = nullptr;
     const void *body = SPA_POD_BODY_CONST(params);
-    for (item = static_cast<const spa_pod *>(body); spa_pod_is_inside(body, SPA_POD_BODY_SIZE(params), item);
+    for (item = static_cast<const spa_pod *>(body);
+         spa_pod_is_inside(body, SPA_POD_BODY_SIZE(params), item);
          item = static_cast<const spa_pod *>(spa_pod_next(item))) {
         if (key == nullptr) {
             if (spa_pod_get_string(item, &key) < 0 || key == nullptr) return -EINVAL;
@@ -312,7 +322,8 @@ int aec_set_params(void *object, const spa_pod *params) {
         if (!sonvel::integration::is_known_key(key)) {
             // another node parameter
         } else if (!pod_text(item, text)) {
-            spa_log_warn(impl->log, "sonvel aec: set_params: %s: value of an unsupported type ignored", key);
+            spa_log_warn(impl->log,
+                         "sonvel aec: set_params: %s: value of an unsupported type ignored", key);
         } else {
             args.emplace_back(key, text);
         }
@@ -351,18 +362,20 @@ int impl_clear(spa_handle *handle) {
 
 size_t impl_get_size(const spa_handle_factory *, const spa_dict *) { return sizeof(Impl); }
 
-int impl_init(const spa_handle_factory *factory, spa_handle *handle, const spa_dict *, const spa_support *support,
-              uint32_t n_support) {
+int impl_init(const spa_handle_factory *factory, spa_handle *handle, const spa_dict *,
+              const spa_support *support, uint32_t n_support) {
     if (factory == nullptr || handle == nullptr) return -EINVAL;
     auto *impl = new (handle) Impl();
     impl->handle.version = SPA_VERSION_HANDLE;
     impl->handle.get_interface = impl_get_interface;
     impl->handle.clear = impl_clear;
-    impl->aec.iface = SPA_INTERFACE_INIT(SPA_TYPE_INTERFACE_AUDIO_AEC, SPA_VERSION_AUDIO_AEC, &aec_methods, impl);
+    impl->aec.iface =
+        SPA_INTERFACE_INIT(SPA_TYPE_INTERFACE_AUDIO_AEC, SPA_VERSION_AUDIO_AEC, &aec_methods, impl);
     impl->aec.name = "sonvel";
     impl->aec.info = nullptr;
     impl->aec.latency = nullptr;
-    impl->log = static_cast<spa_log *>(spa_support_find(support, n_support, SPA_TYPE_INTERFACE_Log));
+    impl->log =
+        static_cast<spa_log *>(spa_support_find(support, n_support, SPA_TYPE_INTERFACE_Log));
     spa_log_topic_init(impl->log, &log_topic);
     spa_hook_list_init(&impl->hooks);
     return 0;
@@ -370,7 +383,8 @@ int impl_init(const spa_handle_factory *factory, spa_handle *handle, const spa_d
 
 const spa_interface_info interfaces[] = {{SPA_TYPE_INTERFACE_AUDIO_AEC}};
 
-int impl_enum_interface_info(const spa_handle_factory *factory, const spa_interface_info **info, uint32_t *index) {
+int impl_enum_interface_info(const spa_handle_factory *factory, const spa_interface_info **info,
+                             uint32_t *index) {
     if (factory == nullptr || info == nullptr || index == nullptr) return -EINVAL;
     if (*index >= SPA_N_ELEMENTS(interfaces)) return 0;
     *info = &interfaces[(*index)++];

@@ -35,8 +35,10 @@ const Signal &signal() {
         for (double &v : far) v = (lp = 0.7 * lp + g(rng)) * 2000.0;
         for (int i = 0; i < n; ++i) {
             const double m = (i >= 400 ? 0.4 * far[i - 400] : 0.0) + 3.0 * g(rng);
-            x.mic.push_back(static_cast<int16_t>(std::lround(std::fmax(-32768.0, std::fmin(32767.0, m)))));
-            x.ref.push_back(static_cast<int16_t>(std::lround(std::fmax(-32768.0, std::fmin(32767.0, far[i])))));
+            x.mic.push_back(
+                static_cast<int16_t>(std::lround(std::fmax(-32768.0, std::fmin(32767.0, m)))));
+            x.ref.push_back(
+                static_cast<int16_t>(std::lround(std::fmax(-32768.0, std::fmin(32767.0, far[i])))));
             x.micf.push_back(x.mic.back() / 32768.0f);
             x.reff.push_back(x.ref.back() / 32768.0f);
         }
@@ -69,7 +71,8 @@ BENCHMARK(BM_StreamAlone);
 void BM_PluginRun(benchmark::State &state) {
     const Signal &s = signal();
     void *dl = dlopen(SONVEL_SPA_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-    auto enum_fn = dl ? reinterpret_cast<spa_handle_factory_enum_func_t>(dlsym(dl, SPA_HANDLE_FACTORY_ENUM_FUNC_NAME))
+    auto enum_fn = dl ? reinterpret_cast<spa_handle_factory_enum_func_t>(
+                            dlsym(dl, SPA_HANDLE_FACTORY_ENUM_FUNC_NAME))
                       : nullptr;
     const spa_handle_factory *f = nullptr;
     uint32_t index = 0;

@@ -41,8 +41,12 @@ inline constexpr int32_t L_mpy(int16_t a, int16_t b) { return int32_t{a} * b; }
 inline constexpr int32_t L_add(int32_t a, int32_t b) { return sat_add(a, b); }
 inline constexpr int32_t L_sub(int32_t a, int32_t b) { return sat_sub(a, b); }
 
-inline constexpr int32_t L_mac(int32_t acc, int16_t a, int16_t b) { return L_add(acc, L_mult(a, b)); }
-inline constexpr int32_t L_msu(int32_t acc, int16_t a, int16_t b) { return L_sub(acc, L_mult(a, b)); }
+inline constexpr int32_t L_mac(int32_t acc, int16_t a, int16_t b) {
+    return L_add(acc, L_mult(a, b));
+}
+inline constexpr int32_t L_msu(int32_t acc, int16_t a, int16_t b) {
+    return L_sub(acc, L_mult(a, b));
+}
 
 inline constexpr int32_t L_negate(int32_t a) { return a == kMin32 ? kMax32 : -a; }
 inline constexpr int32_t L_abs(int32_t a) { return a == kMin32 ? kMax32 : (a < 0 ? -a : a); }
@@ -50,7 +54,9 @@ inline constexpr int32_t L_abs(int32_t a) { return a == kMin32 ? kMax32 : (a < 0
 // ---- Conversions --------------------------------------------------------------------------------
 
 inline constexpr int16_t extract_h(int32_t a) { return static_cast<int16_t>(a >> 16); }
-inline constexpr int16_t extract_l(int32_t a) { return static_cast<int16_t>(static_cast<uint16_t>(a)); }
+inline constexpr int16_t extract_l(int32_t a) {
+    return static_cast<int16_t>(static_cast<uint16_t>(a));
+}
 
 // Upper half of a + 0x8000, saturated: anything above 0x7FFF7FFF gives 32767.
 inline constexpr int16_t round(int32_t a) { return extract_h(L_add(a, 0x8000)); }
@@ -131,7 +137,9 @@ inline constexpr int16_t norm_s(int16_t a) {
 }
 
 // Left shifts that normalise a 32-bit value; 0 gives 0, -1 gives 31.
-inline constexpr int16_t norm_l(int32_t a) { return a == 0 ? int16_t{0} : static_cast<int16_t>(hr(a)); }
+inline constexpr int16_t norm_l(int32_t a) {
+    return a == 0 ? int16_t{0} : static_cast<int16_t>(hr(a));
+}
 
 // As norm_l, but 0 gives 31.
 inline constexpr int16_t norm_l_opt(int32_t a) { return static_cast<int16_t>(hr(a)); }

@@ -15,7 +15,7 @@ inline constexpr int32_t low32(int64_t v) { return static_cast<int32_t>(static_c
 
 // ---- Double precision: L = hi * 2^16 + 2 * lo ---------------------------------------------------
 
-inline constexpr void L_Extract(int32_t L, int16_t* hi, int16_t* lo) {
+inline constexpr void L_Extract(int32_t L, int16_t *hi, int16_t *lo) {
     *hi = extract_h(L);
     *lo = extract_l(L_msu(L_shr(L, 1), *hi, 16384));
 }
@@ -48,7 +48,9 @@ inline constexpr int32_t Mpy_32_16_opt(int32_t a, int16_t n) {
 }
 
 // Low 32 bits of (a * n) >> 16; no rounding, no saturation.
-inline constexpr int32_t Mpy_32_16_opt2(int32_t a, int16_t n) { return low32((int64_t{a} * n) >> 16); }
+inline constexpr int32_t Mpy_32_16_opt2(int32_t a, int16_t n) {
+    return low32((int64_t{a} * n) >> 16);
+}
 
 // About a * b / 2^32 from the double-precision halves of a and b.
 inline constexpr int32_t Mpy_32_opt2(int32_t a, int32_t b) {
@@ -66,7 +68,9 @@ inline constexpr int32_t smulwt(int32_t a, int32_t b) {
     return L_add(L_mpy(ha, t), mult(la, t));
 }
 
-inline constexpr int32_t smlabb(int16_t a, int16_t b, int32_t acc) { return L_add(L_mpy(a, b), acc); }
+inline constexpr int32_t smlabb(int16_t a, int16_t b, int32_t acc) {
+    return L_add(L_mpy(a, b), acc);
+}
 
 // a + 2b and a - 2b, the doubling and the sum each saturated.
 inline constexpr int32_t L_qdadd(int32_t a, int32_t b) { return L_add(a, L_shl(b, 1)); }
@@ -85,18 +89,18 @@ inline constexpr int32_t subc(int32_t a, int32_t b) {
 // to Q29, the product with num, times 4 with saturation.
 inline constexpr int32_t Div_32_OP(int32_t num, int32_t den) {
     const int16_t d = div_s(16383, extract_h(den));  // 1. 1/den in Q14
-    int32_t t = Mpy_32_16_opt(den, d);                // 2. den * d
-    t = L_sub(kMax32, t);                             // 3. 2 - den * d
-    t = Mpy_32_16_opt(t, d);                          // 4. 1/den in Q29
-    const int32_t q = Mpy_32_opt(t, num);             // 5. num / den in Q29
-    return L_add(L_add(q, L_shl(q, 1)), q);           // 6. 4q in Q31
+    int32_t t = Mpy_32_16_opt(den, d);               // 2. den * d
+    t = L_sub(kMax32, t);                            // 3. 2 - den * d
+    t = Mpy_32_16_opt(t, d);                         // 4. 1/den in Q29
+    const int32_t q = Mpy_32_opt(t, num);            // 5. num / den in Q29
+    return L_add(L_add(q, L_shl(q, 1)), q);          // 6. 4q in Q31
 }
 
 // ---- Logarithms ---------------------------------------------------------------------------------
 
 // log2(x) = exponent + fraction / 32768 for x > 0 (both 0 for x <= 0); returns the interpolated
 // Q16-scaled fraction r whose upper half is the fraction.
-inline int32_t Log2(int32_t x, int16_t* exponent, int16_t* fraction) {
+inline int32_t Log2(int32_t x, int16_t *exponent, int16_t *fraction) {
     if (x <= 0) {  // 1.
         *exponent = 0;
         *fraction = 0;
@@ -117,9 +121,9 @@ inline int32_t Log2(int32_t x, int16_t* exponent, int16_t* fraction) {
 // ln(x / 32768) in Q15 from the base-2 logarithm: (log2(x) - 15) * ln 2, bit 0 cleared.
 inline int32_t Ln_OP(int32_t x) {
     int16_t exponent = 0, fraction = 0;
-    Log2(x, &exponent, &fraction);  // 1.
+    Log2(x, &exponent, &fraction);                                           // 1.
     const int32_t v = L_sub(L_add(L_shl(exponent, 15), fraction), 0x78000);  // 2. Q15, minus 15
-    constexpr int16_t kLn2Q15 = 22712;                                        // ln 2, truncated
+    constexpr int16_t kLn2Q15 = 22712;                                       // ln 2, truncated
     return static_cast<int32_t>(static_cast<uint32_t>(low32((int64_t{v} * kLn2Q15) >> 15)) & ~1u);
 }
 

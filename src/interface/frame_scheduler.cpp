@@ -73,7 +73,8 @@ int32_t check_apply_arguments(void *hAec, const int16_t *near, const int16_t *fa
     if (hdr->u16HdrMagic != sonvel::kHeaderMagic) return SONVEL_AEC_ERR_NOT_INITIALISED;
     if (hdr->u8HdrSampleRate > 1) return SONVEL_AEC_ERR_CFG_SAMPLE_RATE;
     // A header whose offset or phase lies outside what Init and Apply ever write is not live.
-    if (sonvel::state_of(hAec) == nullptr || hdr->u16Phase > 4) return SONVEL_AEC_ERR_NOT_INITIALISED;
+    if (sonvel::state_of(hAec) == nullptr || hdr->u16Phase > 4)
+        return SONVEL_AEC_ERR_NOT_INITIALISED;
     return SONVEL_AEC_OK;
 }
 

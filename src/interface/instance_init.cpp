@@ -87,7 +87,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_GetSize(uint32_t *pu32Size, uint32_t *p
     return SONVEL_AEC_OK;
 }
 
-extern "C" SONVEL_API int32_t Sonvel_AEC_SUB_Init(void *pState, const AecCfg *pstCfg, int32_t s32Mode) {
+extern "C" SONVEL_API int32_t Sonvel_AEC_SUB_Init(void *pState, const AecCfg *pstCfg,
+                                                  int32_t s32Mode) {
     // 1. The state base.
     if (pState == nullptr) return SONVEL_AEC_ERR_STATE_NULL;
     if (Sonvel_AEC_Check8Align(pState) == 0) return SONVEL_AEC_ERR_STATE_ALIGN;

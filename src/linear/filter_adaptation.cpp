@@ -83,8 +83,7 @@ extern "C" SONVEL_API void Sonvel_AEC_UpdateFilterParameter(AecState *state, int
         const int h2 = sp::block_headroom(isa, t, geo.l);
         sp::shift_block(isa, t, geo.l, h2 - guard);
         Sonvel_AEC_Realfft(t, geo.n, plan);
-        const auto shift =
-            static_cast<int16_t>(kShiftBase - 3 * geo.s - h1 - h2 - hG - minQ);
+        const auto shift = static_cast<int16_t>(kShiftBase - 3 * geo.s - h1 - h2 - hG - minQ);
         lin::accumulate_into_filter(isa, state->aiFiltPart[p], t, geo.n + 2, shift);
     }
 }

@@ -64,7 +64,8 @@ SONVEL_LANES_TARGET int reciprocal_far_power_lanes(const int32_t *pow, int bins,
 }
 
 SONVEL_LANES_TARGET int normalised_error_lanes(const int32_t *e, const int32_t *man,
-                                               const int32_t *q, int bins, int32_t *g, int32_t *qg) {
+                                               const int32_t *q, int bins, int32_t *g,
+                                               int32_t *qg) {
     int k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) {
         const ln::Bins x = ln::load_bins(e + 2 * k);
@@ -83,7 +84,8 @@ SONVEL_LANES_TARGET int normalised_error_lanes(const int32_t *e, const int32_t *
 SONVEL_LANES_TARGET inline I32 gain_step(I32 e2, I32 qe2) {
     const I32 m = ln::max(e2, ln::dup(1));
     const I32 c = ln::shl_n<1>(ln::shr_all(ln::hr(m), 1));  // the headroom rounded down to even
-    const ln::F32 kr = ln::fmul(ln::dupf(static_cast<float>(kGain)), ln::rsqrt(ln::i2f(ln::shl(m, c))));
+    const ln::F32 kr =
+        ln::fmul(ln::dupf(static_cast<float>(kGain)), ln::rsqrt(ln::i2f(ln::shl(m, c))));
     const I32 v = ln::f2i(ln::fmul(kr, ln::dupf(kTwoPow14)));
     const I32 half_q = ln::shr_all(ln::add(qe2, c), 1);
     return ln::shift_sat(v, ln::sub(half_q, ln::dup(kGainShift)));
@@ -228,7 +230,8 @@ void normalised_error(sp::Isa isa, const int32_t *e, const int32_t *man, const i
 }
 
 void constant_magnitude_gain(sp::Isa isa, int32_t *e2, const int32_t *qe2, int bins) {
-    if (sp::lanes_checked(isa, {{e2, 4u * bins}}, [&](sp::Isa i) { constant_magnitude_gain(i, e2, qe2, bins); }))
+    if (sp::lanes_checked(isa, {{e2, 4u * bins}},
+                          [&](sp::Isa i) { constant_magnitude_gain(i, e2, qe2, bins); }))
         return;
     int k = vector(isa) ? constant_magnitude_gain_lanes(e2, qe2, bins) : 0;
     for (; k < bins; ++k) {
@@ -243,7 +246,8 @@ void constant_magnitude_gain(sp::Isa isa, int32_t *e2, const int32_t *qe2, int b
 }
 
 void apply_gain(sp::Isa isa, int32_t *g, const int32_t *gain, int bins) {
-    if (sp::lanes_checked(isa, {{g, 8u * bins}}, [&](sp::Isa i) { apply_gain(i, g, gain, bins); })) return;
+    if (sp::lanes_checked(isa, {{g, 8u * bins}}, [&](sp::Isa i) { apply_gain(i, g, gain, bins); }))
+        return;
     int k = vector(isa) ? apply_gain_lanes(g, gain, bins) : 0;
     for (; k < bins; ++k) {
         const float gk = fx::i2f(gain[k]);
@@ -256,7 +260,8 @@ void apply_gain(sp::Isa isa, int32_t *g, const int32_t *gain, int bins) {
 
 int common_q(sp::Isa isa, const int32_t *g, const int32_t *qg, int words) {
     int r = 0;
-    if (sp::lanes_checked(isa, {{&r, sizeof r}}, [&](sp::Isa i) { r = common_q(i, g, qg, words); })) return r;
+    if (sp::lanes_checked(isa, {{&r, sizeof r}}, [&](sp::Isa i) { r = common_q(i, g, qg, words); }))
+        return r;
     int32_t q = kQCap;
     int w = vector(isa) ? common_q_lanes(g, qg, words, &q) : 0;
     for (; w < words; ++w) {
@@ -266,7 +271,9 @@ int common_q(sp::Isa isa, const int32_t *g, const int32_t *qg, int words) {
 }
 
 void align_to_q(sp::Isa isa, int32_t *g, const int32_t *qg, int words, int q) {
-    if (sp::lanes_checked(isa, {{g, 4u * words}}, [&](sp::Isa i) { align_to_q(i, g, qg, words, q); })) return;
+    if (sp::lanes_checked(isa, {{g, 4u * words}},
+                          [&](sp::Isa i) { align_to_q(i, g, qg, words, q); }))
+        return;
     int w = vector(isa) ? align_to_q_lanes(g, qg, words, q) : 0;
     for (; w < words; ++w) g[w] = fx::shift_wrap(g[w], q - qg[w]);
 }

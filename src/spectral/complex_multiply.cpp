@@ -6,8 +6,8 @@
 
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
-#include "spectral/lanes.h"
 #include "spectral/lane_check.h"
+#include "spectral/lanes.h"
 
 namespace {
 
@@ -68,7 +68,8 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Mult(const int32_t *a, const int32
 
 void sp::complex_mla(Isa isa, const int32_t *a, const int32_t *b, int32_t *acc, int32_t n) {
     const int32_t words = 2 * sp::stepped_count(n, 2);
-    if (lanes_checked(isa, {{acc, 4u * words}}, [&](Isa i) { complex_mla(i, a, b, acc, n); })) return;
+    if (lanes_checked(isa, {{acc, 4u * words}}, [&](Isa i) { complex_mla(i, a, b, acc, n); }))
+        return;
     const int32_t done = lanes_on(isa) ? complex_mla_lanes(a, b, acc, words) : 0;
     for (int32_t w = done; w < words; w += 2) {
         const sp::Prod64 p = sp::cmul(a[w], a[w + 1], b[w], b[w + 1]);
@@ -77,8 +78,7 @@ void sp::complex_mla(Isa isa, const int32_t *a, const int32_t *b, int32_t *acc, 
     }
 }
 
-void sp::complex_conj_mult(Isa isa, const int32_t *a, const int32_t *b, int32_t *out,
-                           int32_t n) {
+void sp::complex_conj_mult(Isa isa, const int32_t *a, const int32_t *b, int32_t *out, int32_t n) {
     const int32_t words = 2 * sp::stepped_count(n, 2);
     if (lanes_checked(isa, {{out, 4u * words}}, [&](Isa i) { complex_conj_mult(i, a, b, out, n); }))
         return;

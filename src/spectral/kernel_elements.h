@@ -99,9 +99,7 @@ inline constexpr Mant normalise(int32_t s, int q) {
 }
 
 // Truncating right shift of a mantissa by qx - qm >= 0 (any size).
-inline constexpr int32_t align_to(int32_t m, int qx, int qm) {
-    return fx::shr_trunc(m, qx - qm);
-}
+inline constexpr int32_t align_to(int32_t m, int qx, int qm) { return fx::shr_trunc(m, qx - qm); }
 
 // One step of first-order smoothing in block floating point: old y (Q qy) weighted by a, new x
 // (Q qx) weighted by 32767 - a, both rounded by 15 bits, aligned to the smaller Q by truncation,

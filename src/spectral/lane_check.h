@@ -54,7 +54,8 @@ inline bool lanes_checked(Isa isa, const Written (&out)[N], Run &&run) {
         const auto *want = static_cast<const unsigned char *>(out[k].p);
         for (size_t b = 0; b < out[k].bytes; ++b) {
             if (got[b] != want[b]) {
-                std::fprintf(stderr, "lane check: output %zu differs from the portable loop at byte %zu\n",
+                std::fprintf(stderr,
+                             "lane check: output %zu differs from the portable loop at byte %zu\n",
                              k, b);
                 std::abort();
             }

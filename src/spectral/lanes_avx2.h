@@ -73,13 +73,15 @@ LN_FN Bins load16_bins(const int16_t *p) {
     return {_mm256_srai_epi32(_mm256_slli_epi32(v, 16), 16), _mm256_srai_epi32(v, 16)};
 }
 LN_FN void store16_bins(int16_t *p, Bins b) {
-    const I32 v = _mm256_or_si256(_mm256_and_si256(b.re, _mm256_set1_epi32(0xFFFF)), _mm256_slli_epi32(b.im, 16));
+    const I32 v = _mm256_or_si256(_mm256_and_si256(b.re, _mm256_set1_epi32(0xFFFF)),
+                                  _mm256_slli_epi32(b.im, 16));
     _mm256_storeu_si256(reinterpret_cast<I32 *>(p), v);
 }
 
 // Lanes saturated to int16 and stored as int16 values.
 LN_FN void store16_sat(int16_t *p, I32 v) {
-    const __m128i packed = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    const __m128i packed =
+        _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
     _mm_storeu_si128(reinterpret_cast<__m128i *>(p), packed);
 }
 
@@ -98,13 +100,16 @@ LN_FN I32 bor(I32 a, I32 b) { return _mm256_or_si256(a, b); }
 // The low 32 bits of the products.
 LN_FN I32 mul_lo(I32 a, I32 b) { return _mm256_mullo_epi32(a, b); }
 // |x| with -2^31 giving 2^31 - 1 (the absolute value of -2^31 reads as 2^31 unsigned).
-LN_FN I32 abs_sat(I32 x) { return _mm256_min_epu32(_mm256_abs_epi32(x), _mm256_set1_epi32(INT32_MAX)); }
+LN_FN I32 abs_sat(I32 x) {
+    return _mm256_min_epu32(_mm256_abs_epi32(x), _mm256_set1_epi32(INT32_MAX));
+}
 LN_FN I32 band(I32 a, I32 b) { return _mm256_and_si256(a, b); }
 
 // fx::rnd(x, N) of int32 lanes for N in 1..31, which cannot overflow.
 template <int N>
 LN_FN I32 rnd_shr_n(I32 x) {
-    return _mm256_srai_epi32(_mm256_add_epi32(_mm256_srai_epi32(x, N - 1), _mm256_set1_epi32(1)), 1);
+    return _mm256_srai_epi32(_mm256_add_epi32(_mm256_srai_epi32(x, N - 1), _mm256_set1_epi32(1)),
+                             1);
 }
 
 // Comparisons and selects.
@@ -235,7 +240,8 @@ LN_FN I32 shift_wrap(I32 x, I32 c) {
 LN_FN F32 i2f(I32 x) { return _mm256_cvtepi32_ps(x); }
 LN_FN I32 f2i(F32 f) {
     const I32 r = _mm256_cvttps_epi32(f);
-    const I32 big = _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ));
+    const I32 big =
+        _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ));
     const I32 nan = _mm256_castps_si256(_mm256_cmp_ps(f, f, _CMP_UNORD_Q));
     return _mm256_andnot_si256(nan, _mm256_xor_si256(r, big));
 }
@@ -254,7 +260,9 @@ LN_FN F32 fadd(F32 a, F32 b) { return _mm256_add_ps(a, b); }
 LN_FN F32 fsub(F32 a, F32 b) { return _mm256_sub_ps(a, b); }
 
 // Lane indices k, k + 1, ...
-LN_FN I32 iota(int32_t k) { return _mm256_add_epi32(_mm256_set1_epi32(k), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)); }
+LN_FN I32 iota(int32_t k) {
+    return _mm256_add_epi32(_mm256_set1_epi32(k), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+}
 
 // The entries of a table at the lanes' indices: int32 entries, and int16 entries sign-extended
 // (the int16 look-up reads the entry after each one too, which must exist).
@@ -270,7 +278,9 @@ LN_FN I32 lookup(const int16_t *table, I32 idx) {
 
 using I16 = __m256i;
 inline constexpr int kLanes16 = 16;
-LN_FN I16 load_i16(const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const I16 *>(p)); }
+LN_FN I16 load_i16(const int16_t *p) {
+    return _mm256_loadu_si256(reinterpret_cast<const I16 *>(p));
+}
 LN_FN I16 dup_i16(int16_t v) { return _mm256_set1_epi16(v); }
 LN_FN I16 min_i16(I16 a, I16 b) { return _mm256_min_epi16(a, b); }
 LN_FN int16_t min_lanes_i16(I16 m) {
@@ -302,7 +312,8 @@ LN_FN int64_t acc64_total(Acc64 acc) {
 
 // Exact products of the lanes of a and b.
 LN_FN W64 mul_wide(I32 a, I32 b) {
-    return {_mm256_mul_epi32(a, b), _mm256_mul_epi32(_mm256_srli_epi64(a, 32), _mm256_srli_epi64(b, 32))};
+    return {_mm256_mul_epi32(a, b),
+            _mm256_mul_epi32(_mm256_srli_epi64(a, 32), _mm256_srli_epi64(b, 32))};
 }
 // Wrapping sum and difference (for operands whose exact result fits).
 LN_FN W64 add64(W64 x, W64 y) { return {_mm256_add_epi64(x.a, y.a), _mm256_add_epi64(x.b, y.b)}; }
@@ -336,13 +347,16 @@ template <int K>
 LN_FN __m256i rnd64(__m256i v) {
     const int64_t half = int64_t{1} << (K - 1);
     const uint64_t top = uint64_t{1} << (31 + K);
-    const __m256i hi = _mm256_set1_epi64x(static_cast<int64_t>(top - static_cast<uint64_t>(half) - 1));
+    const __m256i hi =
+        _mm256_set1_epi64x(static_cast<int64_t>(top - static_cast<uint64_t>(half) - 1));
     v = select64(v, hi, _mm256_cmpgt_epi64(v, hi));
     if constexpr (K < 32) {
-        const __m256i lo = _mm256_set1_epi64x(static_cast<int64_t>(0 - top - static_cast<uint64_t>(half)));
+        const __m256i lo =
+            _mm256_set1_epi64x(static_cast<int64_t>(0 - top - static_cast<uint64_t>(half)));
         v = select64(v, lo, _mm256_cmpgt_epi64(lo, v));
     }
-    const __m256i bias = _mm256_set1_epi64x(static_cast<int64_t>(top + static_cast<uint64_t>(half)));
+    const __m256i bias =
+        _mm256_set1_epi64x(static_cast<int64_t>(top + static_cast<uint64_t>(half)));
     const __m256i u = _mm256_srli_epi64(_mm256_add_epi64(v, bias), K);
     return _mm256_xor_si256(u, _mm256_set1_epi64x(INT32_MIN & 0xFFFFFFFFll));
 }
@@ -360,8 +374,12 @@ LN_FN I32 join_even_odd(__m256i a, __m256i b) {
 }  // namespace detail
 
 // fx::sat_add64 / fx::sat_sub64.
-LN_FN W64 sat_add64(W64 x, W64 y) { return {detail::sat_add64(x.a, y.a), detail::sat_add64(x.b, y.b)}; }
-LN_FN W64 sat_sub64(W64 x, W64 y) { return {detail::sat_sub64(x.a, y.a), detail::sat_sub64(x.b, y.b)}; }
+LN_FN W64 sat_add64(W64 x, W64 y) {
+    return {detail::sat_add64(x.a, y.a), detail::sat_add64(x.b, y.b)};
+}
+LN_FN W64 sat_sub64(W64 x, W64 y) {
+    return {detail::sat_sub64(x.a, y.a), detail::sat_sub64(x.b, y.b)};
+}
 
 // fx::rnd(v, K) of each value for K in 1..32, saturated to int32, back in lane order.
 template <int K>
@@ -376,9 +394,12 @@ LN_FN I32 rnd_narrow_var(W64 v, int k) {
     if (k <= 32) {
         const int64_t half = int64_t{1} << (k - 1);
         const uint64_t top = uint64_t{1} << (31 + k);
-        const __m256i hi = _mm256_set1_epi64x(static_cast<int64_t>(top - static_cast<uint64_t>(half) - 1));
-        const __m256i lo = _mm256_set1_epi64x(static_cast<int64_t>(0 - top - static_cast<uint64_t>(half)));
-        const __m256i bias = _mm256_set1_epi64x(static_cast<int64_t>(top + static_cast<uint64_t>(half)));
+        const __m256i hi =
+            _mm256_set1_epi64x(static_cast<int64_t>(top - static_cast<uint64_t>(half) - 1));
+        const __m256i lo =
+            _mm256_set1_epi64x(static_cast<int64_t>(0 - top - static_cast<uint64_t>(half)));
+        const __m256i bias =
+            _mm256_set1_epi64x(static_cast<int64_t>(top + static_cast<uint64_t>(half)));
         const __m128i cnt = _mm_cvtsi32_si128(k);
         return detail::join_even_odd(detail::rnd64_var(v.a, hi, lo, bias, cnt, k < 32),
                                      detail::rnd64_var(v.b, hi, lo, bias, cnt, k < 32));
@@ -388,7 +409,8 @@ LN_FN I32 rnd_narrow_var(W64 v, int k) {
     const __m128i s = _mm_cvtsi32_si128(k - 1);
     const __m256i qa = _mm256_sub_epi64(_mm256_srl_epi64(_mm256_add_epi64(v.a, bias), s), unbias);
     const __m256i qb = _mm256_sub_epi64(_mm256_srl_epi64(_mm256_add_epi64(v.b, bias), s), unbias);
-    return _mm256_srai_epi32(_mm256_add_epi32(detail::join_even_odd(qa, qb), _mm256_set1_epi32(1)), 1);
+    return _mm256_srai_epi32(_mm256_add_epi32(detail::join_even_odd(qa, qb), _mm256_set1_epi32(1)),
+                             1);
 }
 
 // fx::rnd(fx::shift_sat64(p, h), 32) for h >= 0 where the exact p * 2^h lies in

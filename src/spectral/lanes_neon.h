@@ -111,7 +111,9 @@ inline I32 hr_min(I32 a, I32 b) { return vminq_s32(vclsq_s32(a), vclsq_s32(b)); 
 inline I32 sat_add(I32 a, I32 b) { return vqaddq_s32(a, b); }
 inline I32 sat_sub(I32 a, I32 b) { return vqsubq_s32(a, b); }
 // The instruction reads the count from the low byte, so counts are limited to 32 first.
-inline I32 shr_trunc(I32 x, I32 c) { return vshlq_s32(x, vnegq_s32(vminq_s32(c, vdupq_n_s32(32)))); }
+inline I32 shr_trunc(I32 x, I32 c) {
+    return vshlq_s32(x, vnegq_s32(vminq_s32(c, vdupq_n_s32(32))));
+}
 inline I32 shift_sat(I32 x, I32 c) {
     return vqshlq_s32(x, vmaxq_s32(vminq_s32(c, vdupq_n_s32(32)), vdupq_n_s32(-32)));
 }
@@ -162,7 +164,9 @@ inline void store_i16(int16_t *p, I16 v) { vst1q_s16(p, v); }
 
 using Acc64 = int64x2_t;
 inline Acc64 acc64_zero() { return vdupq_n_s64(0); }
-inline Acc64 acc64_add(Acc64 acc, I32 v) { return vaddw_high_s32(vaddw_s32(acc, vget_low_s32(v)), v); }
+inline Acc64 acc64_add(Acc64 acc, I32 v) {
+    return vaddw_high_s32(vaddw_s32(acc, vget_low_s32(v)), v);
+}
 inline int64_t acc64_total(Acc64 acc) { return vaddvq_s64(acc); }
 
 // ---- 64-bit values ----

@@ -6,12 +6,12 @@
 
 #include <algorithm>
 
+#include "spectral/element_lanes.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
-#include "spectral/element_lanes.h"
+#include "spectral/lane_check.h"
 #include "spectral/processor.h"
 #include "state/aec_state.h"
-#include "spectral/lane_check.h"
 
 namespace {
 
@@ -98,7 +98,9 @@ SONVEL_LANES_TARGET int32_t far_power_lanes(const int32_t *x, int s, int32_t *p,
 
 #else
 
-int32_t energy_dq_f_lanes(const int32_t *, const int32_t *, int32_t *, int32_t *, int32_t) { return 0; }
+int32_t energy_dq_f_lanes(const int32_t *, const int32_t *, int32_t *, int32_t *, int32_t) {
+    return 0;
+}
 int32_t energy_f_lanes(const int32_t *, int32_t *, int, int16_t *, int32_t) { return 0; }
 int32_t far_power_lanes(const int32_t *, int, int32_t *, int32_t) { return 0; }
 
@@ -128,7 +130,8 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_F(const int32_t *x, cons
 
 void sp::energy_f(Isa isa, const int32_t *x, int32_t *e, int16_t q, int16_t *qe, int32_t n) {
     const int32_t bins = sp::stepped_count(n, 4);
-    if (lanes_checked(isa, {{e, 4u * bins}, {qe, 2u * bins}}, [&](Isa i) { energy_f(i, x, e, q, qe, n); }))
+    if (lanes_checked(isa, {{e, 4u * bins}, {qe, 2u * bins}},
+                      [&](Isa i) { energy_f(i, x, e, q, qe, n); }))
         return;
     const int qoff = 2 * q - 32;
     const int32_t done = lanes_on(isa) ? energy_f_lanes(x, e, qoff, qe, bins) : 0;

@@ -66,7 +66,8 @@ void mirror_upper_half(const int32_t *buf, int32_t *c, int32_t from, int32_t n) 
 // c[2i], c[2i + 1] = buf[i], 0; returns the samples done.
 SONVEL_LANES_TARGET int32_t real_to_complex_lanes(const int32_t *buf, int32_t *c, int32_t n) {
     int32_t i = 0;
-    for (; i + ln::kLanes <= n; i += ln::kLanes) ln::store_bins(c + 2 * i, {ln::load(buf + i), ln::zero()});
+    for (; i + ln::kLanes <= n; i += ln::kLanes)
+        ln::store_bins(c + 2 * i, {ln::load(buf + i), ln::zero()});
     return i;
 }
 

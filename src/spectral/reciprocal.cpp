@@ -32,13 +32,15 @@ constexpr uint32_t rsqrt_estimate_int(uint32_t a) {
 
 constexpr std::array<uint8_t, 256> make_recip_table() {
     std::array<uint8_t, 256> t{};
-    for (uint32_t i = 0; i < 256; ++i) t[i] = static_cast<uint8_t>(recip_estimate_int(256 + i) - 256);
+    for (uint32_t i = 0; i < 256; ++i)
+        t[i] = static_cast<uint8_t>(recip_estimate_int(256 + i) - 256);
     return t;
 }
 
 constexpr std::array<uint8_t, 384> make_rsqrt_table() {
     std::array<uint8_t, 384> t{};
-    for (uint32_t i = 0; i < 384; ++i) t[i] = static_cast<uint8_t>(rsqrt_estimate_int(128 + i) - 256);
+    for (uint32_t i = 0; i < 384; ++i)
+        t[i] = static_cast<uint8_t>(rsqrt_estimate_int(128 + i) - 256);
     return t;
 }
 

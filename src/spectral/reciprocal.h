@@ -45,7 +45,6 @@ inline uint32_t pick_nan(uint32_t a, uint32_t b) {
     return (is_nan(a) ? a : b) | kQuietBit;
 }
 
-
 // a*b + c with a single rounding, as std::fma, without a library call where the target has no
 // fused instruction: the product of two floats is exact in double, and when the double sum is exact
 // too (checked by the two-sum error term) its conversion to float is the one rounding. Only sums

@@ -32,8 +32,9 @@ SONVEL_LANES_TARGET inline __m256i table_byte8(const uint8_t *table, __m256i i) 
 
 // Exponent field 2..250 in every lane (sign ignored): u & 0x7FFFFFFF in [2^24, 251 * 2^23).
 SONVEL_LANES_TARGET inline bool all_moderate8(__m256i magnitude) {
-    const __m256i ok = _mm256_and_si256(_mm256_cmpgt_epi32(magnitude, _mm256_set1_epi32(0x00FFFFFF)),
-                                        _mm256_cmpgt_epi32(_mm256_set1_epi32(0x7D800000), magnitude));
+    const __m256i ok =
+        _mm256_and_si256(_mm256_cmpgt_epi32(magnitude, _mm256_set1_epi32(0x00FFFFFF)),
+                         _mm256_cmpgt_epi32(_mm256_set1_epi32(0x7D800000), magnitude));
     return _mm256_movemask_epi8(ok) == -1;
 }
 
@@ -57,7 +58,8 @@ SONVEL_LANES_TARGET inline __m256 recip8(__m256 x) {
     const __m256i exponent = _mm256_sub_epi32(_mm256_set1_epi32(253 << 23),
                                               _mm256_and_si256(u, _mm256_set1_epi32(0x7F800000)));
     const __m256i index = _mm256_and_si256(_mm256_srli_epi32(u, 15), _mm256_set1_epi32(0xFF));
-    const __m256i fraction = _mm256_slli_epi32(detail::table_byte8(detail::kRecipEstimate.data(), index), 15);
+    const __m256i fraction =
+        _mm256_slli_epi32(detail::table_byte8(detail::kRecipEstimate.data(), index), 15);
     __m256 r = _mm256_castsi256_ps(_mm256_or_si256(_mm256_or_si256(sign, exponent), fraction));
     // Three steps r <- r * (2 - x*r), the inner expression rounded once.
     const __m256 two = _mm256_set1_ps(2.0f);
@@ -74,22 +76,25 @@ SONVEL_LANES_TARGET inline __m256 rsqrt8(__m256 x) {
     const __m256i e = _mm256_srli_epi32(u, 23);
     const __m256i odd = _mm256_and_si256(e, _mm256_set1_epi32(1));
     const __m256i top8 = _mm256_and_si256(_mm256_srli_epi32(u, 15), _mm256_set1_epi32(0xFF));
-    const __m256i index = _mm256_add_epi32(_mm256_srlv_epi32(top8, odd),
-                                           _mm256_slli_epi32(_mm256_xor_si256(odd, _mm256_set1_epi32(1)), 7));
-    const __m256i exponent = _mm256_slli_epi32(_mm256_srli_epi32(_mm256_sub_epi32(_mm256_set1_epi32(380), e), 1), 23);
-    const __m256i fraction = _mm256_slli_epi32(detail::table_byte8(detail::kRsqrtEstimate.data(), index), 15);
+    const __m256i index =
+        _mm256_add_epi32(_mm256_srlv_epi32(top8, odd),
+                         _mm256_slli_epi32(_mm256_xor_si256(odd, _mm256_set1_epi32(1)), 7));
+    const __m256i exponent =
+        _mm256_slli_epi32(_mm256_srli_epi32(_mm256_sub_epi32(_mm256_set1_epi32(380), e), 1), 23);
+    const __m256i fraction =
+        _mm256_slli_epi32(detail::table_byte8(detail::kRsqrtEstimate.data(), index), 15);
     __m256 r = _mm256_castsi256_ps(_mm256_or_si256(exponent, fraction));
     // Three steps r <- r * (3 - x*r*r)/2 as r * (1.5 - (x/2)*(r*r)), the inner expression rounded
     // once; halving a moderate x is exact.
     const __m256 half_x = _mm256_mul_ps(x, _mm256_set1_ps(0.5f));
     const __m256 three_halves = _mm256_set1_ps(1.5f);
-    for (int i = 0; i < 3; ++i) r = _mm256_mul_ps(r, _mm256_fnmadd_ps(half_x, _mm256_mul_ps(r, r), three_halves));
+    for (int i = 0; i < 3; ++i)
+        r = _mm256_mul_ps(r, _mm256_fnmadd_ps(half_x, _mm256_mul_ps(r, r), three_halves));
     return r;
 }
 
 // sqrt(x) per lane, as sp::sqrt.
 SONVEL_LANES_TARGET inline __m256 sqrt8(__m256 x) { return recip8(rsqrt8(x)); }
-
 
 #elif defined(__aarch64__)
 

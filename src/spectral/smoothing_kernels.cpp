@@ -4,9 +4,9 @@
 // steps where the caller's instance allows them; the loops here do the rest.
 #include "sonvel_aec_spectral.h"
 
+#include "spectral/element_lanes.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
-#include "spectral/element_lanes.h"
 #include "spectral/lane_check.h"
 
 namespace {
@@ -17,7 +17,6 @@ inline void smooth_into(int32_t x, int qx, int32_t &y, int16_t &qy, int32_t a) {
     y = m.m;
     qy = static_cast<int16_t>(m.q);
 }
-
 
 #if SONVEL_HAS_LANES
 
@@ -30,8 +29,8 @@ SONVEL_LANES_TARGET int32_t smooth_dg_f_lanes(const int32_t *x, int32_t *y, cons
     for (; i + ln::kLanes <= count; i += ln::kLanes) {
         const ln::I32 f = ln::load16(a + i);
         if (ln::any_negative(f)) break;
-        const Mant m = smooth(ln::load(x + i), ln::load16(qx + i), ln::load(y + i),
-                              ln::load16(qy + i), f);
+        const Mant m =
+            smooth(ln::load(x + i), ln::load16(qx + i), ln::load(y + i), ln::load16(qy + i), f);
         ln::store(y + i, m.m);
         ln::store16(qy + i, m.q);
     }
@@ -52,8 +51,8 @@ SONVEL_LANES_TARGET int32_t energy_smooth_f_lanes(const int32_t *x, int32_t *y, 
     return k;
 }
 
-SONVEL_LANES_TARGET int32_t conj_mult_smooth_q_lanes(const int32_t *a, const int32_t *b,
-                                                     int32_t *y, int qoff, int16_t *qy, int32_t s,
+SONVEL_LANES_TARGET int32_t conj_mult_smooth_q_lanes(const int32_t *a, const int32_t *b, int32_t *y,
+                                                     int qoff, int16_t *qy, int32_t s,
                                                      int32_t words) {
     if (s < 0) return 0;
     const ln::I32 f = ln::dup(s), off = ln::dup(qoff);
@@ -76,7 +75,9 @@ int32_t smooth_dg_f_lanes(const int32_t *, int32_t *, const int16_t *, int16_t *
                           int32_t) {
     return 0;
 }
-int32_t energy_smooth_f_lanes(const int32_t *, int32_t *, int, int16_t *, int32_t, int32_t) { return 0; }
+int32_t energy_smooth_f_lanes(const int32_t *, int32_t *, int, int16_t *, int32_t, int32_t) {
+    return 0;
+}
 int32_t conj_mult_smooth_q_lanes(const int32_t *, const int32_t *, int32_t *, int, int16_t *,
                                  int32_t, int32_t) {
     return 0;
@@ -102,8 +103,8 @@ extern "C" SONVEL_API void Sonvel_AEC_Smooth_F(const int32_t *x, int32_t *y, con
     for (int32_t i = 0; i < count; ++i) smooth_into(x[i], qx[i], y[i], qy[i], a);
 }
 
-void sp::energy_smooth_f(Isa isa, const int32_t *x, int32_t *y, int16_t q, int16_t *qy,
-                         int16_t a, int32_t n) {
+void sp::energy_smooth_f(Isa isa, const int32_t *x, int32_t *y, int16_t q, int16_t *qy, int16_t a,
+                         int32_t n) {
     const int32_t bins = sp::stepped_count(n, 4);
     if (lanes_checked(isa, {{y, 4u * bins}, {qy, 2u * bins}},
                       [&](Isa i) { energy_smooth_f(i, x, y, q, qy, a, n); }))
@@ -123,8 +124,7 @@ void sp::conj_mult_smooth_q(Isa isa, const int32_t *a, const int32_t *b, int32_t
                       [&](Isa i) { conj_mult_smooth_q(i, a, b, y, q, qy, s, n); }))
         return;
     const int qoff = 2 * q - 32;
-    const int32_t done =
-        lanes_on(isa) ? conj_mult_smooth_q_lanes(a, b, y, qoff, qy, s, words) : 0;
+    const int32_t done = lanes_on(isa) ? conj_mult_smooth_q_lanes(a, b, y, qoff, qy, s, words) : 0;
     for (int32_t w = done; w < words; w += 2) {
         const sp::ConjQ c = sp::conj_mult_q(a[w], a[w + 1], b[w], b[w + 1]);
         smooth_into(c.re, c.hr_re + qoff, y[w], qy[w], s);

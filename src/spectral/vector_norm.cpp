@@ -7,8 +7,8 @@
 
 #include "fixedpoint/block_float.h"
 #include "spectral/kernels.h"
-#include "spectral/lanes.h"
 #include "spectral/lane_check.h"
+#include "spectral/lanes.h"
 
 namespace {
 
@@ -63,7 +63,8 @@ int sp::block_headroom(Isa isa, const int32_t *v, int64_t m) {
 
 // The direction decided once; right shifts beyond 31 give the sign fill.
 void sp::shift_block(Isa isa, int32_t *v, int64_t m, int c) {
-    if (lanes_checked(isa, {{v, 4u * static_cast<size_t>(m)}}, [&](Isa i) { shift_block(i, v, m, c); }))
+    if (lanes_checked(isa, {{v, 4u * static_cast<size_t>(m)}},
+                      [&](Isa i) { shift_block(i, v, m, c); }))
         return;
     const bool vec = lanes_on(isa);
     if (c >= 32) {

@@ -26,7 +26,7 @@ using namespace sonvel::comfort_noise;  // the shared weights and the Pow / Powe
 constexpr int kBins = sonvel::kBinWords;
 constexpr float kTwoPowM15 = 1.0f / 32768.0f;
 constexpr float kTwoPow30 = 1073741824.0f;
-constexpr int kFloorCopyBlocks = 19;     // the floor copies the average while K <= 19
+constexpr int kFloorCopyBlocks = 19;  // the floor copies the average while K <= 19
 constexpr int kFloorRiseBlocks = 201;
 constexpr int kQuietBlocks = 6;
 constexpr int32_t kStartBlock = 251;
@@ -46,7 +46,8 @@ void store_normalised(Pow x, int k, int32_t s, int qm, int adjust) {
 
 // 1. A = 0.9 A + 0.1 P (products carry half the weights; the Q value one lower doubles them).
 void average(sp::Isa isa, Pow a, Power p, int bins) {
-    if (sp::lanes_checked(isa, {{a.man, 4u * bins}, {a.exp, 2u * bins}}, [&](sp::Isa i) { average(i, a, p, bins); }))
+    if (sp::lanes_checked(isa, {{a.man, 4u * bins}, {a.exp, 2u * bins}},
+                          [&](sp::Isa i) { average(i, a, p, bins); }))
         return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
@@ -60,7 +61,8 @@ void average(sp::Isa isa, Pow a, Power p, int bins) {
 
 // 2. F follows A down: F = 0.9 F + 0.1 A where F is above A.
 void floor_down(sp::Isa isa, Pow f, Pow a, int bins) {
-    if (sp::lanes_checked(isa, {{f.man, 4u * bins}, {f.exp, 2u * bins}}, [&](sp::Isa i) { floor_down(i, f, a, bins); }))
+    if (sp::lanes_checked(isa, {{f.man, 4u * bins}, {f.exp, 2u * bins}},
+                          [&](sp::Isa i) { floor_down(i, f, a, bins); }))
         return;
     for (int k = sp::lanes_on(isa) ? lanes::floor_down(f, a, bins) : 0; k < bins; ++k) {
         const int qm = std::min(a.exp[k], f.exp[k]);
@@ -103,8 +105,8 @@ void floor_up(sp::Isa isa, Pow f, Power p, const int16_t *t, const int16_t *abov
     for (int k = bins - 1; k >= done; --k) {
         if (t[k] <= kRiseCntLong && above[k] != 0) continue;
         const int16_t qm = std::min(pq[k], f.exp[k]);
-        const int32_t a = fx::L_shr_opt(fx::Mpy_32_16_opt2(pm[k], kRiseSlow),
-                                        static_cast<int16_t>(pq[k] - qm));
+        const int32_t a =
+            fx::L_shr_opt(fx::Mpy_32_16_opt2(pm[k], kRiseSlow), static_cast<int16_t>(pq[k] - qm));
         const int32_t b = fx::L_shr_opt(fx::Mpy_32_16_opt2(f.man[k], kKeepSlow),
                                         static_cast<int16_t>(f.exp[k] - qm));
         const int32_t v = fx::L_add(a, b);
@@ -116,12 +118,12 @@ void floor_up(sp::Isa isa, Pow f, Power p, const int16_t *t, const int16_t *abov
 
 // 4.2 Early quiet blocks: A = A + P where A is above 2 P.
 void average_catch_up(sp::Isa isa, Pow a, Power p, int bins) {
-    if (sp::lanes_checked(isa, {{a.man, 4u * bins}, {a.exp, 2u * bins}}, [&](sp::Isa i) { average_catch_up(i, a, p, bins); }))
+    if (sp::lanes_checked(isa, {{a.man, 4u * bins}, {a.exp, 2u * bins}},
+                          [&](sp::Isa i) { average_catch_up(i, a, p, bins); }))
         return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
-    for (int k = sp::lanes_on(isa) ? lanes::average_catch_up(a, p, bins) : 0; k < bins;
-         ++k) {
+    for (int k = sp::lanes_on(isa) ? lanes::average_catch_up(a, p, bins) : 0; k < bins; ++k) {
         const int qp2 = pq[k] - 1;
         const int qm = std::min<int>(qp2, a.exp[k]);
         const int32_t p2 = sp::align_to(pm[k], qp2, qm);
@@ -173,10 +175,11 @@ Noise noise_component(int32_t m, int q, int16_t g, int16_t cs, int16_t sn, int s
 // path.
 void sonvel::comfort_noise::add_noise(sp::Isa isa, const Bins &b, const int32_t *e, int32_t *out,
                                       int n) {
-    if (sp::lanes_checked(isa, {{out, 8u * n}}, [&](sp::Isa i) { add_noise(i, b, e, out, n); })) return;
+    if (sp::lanes_checked(isa, {{out, 8u * n}}, [&](sp::Isa i) { add_noise(i, b, e, out, n); }))
+        return;
     for (int k = sp::lanes_on(isa) ? lanes::add_noise(b, e, out, n) : 0; k < n; ++k) {
-        const Noise c = noise_component(b.floor_man[k], b.floor_exp[k], b.gain[k], b.cos[k],
-                                        b.sin[k], b.s);
+        const Noise c =
+            noise_component(b.floor_man[k], b.floor_exp[k], b.gain[k], b.cos[k], b.sin[k], b.s);
         out[2 * k] = fx::sat_add(e[2 * k], c.re);
         out[2 * k + 1] = fx::sat_add(e[2 * k + 1], c.im);
     }

@@ -48,8 +48,8 @@ SONVEL_LANES_TARGET inline I32 weighted_half(I32 m, float w) {
 // fx::L_shr_opt with counts d in 0..65535 that were wrapped to int16: up to 32767 the count is
 // limited to 31, from 32768 on (negative as int16) it is taken modulo 32.
 SONVEL_LANES_TARGET inline I32 shr_opt(I32 x, I32 d) {
-    const I32 c = ln::select(ln::gt(d, ln::dup(32767)), ln::band(d, ln::dup(31)),
-                             ln::min(d, ln::dup(31)));
+    const I32 c =
+        ln::select(ln::gt(d, ln::dup(32767)), ln::band(d, ln::dup(31)), ln::min(d, ln::dup(31)));
     return ln::shr_trunc(x, c);
 }
 
@@ -80,9 +80,9 @@ SONVEL_LANES_TARGET int add_noise(const Bins &b, const int32_t *e, int32_t *out,
     const I32 s = ln::dup(b.s);
     int k = 0;
     for (; k + ln::kLanes <= n; k += ln::kLanes) {
-        const ln::Bins c = noise(ln::load(b.floor_man + k), ln::load16(b.floor_exp + k),
-                                 ln::load16(b.gain + k), ln::load16(b.cos + k),
-                                 ln::load16(b.sin + k), s);
+        const ln::Bins c =
+            noise(ln::load(b.floor_man + k), ln::load16(b.floor_exp + k), ln::load16(b.gain + k),
+                  ln::load16(b.cos + k), ln::load16(b.sin + k), s);
         const ln::Bins x = ln::load_bins(e + 2 * k);
         ln::store_bins(out + 2 * k, {ln::sat_add(x.re, c.re), ln::sat_add(x.im, c.im)});
     }
@@ -113,7 +113,8 @@ SONVEL_LANES_TARGET int floor_down(Pow f, Pow a, int n) {
         const I32 aa = align(av.m, av.q, qm);
         const I32 fa = align(fl.m, fl.q, qm);
         const ln::F32 x = ln::fmul(ln::fmul(ln::i2f(aa), ln::dupf(kTenth)), ln::dupf(kTwoPowM16));
-        const ln::F32 y = ln::fmul(ln::fmul(ln::i2f(fa), ln::dupf(kNineTenths)), ln::dupf(kTwoPowM16));
+        const ln::F32 y =
+            ln::fmul(ln::fmul(ln::i2f(fa), ln::dupf(kNineTenths)), ln::dupf(kTwoPowM16));
         const I32 s = ln::f2i(ln::fadd(x, y));
         store_pair(f, k, fl, normalised(s, ln::sub(qm, ln::dup(1))), ln::gt(fa, aa));
     }
@@ -129,7 +130,8 @@ SONVEL_LANES_TARGET int count_persistence(int16_t *t, int16_t *above, Power p, P
         const ln::Mask up = ln::gt(align(pw.m, pw.q, qm), align(ln::load(f.man + k), qf4, qm));
         ln::store16(above + k, ln::mask_and(up, ln::dup(1)));
         // +7 where up, -6 elsewhere; within 0..32760 the 16-bit saturation changes nothing.
-        const I32 next = ln::add(ln::load16(t + k), ln::select(up, ln::dup(kRiseStep), ln::dup(-kFallStep)));
+        const I32 next =
+            ln::add(ln::load16(t + k), ln::select(up, ln::dup(kRiseStep), ln::dup(-kFallStep)));
         ln::store16(t + k, ln::min(ln::max(next, ln::zero()), ln::dup(kRiseCntMax)));
     }
     return k;

@@ -14,8 +14,8 @@ namespace sonvel::comfort_noise {
 inline constexpr float kTenth = 3277.0f;        // 0.1 in Q15
 inline constexpr float kNineTenths = 29490.0f;  // 0.9 in Q15
 inline constexpr float kTwoPowM16 = 1.0f / 65536.0f;
-inline constexpr int16_t kRiseSlow = 328;       // 0.01 in Q15
-inline constexpr int16_t kKeepSlow = 32439;     // 0.99 in Q15
+inline constexpr int16_t kRiseSlow = 328;    // 0.01 in Q15
+inline constexpr int16_t kKeepSlow = 32439;  // 0.99 in Q15
 inline constexpr int16_t kRiseStep = 7;
 inline constexpr int16_t kFallStep = 6;
 inline constexpr int16_t kRiseCntMax = 32760;

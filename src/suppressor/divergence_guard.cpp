@@ -13,8 +13,8 @@
 
 namespace {
 
-constexpr int16_t kLeaveFactor = 17203;   // 1.05 in Q14 (with the shift by 1)
-constexpr int16_t kResetFactor = 20428;   // 19.95 in Q10 (with the shift by 5)
+constexpr int16_t kLeaveFactor = 17203;  // 1.05 in Q14 (with the shift by 1)
+constexpr int16_t kResetFactor = 20428;  // 19.95 in Q10 (with the shift by 5)
 constexpr int kMinResetThreshold = 2;
 
 // The near-end spectrum takes the place of the error, and the echo estimate is dropped, over
@@ -50,8 +50,8 @@ void update_run(AecState *st, int32_t seSum, int32_t sdSum) {
 // Threshold from where the filter's energy sits: max(2, strongest slot - first slot), the
 // difference taken as int16.
 int reset_threshold(const AecState *st) {
-    const auto diff = static_cast<int16_t>(
-        static_cast<uint32_t>(st->s32MaxPartIdx) - static_cast<uint32_t>(st->s16StartPart));
+    const auto diff = static_cast<int16_t>(static_cast<uint32_t>(st->s32MaxPartIdx) -
+                                           static_cast<uint32_t>(st->s16StartPart));
     return std::max<int>(kMinResetThreshold, diff);
 }
 

@@ -14,21 +14,21 @@
 #include "fixedpoint/block_float.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
-#include "spectral/reciprocal.h"
-#include "state/aec_state.h"
 #include "spectral/lane_check.h"
 #include "spectral/lanes.h"
+#include "spectral/reciprocal.h"
+#include "state/aec_state.h"
 
 namespace {
 
 constexpr int kBins = sonvel::kBinWords;
-constexpr int16_t kMaxFactor = 24575;      // 0.75 in Q15
+constexpr int16_t kMaxFactor = 24575;  // 0.75 in Q15
 constexpr int32_t kOne15 = 32767;
 constexpr int16_t kLatchQuietBlocks = 151;
 constexpr int16_t kPeakHoldQuietLen = 201;
 constexpr int16_t kClearLatchActive = 7;
 constexpr int16_t kPeakHoldMaxActive = 5;
-constexpr int32_t kRiseWeight = 17;        // of 16384
+constexpr int32_t kRiseWeight = 17;  // of 16384
 constexpr float kTwoPow31 = 2147483648.0f;
 constexpr float kTwoPowM31 = 1.0f / 2147483648.0f;
 
@@ -201,20 +201,22 @@ SONVEL_LANES_TARGET int update_gains(Bins asx, const int32_t *w, Bins asy, Bins 
 // The vectorised loops do the leading bins; the per-bin steps do the rest and the whole portable
 // path.
 void smoothing_factors(sp::Isa isa, Bins px, Bins asx, Bins asy, int16_t *a, int n) {
-    if (sp::lanes_checked(isa, {{a, 2u * n}}, [&](sp::Isa i) { smoothing_factors(i, px, asx, asy, a, n); }))
+    if (sp::lanes_checked(isa, {{a, 2u * n}},
+                          [&](sp::Isa i) { smoothing_factors(i, px, asx, asy, a, n); }))
         return;
     int k = 0;
 #if SONVEL_HAS_LANES
     if (sp::lanes_on(isa)) k = lanes::smoothing_factors(px, asx, asy, a, n);
 #endif
     for (; k < n; ++k) {
-        a[k] = smoothing_factor(px.man[k], px.exp[k], asx.man[k], asx.exp[k], asy.man[k],
-                                asy.exp[k]);
+        a[k] =
+            smoothing_factor(px.man[k], px.exp[k], asx.man[k], asx.exp[k], asy.man[k], asy.exp[k]);
     }
 }
 
 void update_gains(sp::Isa isa, Bins asx, const int32_t *w, Bins asy, Bins ase, int16_t *h, int n) {
-    if (sp::lanes_checked(isa, {{h, 2u * n}}, [&](sp::Isa i) { update_gains(i, asx, w, asy, ase, h, n); }))
+    if (sp::lanes_checked(isa, {{h, 2u * n}},
+                          [&](sp::Isa i) { update_gains(i, asx, w, asy, ase, h, n); }))
         return;
     int k = 0;
 #if SONVEL_HAS_LANES
@@ -232,9 +234,7 @@ void update_gains(sp::Isa isa, Bins asx, const int32_t *w, Bins asy, Bins ase, i
 namespace {
 
 // Px[k] is larger than Asx[k]: a smaller Q value, or the same Q value and a larger mantissa.
-bool larger(int32_t m1, int q1, int32_t m2, int q2) {
-    return q1 < q2 || (q1 == q2 && m1 > m2);
-}
+bool larger(int32_t m1, int q1, int32_t m2, int q2) { return q1 < q2 || (q1 == q2 && m1 > m2); }
 
 // Latches the length of a long far-end silence; after one of at least 201 blocks, lets Asx jump
 // up to Px (bins 0..L) during the first 5 far-end active blocks while the near end is active.

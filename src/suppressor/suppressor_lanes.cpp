@@ -164,7 +164,8 @@ SONVEL_LANES_TARGET int32_t unwindow(const int32_t *x, const int16_t *w, int t, 
     if (k < 1 || k > 62) return 0;
     int32_t i = 0;
     for (; i + ln::kLanes <= count; i += ln::kLanes) {
-        ln::store(frame + i, ln::rnd_narrow_var(ln::mul_wide(ln::load(x + i), ln::load16(w + i)), k));
+        ln::store(frame + i,
+                  ln::rnd_narrow_var(ln::mul_wide(ln::load(x + i), ln::load16(w + i)), k));
     }
     return i;
 }

@@ -22,9 +22,11 @@ int32_t reference_f2i(float f) {
 
 TEST(BlockFloat, FloatToIntTruncatesAndSaturates) {
     const float inf = std::numeric_limits<float>::infinity();
-    const float cases[] = {0.0f, -0.0f, 0.99f, -0.99f, 1.5f, -1.5f, 2147483520.0f, -2147483520.0f,
-                           2147483648.0f, -2147483648.0f, 4294967296.0f, -4294967296.0f, 1e30f,
-                           -1e30f, inf, -inf, std::nanf(""), -std::nanf(""), 0x1p-149f, 8388607.5f};
+    const float cases[] = {0.0f,          -0.0f,          0.99f,         -0.99f,
+                           1.5f,          -1.5f,          2147483520.0f, -2147483520.0f,
+                           2147483648.0f, -2147483648.0f, 4294967296.0f, -4294967296.0f,
+                           1e30f,         -1e30f,         inf,           -inf,
+                           std::nanf(""), -std::nanf(""), 0x1p-149f,     8388607.5f};
     for (float f : cases) EXPECT_EQ(fx::f2i(f), reference_f2i(f)) << f;
     std::mt19937 rng(3);
     for (int i = 0; i < 1000000; ++i) {

@@ -17,7 +17,9 @@ constexpr int32_t kMin = INT32_MIN;
 
 TEST(Tables, LogarithmAndPowerTablesFollowTheirRules) {
     // Logarithm: upper half round(32767 log2(1 + j/32)); lower half the difference to the next value.
-    auto log_q15 = [](int j) { return static_cast<int32_t>(std::floor(32767.0 * std::log2(1.0 + j / 32.0) + 0.5)); };
+    auto log_q15 = [](int j) {
+        return static_cast<int32_t>(std::floor(32767.0 * std::log2(1.0 + j / 32.0) + 0.5));
+    };
     for (int j = 0; j < 32; ++j) {
         const int32_t e = Sonvel_AEC_gaiAecLog2Tab[j];
         EXPECT_EQ(e >> 16, log_q15(j)) << j;
@@ -34,7 +36,7 @@ TEST(ExtendedOps, DocumentedResults) {
     EXPECT_EQ(fx::Mpy_32_opt(0x40000000, 0x40000000), 0x20000000);
     EXPECT_EQ(fx::Mpy_32_opt(kMin, kMax), -kMax);
     EXPECT_EQ(fx::Mpy_32_16_opt(kMin, -32768), kMin);  // 2^31 wraps; no saturation
-    EXPECT_EQ(fx::Mpy_32_16_opt2(-1, 1), -1);          // arithmetic shift: rounds toward minus infinity
+    EXPECT_EQ(fx::Mpy_32_16_opt2(-1, 1), -1);  // arithmetic shift: rounds toward minus infinity
     EXPECT_EQ(fx::Div_32_OP(0x20000000, 0x40000000), 0x3FFFFFF8);
     EXPECT_EQ(fx::Div_32_OP(0x20000000, 0x60000000), 0x2AAAAAA4);
     EXPECT_EQ(fx::Div_32_OP(1, 0x0000FFFF), 0);  // upper half 0: no estimate
@@ -48,8 +50,11 @@ TEST(ExtendedOps, DocumentedResults) {
     EXPECT_EQ(fx::smulwt(0x40000000, 0x40000000), 0x10000000);
 
     // Log2: exponent and fraction, zero for non-positive input (and the result too, as for 1).
-    const struct { int32_t x; int16_t e, f; } logs[] = {
-        {1, 0, 0}, {kMax, 30, 32766}, {3 << 20, 21, 19167}, {0, 0, 0}, {-1, 0, 0}, {kMin, 0, 0}};
+    const struct {
+        int32_t x;
+        int16_t e, f;
+    } logs[] = {{1, 0, 0}, {kMax, 30, 32766}, {3 << 20, 21, 19167},
+                {0, 0, 0}, {-1, 0, 0},        {kMin, 0, 0}};
     for (const auto &c : logs) {
         int16_t e = 99, f = 99;
         const int32_t r = fx::Log2(c.x, &e, &f);
@@ -85,13 +90,15 @@ TEST(ExtendedOps, DoublePrecisionRoundTripAndProducts) {
         fx::L_Extract(M, &hm, &lm);
         const double exact = static_cast<double>(L) * M / 2147483648.0;
         if (std::fabs(exact) < 2147483647.0) {
-            ASSERT_NEAR(fx::Mpy_32(hi, lo, hm, lm), exact, 8.0);  // truncations and the dropped bit 0
+            ASSERT_NEAR(fx::Mpy_32(hi, lo, hm, lm), exact,
+                        8.0);  // truncations and the dropped bit 0
             ASSERT_NEAR(fx::Mpy_32_opt(L, M), exact, 1.0);
         }
         ASSERT_NEAR(fx::Mpy_32_opt2(L, M), static_cast<double>(L) * M / 4294967296.0, 4.0);
         const auto n = static_cast<int16_t>(M);
         ASSERT_NEAR(fx::Mpy_32_16(hi, lo, n), static_cast<double>(L) * n / 32768.0, 4.0);
-        ASSERT_EQ(fx::Mpy_32_16_opt(L, n), static_cast<int32_t>(static_cast<uint32_t>((int64_t{L} * n) >> 15)) & ~1);
+        ASSERT_EQ(fx::Mpy_32_16_opt(L, n),
+                  static_cast<int32_t>(static_cast<uint32_t>((int64_t{L} * n) >> 15)) & ~1);
         ASSERT_NEAR(fx::smulwt(L, M), static_cast<double>(L) * hm / 65536.0, 2.0);
     }
 }
@@ -103,7 +110,8 @@ TEST(ExtendedOps, DivisionAndLogarithmAccuracy) {
         const int32_t den = 0x40000000 + static_cast<int32_t>(rng() % 0x3FFFFFFFu);
         const int32_t num = 1 + static_cast<int32_t>(rng() % static_cast<uint32_t>(den - 1));
         const int32_t q = fx::Div_32_OP(num, den);
-        const auto exact = static_cast<int64_t>(std::floor(static_cast<double>(num) / den * 2147483648.0));
+        const auto exact =
+            static_cast<int64_t>(std::floor(static_cast<double>(num) / den * 2147483648.0));
         worst = std::max(worst, q > exact ? q - exact : exact - q);
     }
     EXPECT_LE(worst, 64);  // a few units from the truncations after one Newton step
@@ -118,7 +126,8 @@ TEST(ExtendedOps, DivisionAndLogarithmAccuracy) {
         ASSERT_NEAR(fx::Ln_OP(x) / 32768.0, (std::log2(x) - 15.0) * (22712.0 / 32768.0), 3e-4) << x;
     }
     int32_t prev = INT32_MIN;
-    for (int64_t x = 1; x <= kMax; x += 1 + x / 4096) {  // the fraction never decreases within an octave
+    for (int64_t x = 1; x <= kMax;
+         x += 1 + x / 4096) {  // the fraction never decreases within an octave
         int16_t e = 0, f = 0;
         fx::Log2(static_cast<int32_t>(x), &e, &f);
         ASSERT_GE(e * 32768 + f, prev) << x;

@@ -20,16 +20,17 @@ int64_t clamp64(int64_t v, int64_t lo, int64_t hi) { return v < lo ? lo : (v > h
 // Operands that stress the boundaries (saturation limits, sign changes, powers of two, small
 // shift counts), then random ones.
 std::vector<int16_t> operands16() {
-    std::vector<int16_t> v = {0, 1, -1, 2, -2, 15, 16, 31, 32, -16, -32, 255, 16384, -16384,
-                              32767, -32768, 32766, -32767};
+    std::vector<int16_t> v = {0,   1,   -1,  2,     -2,     15,    16,     31,    32,
+                              -16, -32, 255, 16384, -16384, 32767, -32768, 32766, -32767};
     std::mt19937 rng(7);
     for (int i = 0; i < 200; ++i) v.push_back(static_cast<int16_t>(rng()));
     return v;
 }
 
 std::vector<int32_t> operands32() {
-    std::vector<int32_t> v = {0, 1, -1, INT32_MAX, INT32_MIN, INT32_MAX - 1, INT32_MIN + 1, 0x40000000,
-                              -0x40000000, 0x3FFFFFFF, -0x40000001, 0x8000, 0x7FFF7FFF, 0x7FFF8000};
+    std::vector<int32_t> v = {
+        0,          1,           -1,         INT32_MAX,   INT32_MIN, INT32_MAX - 1, INT32_MIN + 1,
+        0x40000000, -0x40000000, 0x3FFFFFFF, -0x40000001, 0x8000,    0x7FFF7FFF,    0x7FFF8000};
     std::mt19937 rng(11);
     for (int i = 0; i < 300; ++i) {
         const int32_t r = static_cast<int32_t>(rng());
@@ -70,8 +71,8 @@ int16_t div_s_reference(int16_t num, int16_t den) {
 
 TEST(BasicOps, DocumentedResults) {
     EXPECT_EQ(fx::L_shr_opt(0x40000000, -30), 0x10000000);  // -30 taken as 2
-    EXPECT_EQ(fx::shr_opt2(-32768, -1), -1);                 // 31: sign fill
-    EXPECT_EQ(fx::L_shl_opt(5, -63), 10);                    // -63 modulo 64 is 1
+    EXPECT_EQ(fx::shr_opt2(-32768, -1), -1);                // 31: sign fill
+    EXPECT_EQ(fx::L_shl_opt(5, -63), 10);                   // -63 modulo 64 is 1
     EXPECT_EQ(fx::norm_l_opt(0), 31);
     EXPECT_EQ(fx::extract_l(0x12348765), static_cast<int16_t>(0x8765));
     EXPECT_EQ(fx::L_deposit_h(-32768), kMin);
@@ -187,18 +188,58 @@ void expect_same(const char *name, R (*exported)(A...), F twin, Operands &op) {
     }
 }
 
-#define SAME(name) expect_same(#name, Sonvel_aec_##name, [](auto... v) { return fx::name(v...); }, op)
+#define SAME(name) \
+    expect_same(   \
+        #name, Sonvel_aec_##name, [](auto... v) { return fx::name(v...); }, op)
 
 TEST(ExportedOperators, MatchInlineTwins) {
     Operands op;
-    SAME(add); SAME(sub); SAME(abs_s); SAME(negate); SAME(mult); SAME(L_mult); SAME(L_mpy);
-    SAME(L_mac); SAME(L_msu); SAME(L_add); SAME(L_sub); SAME(L_negate); SAME(L_abs);
-    SAME(extract_h); SAME(extract_l); SAME(round); SAME(L_deposit_h); SAME(L_deposit_l);
-    SAME(sature); SAME(sature_L); SAME(shl); SAME(shr); SAME(shr_opt2); SAME(L_shl);
-    SAME(L_shl_opt2); SAME(L_shr); SAME(L_shl_opt); SAME(L_shr_opt); SAME(norm_s); SAME(norm_l);
-    SAME(norm_l_opt); SAME(div_s); SAME(L_Comp); SAME(Mpy_32); SAME(Mpy_32_16); SAME(Mpy_32_opt);
-    SAME(Mpy_32_16_opt); SAME(Mpy_32_16_opt2); SAME(Mpy_32_opt2); SAME(smulwt); SAME(smlabb);
-    SAME(L_qdadd); SAME(L_qdsub); SAME(subc); SAME(Div_32_OP); SAME(Ln_OP);
+    SAME(add);
+    SAME(sub);
+    SAME(abs_s);
+    SAME(negate);
+    SAME(mult);
+    SAME(L_mult);
+    SAME(L_mpy);
+    SAME(L_mac);
+    SAME(L_msu);
+    SAME(L_add);
+    SAME(L_sub);
+    SAME(L_negate);
+    SAME(L_abs);
+    SAME(extract_h);
+    SAME(extract_l);
+    SAME(round);
+    SAME(L_deposit_h);
+    SAME(L_deposit_l);
+    SAME(sature);
+    SAME(sature_L);
+    SAME(shl);
+    SAME(shr);
+    SAME(shr_opt2);
+    SAME(L_shl);
+    SAME(L_shl_opt2);
+    SAME(L_shr);
+    SAME(L_shl_opt);
+    SAME(L_shr_opt);
+    SAME(norm_s);
+    SAME(norm_l);
+    SAME(norm_l_opt);
+    SAME(div_s);
+    SAME(L_Comp);
+    SAME(Mpy_32);
+    SAME(Mpy_32_16);
+    SAME(Mpy_32_opt);
+    SAME(Mpy_32_16_opt);
+    SAME(Mpy_32_16_opt2);
+    SAME(Mpy_32_opt2);
+    SAME(smulwt);
+    SAME(smlabb);
+    SAME(L_qdadd);
+    SAME(L_qdsub);
+    SAME(subc);
+    SAME(Div_32_OP);
+    SAME(Ln_OP);
     // Operators with output parameters.
     for (int i = 0; i < 20000; ++i) {
         const auto x = op.next<int32_t>();

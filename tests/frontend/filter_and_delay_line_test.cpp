@@ -13,7 +13,7 @@
 namespace {
 
 class Frontend {
-public:
+  public:
     Frontend(uint32_t rate, const AecFrontendCfg &cfg) : frame_(rate / 100) {
         uint32_t size = 0;
         EXPECT_EQ(Sonvel_AEC_FrontendGetSize(&size), SONVEL_AEC_OK);
@@ -35,7 +35,7 @@ public:
     }
     void *handle() { return h_; }
 
-private:
+  private:
     size_t frame_;
     std::vector<uint64_t> mem_;
     void *h_ = nullptr;

@@ -22,10 +22,23 @@ std::string diag(const std::string &fn, int line, const std::string &msg) {
 }
 
 // The wrapper's built-in values written as a host record, and the record the core then receives.
-constexpr KxAecConfig kBuiltinHost{1, 1, 1, {}, 20000, 7, 38, 8, 17, {5, 17, 28, 32, 45, 56},
-                                   {11, 12, 16, 14, 15, 12, 16}, 5, 10};
+constexpr KxAecConfig kBuiltinHost{
+    1, 1, 1, {}, 20000, 7, 38, 8, 17, {5, 17, 28, 32, 45, 56}, {11, 12, 16, 14, 15, 12, 16}, 5, 10};
 AecCfg builtin_record(uint8_t rate) {
-    return {1, 0, 1, 0, rate, 20000, 7, 38, 8, 17, {5, 17, 28, 32, 45, 56}, 5, 10, {11, 12, 16, 14, 15, 12, 16}};
+    return {1,
+            0,
+            1,
+            0,
+            rate,
+            20000,
+            7,
+            38,
+            8,
+            17,
+            {5, 17, 28, 32, 45, 56},
+            5,
+            10,
+            {11, 12, 16, 14, 15, 12, 16}};
 }
 
 // A wrapper instance, released at the end of the test.
@@ -63,10 +76,12 @@ TEST(PluginDescriptor, NameAndEntryPoints) {
 }
 
 TEST(PluginInit, CoreSeesTheBuiltInRecordOrTheHostValuesByField) {
-    constexpr KxAecConfig distinct{1, 0, 2, {}, 111, 2, 3, 4, 6, {7, 8, 9, 10, 11, 12}, {1, 2, 3, 4, 5, 6, 7}, 13, 14};
+    constexpr KxAecConfig distinct{
+        1, 0, 2, {}, 111, 2, 3, 4, 6, {7, 8, 9, 10, 11, 12}, {1, 2, 3, 4, 5, 6, 7}, 13, 14};
     KxAecConfig ignored = distinct;  // s32UseCfg 0: every other host field is ignored
     ignored.s32UseCfg = 0;
-    for (auto [rate, frame, byte] : {std::tuple{8000, 80u, uint8_t{0}}, std::tuple{16000, 160u, uint8_t{1}}}) {
+    for (auto [rate, frame, byte] :
+         {std::tuple{8000, 80u, uint8_t{0}}, std::tuple{16000, 160u, uint8_t{1}}}) {
         for (const KxAecConfig &c : {ignored, kBuiltinHost}) {
             Plugin p(rate, c);
             ASSERT_EQ(p.ret, 0);
@@ -78,8 +93,9 @@ TEST(PluginInit, CoreSeesTheBuiltInRecordOrTheHostValuesByField) {
     }
     Plugin p(16000, distinct);
     ASSERT_EQ(p.ret, 0);
-    EXPECT_TRUE(same_record(p.core_params(),
-                            {0, 0, 2, 0, 1, 111, 2, 3, 4, 6, {7, 8, 9, 10, 11, 12}, 13, 14, {1, 2, 3, 4, 5, 6, 7}}));
+    EXPECT_TRUE(same_record(
+        p.core_params(),
+        {0, 0, 2, 0, 1, 111, 2, 3, 4, 6, {7, 8, 9, 10, 11, 12}, 13, 14, {1, 2, 3, 4, 5, 6, 7}}));
 }
 
 TEST(PluginInit, RefusalsReportExactlyAndLeaveTheHandle) {
@@ -88,7 +104,12 @@ TEST(PluginInit, RefusalsReportExactlyAndLeaveTheHandle) {
     const KxAecHostConfig ok{nullptr, nullptr, &zero}, noAec{}, bad{nullptr, nullptr, &refused};
     void *handle = reinterpret_cast<void *>(0x1);
     auto init = [](int line, const std::string &msg) { return diag("KX_AEC_Init", line, msg); };
-    const struct { void **out; int32_t rate; const KxAecHostConfig *cfg; std::string err; } cases[] = {
+    const struct {
+        void **out;
+        int32_t rate;
+        const KxAecHostConfig *cfg;
+        std::string err;
+    } cases[] = {
         {&handle, 48000, &ok, init(79, "AEC Unsupport 48k samplerate!\n")},
         {&handle, 16000, nullptr, init(50, "pstConfig is NULL!")},
         {&handle, 16000, &noAec, init(52, "pstAecConfig is NULL!")},
@@ -114,8 +135,9 @@ TEST(PluginProcess, BuffersOfSeveralFramesMatchTheCorePath) {
         std::vector<int16_t> out(near.size(), int16_t{0x7777});
         size_t pos = 0;
         for (size_t count : {3, 1, 0, 5, 2}) {
-            KxAecFrame in{near.data() + pos, const_cast<int16_t *>(far.data()) + pos, nullptr, nullptr,
-                          static_cast<int32_t>(count * f * 2 + (count == 1))};  // an odd byte is no sample
+            KxAecFrame in{
+                near.data() + pos, const_cast<int16_t *>(far.data()) + pos, nullptr, nullptr,
+                static_cast<int32_t>(count * f * 2 + (count == 1))};  // an odd byte is no sample
             KxAecFrame o{out.data() + pos, nullptr, nullptr, nullptr, -5};
             ASSERT_EQ(KX_AEC_Process(p.handle, &in, &o), 0);
             EXPECT_EQ(o.ps16Ref, in.ps16Ref);
@@ -144,9 +166,17 @@ TEST(PluginProcess, RefusalsWriteNothingAndReportExactly) {
     int16_t *n = nearBuf.data(), *f = farBuf.data(), *o = out.data();
     const std::string frames = "byte count is not a whole number of frames!";
     auto proc = [](int line, const std::string &msg) { return diag("KX_AEC_Process", line, msg); };
-    auto core = [&](int ret) { return proc(227, "Sonvel_AEC_Apply") + "s32Return is " + std::to_string(ret) + "\n"; };
+    auto core = [&](int ret) {
+        return proc(227, "Sonvel_AEC_Apply") + "s32Return is " + std::to_string(ret) + "\n";
+    };
     const struct {  // handle, input record (or none), destination (or no output record), result
-        void *handle; int16_t *main, *ref; int32_t bytes; int16_t *dest; bool nullIn, nullOut; int32_t ret; std::string err;
+        void *handle;
+        int16_t *main, *ref;
+        int32_t bytes;
+        int16_t *dest;
+        bool nullIn, nullOut;
+        int32_t ret;
+        std::string err;
     } cases[] = {
         {nullptr, n, f, 480, o, false, false, -1, proc(200, "hHandle is NULL!")},
         {p.handle, n, f, 480, o, true, false, -1, proc(202, "pstIn is NULL!")},
@@ -154,23 +184,30 @@ TEST(PluginProcess, RefusalsWriteNothingAndReportExactly) {
         {p.handle, n, f, -160, o, false, false, -1, proc(208, frames)},  // negative count
         {p.handle, n, f, 162, o, false, false, -1, proc(208, frames)},   // partial frame
         {p.handle, n, f, 163, o, false, false, -1, proc(208, frames)},   // odd count, partial frame
-        {p.handle, nullptr, f, 160, o, false, false, -12, core(-12)},  // the core refuses null samples
+        {p.handle, nullptr, f, 160, o, false, false, -12,
+         core(-12)},  // the core refuses null samples
         {p.handle, n, nullptr, 160, o, false, false, -14, core(-14)},
         {p.handle, n, f, 480, nullptr, false, false, -16, core(-16)},
-        {unsupported.handle, n, f, 882, o, false, false, -1, proc(206, "Unsupported samplerate, no frame length!")},
+        {unsupported.handle, n, f, 882, o, false, false, -1,
+         proc(206, "Unsupported samplerate, no frame length!")},
         {broken.handle, n, f, 640, o, false, false, -18, core(-18)},
     };
-    const std::vector<uint8_t> before(static_cast<uint8_t *>(p.h()->pMem), static_cast<uint8_t *>(p.h()->pMem) + 62064);
+    const std::vector<uint8_t> before(static_cast<uint8_t *>(p.h()->pMem),
+                                      static_cast<uint8_t *>(p.h()->pMem) + 62064);
     for (size_t i = 0; i < std::size(cases); ++i) {
         const auto &c = cases[i];
-        KxAecFrame in{c.main, c.ref, nullptr, nullptr, c.bytes}, dest{c.dest, nullptr, nullptr, nullptr, 0};
+        KxAecFrame in{c.main, c.ref, nullptr, nullptr, c.bytes},
+            dest{c.dest, nullptr, nullptr, nullptr, 0};
         CaptureStderr();
-        EXPECT_EQ(KX_AEC_Process(c.handle, c.nullIn ? nullptr : &in, c.nullOut ? nullptr : &dest), c.ret) << "case " << i;
+        EXPECT_EQ(KX_AEC_Process(c.handle, c.nullIn ? nullptr : &in, c.nullOut ? nullptr : &dest),
+                  c.ret)
+            << "case " << i;
         EXPECT_EQ(GetCapturedStderr(), c.err) << "case " << i;
         if (c.ret == -1) {
             EXPECT_EQ(dest.ps16Ref, nullptr) << "case " << i;  // refused: record untouched
         } else {
-            EXPECT_TRUE(dest.ps16Ref == c.ref && dest.s32Bytes == c.bytes) << "case " << i;  // passed through first
+            EXPECT_TRUE(dest.ps16Ref == c.ref && dest.s32Bytes == c.bytes)
+                << "case " << i;  // passed through first
         }
         for (int16_t v : out) ASSERT_EQ(v, 0x3333) << "case " << i;
     }

@@ -19,7 +19,8 @@ std::vector<int16_t> run_job(int k) {
     const auto far = sonvel::test::test_signal(n, seed, 3000 + 2500 * k);
     auto near = sonvel::test::echo_of(far, static_cast<size_t>(20 + 40 * k), 1 + k % 3);
     const auto talk = sonvel::test::test_signal(n, seed + 100, 1500);
-    for (size_t i = n / (2 + k % 3); i < n; ++i) near[i] = static_cast<int16_t>(near[i] / 2 + talk[i]);
+    for (size_t i = n / (2 + k % 3); i < n; ++i)
+        near[i] = static_cast<int16_t>(near[i] / 2 + talk[i]);
     sonvel::test::GuardedBlock block;
     auto out = sonvel::test::apply_frames(block.init(cfg), near, far, sonvel::test::frame_len(cfg));
     EXPECT_TRUE(block.canaries_intact());
@@ -33,7 +34,11 @@ TEST(Concurrency, EightThreadsMatchSerialRuns) {
     std::latch start(kThreads);
     {
         std::vector<std::jthread> threads;
-        for (int k = 0; k < kThreads; ++k) threads.emplace_back([&, k] { start.arrive_and_wait(); parallel[k] = run_job(k); });
+        for (int k = 0; k < kThreads; ++k)
+            threads.emplace_back([&, k] {
+                start.arrive_and_wait();
+                parallel[k] = run_job(k);
+            });
     }
     for (int k = 0; k < kThreads; ++k) EXPECT_EQ(serial[k], parallel[k]) << "job " << k;
     EXPECT_NE(serial[0], serial[2]) << "jobs must differ to prove anything";

@@ -20,7 +20,11 @@ constexpr int16_t kUntouched = 0x5C5C;
 // over a block of random bytes then leaves nothing of them behind.
 TEST(FaultInjection, DamagedWordsAndRandomBlocksAreRefusedBeforeAnyWrite) {
     // The damaged word's offset within the block and width; the expected codes (0: call not made).
-    const struct { const char *what; size_t offset, width; int32_t apply, set, get; } faults[] = {
+    const struct {
+        const char *what;
+        size_t offset, width;
+        int32_t apply, set, get;
+    } faults[] = {
         {"guard A", kState + offsetof(AecState, u32GuardA), 4, -18, 0, 0},
         {"guard B", kState + offsetof(AecState, u32GuardB), 4, -18, 0, 0},
         {"guard C", kState + offsetof(AecState, u32GuardC), 4, -18, 0, 0},
@@ -33,10 +37,12 @@ TEST(FaultInjection, DamagedWordsAndRandomBlocksAreRefusedBeforeAnyWrite) {
     for (uint8_t rate : {uint8_t{0}, uint8_t{1}}) {
         const AecCfg cfg = sonvel::test::default_cfg(rate);
         const int f = sonvel::test::frame_len(cfg);
-        const auto near = sonvel::test::test_signal(160 * 40, 5), far = sonvel::test::test_signal(160 * 40, 6);
+        const auto near = sonvel::test::test_signal(160 * 40, 5),
+                   far = sonvel::test::test_signal(160 * 40, 6);
         GuardedBlock clean, block;
         std::memset(clean.data(), 0, clean.size());
-        const auto want = sonvel::test::apply_frames(clean.init(cfg), near, far, f);  // on a zeroed block
+        const auto want =
+            sonvel::test::apply_frames(clean.init(cfg), near, far, f);  // on a zeroed block
         void *h = block.init(cfg);
         std::vector<int16_t> out(160);
         auto apply = [&] {
@@ -45,7 +51,8 @@ TEST(FaultInjection, DamagedWordsAndRandomBlocksAreRefusedBeforeAnyWrite) {
         };
         for (int i = 0; i < 6; ++i) ASSERT_EQ(apply(), 0);  // carries and state hold data
 
-        auto expect_refused = [&](const std::string &what, int32_t applyWant, int32_t setWant, int32_t getWant) {
+        auto expect_refused = [&](const std::string &what, int32_t applyWant, int32_t setWant,
+                                  int32_t getWant) {
             const auto before = block.snapshot();
             const uint16_t phase = block.header()->u16Phase;
             for (int call = 0; applyWant != 0 && call < (applyWant == -18 ? 5 : 1); ++call) {
@@ -68,7 +75,8 @@ TEST(FaultInjection, DamagedWordsAndRandomBlocksAreRefusedBeforeAnyWrite) {
             for (size_t bit : {0, 1, 7, 8, 15, 16, 30, 31}) {
                 if (bit >= 8 * x.width) continue;
                 block.data()[x.offset + bit / 8] ^= static_cast<uint8_t>(1u << (bit % 8));
-                expect_refused(std::string(x.what) + " bit " + std::to_string(bit), x.apply, x.set, x.get);
+                expect_refused(std::string(x.what) + " bit " + std::to_string(bit), x.apply, x.set,
+                               x.get);
                 block.data()[x.offset + bit / 8] ^= static_cast<uint8_t>(1u << (bit % 8));
                 ASSERT_EQ(apply(), 0) << x.what << " repaired";
             }
@@ -88,11 +96,15 @@ TEST(FaultInjection, DamagedWordsAndRandomBlocksAreRefusedBeforeAnyWrite) {
 
         for (uint32_t seed = 1; seed <= 4; ++seed) {
             std::mt19937 rng(seed);
-            std::generate(block.data(), block.data() + block.size(), [&] { return static_cast<uint8_t>(rng()); });
+            std::generate(block.data(), block.data() + block.size(),
+                          [&] { return static_cast<uint8_t>(rng()); });
             // Seed 3 also carries a valid-looking header: then the guard words of the random
             // state stop the block.
-            if (seed == 3) hdr->u16HdrMagic = 0x5A5A, hdr->u32StateOffset = 3880, hdr->u8HdrSampleRate = rate, hdr->u16Phase = 0;
-            expect_refused("random bytes, seed " + std::to_string(seed), seed == 3 ? -18 : -51, -51, -51);
+            if (seed == 3)
+                hdr->u16HdrMagic = 0x5A5A, hdr->u32StateOffset = 3880, hdr->u8HdrSampleRate = rate,
+                hdr->u16Phase = 0;
+            expect_refused("random bytes, seed " + std::to_string(seed), seed == 3 ? -18 : -51, -51,
+                           -51);
             EXPECT_EQ(sonvel::test::apply_frames(block.init(cfg), near, far, f), want) << seed;
         }
         EXPECT_TRUE(block.canaries_intact());

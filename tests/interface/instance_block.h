@@ -28,8 +28,9 @@ inline bool all_bytes(const void *p, size_t n, uint8_t value) {
 
 // An 8-byte aligned block of `size` bytes with canary bytes on both sides.
 class GuardedBlock {
-public:
-    explicit GuardedBlock(size_t size = kInstanceBytes) : size_(size), words_((2 * kCanaryBytes + size + 7) / 8) {
+  public:
+    explicit GuardedBlock(size_t size = kInstanceBytes)
+        : size_(size), words_((2 * kCanaryBytes + size + 7) / 8) {
         std::memset(words_.data(), kCanaryByte, words_.size() * 8);
     }
     uint8_t *data() { return reinterpret_cast<uint8_t *>(words_.data()) + kCanaryBytes; }
@@ -37,7 +38,9 @@ public:
     AecHeader *header() { return reinterpret_cast<AecHeader *>(data()); }
     AecState *state() { return reinterpret_cast<AecState *>(data() + kHeaderBytes); }
     std::vector<uint8_t> snapshot() { return {data(), data() + size_}; }
-    bool unchanged_since(const std::vector<uint8_t> &s) { return std::memcmp(s.data(), data(), size_) == 0; }
+    bool unchanged_since(const std::vector<uint8_t> &s) {
+        return std::memcmp(s.data(), data(), size_) == 0;
+    }
     // Initialises the block with `cfg` (which must succeed) and returns the handle.
     void *init(const AecCfg &cfg) {
         void *h = nullptr;
@@ -50,7 +53,7 @@ public:
                all_bytes(data() + size_, words_.size() * 8 - kCanaryBytes - size_, kCanaryByte);
     }
 
-private:
+  private:
     size_t size_;
     std::vector<uint64_t> words_;
 };
@@ -69,7 +72,8 @@ inline std::vector<int16_t> test_signal(size_t n, uint32_t seed, int amplitude =
     std::uniform_int_distribution<int> noise(-amplitude / 8, amplitude / 8);
     std::vector<int16_t> v(n);
     for (size_t i = 0; i < n; ++i) {
-        const double t = static_cast<double>(i), s = 0.5 * std::sin(t * 0.031 * (1 + seed % 5)) + 0.3 * std::sin(t * 0.17 + seed);
+        const double t = static_cast<double>(i), s = 0.5 * std::sin(t * 0.031 * (1 + seed % 5)) +
+                                                     0.3 * std::sin(t * 0.17 + seed);
         v[i] = static_cast<int16_t>(amplitude * s + noise(rng));
     }
     return v;
@@ -83,10 +87,11 @@ inline std::vector<int16_t> echo_of(const std::vector<int16_t> &far, size_t dela
 }
 
 // Runs whole frames through Sonvel_AEC_Apply; every call must succeed.
-inline std::vector<int16_t> apply_frames(void *h, const std::vector<int16_t> &near, const std::vector<int16_t> &far,
-                                         int frame) {
+inline std::vector<int16_t> apply_frames(void *h, const std::vector<int16_t> &near,
+                                         const std::vector<int16_t> &far, int frame) {
     std::vector<int16_t> out(near.size());
-    for (size_t i = 0; i + static_cast<size_t>(frame) <= near.size(); i += static_cast<size_t>(frame)) {
+    for (size_t i = 0; i + static_cast<size_t>(frame) <= near.size();
+         i += static_cast<size_t>(frame)) {
         EXPECT_EQ(Sonvel_AEC_Apply(h, &near[i], &far[i], &out[i]), 0) << "frame at " << i;
     }
     return out;

@@ -26,7 +26,11 @@ TEST(StatusCodes, ArgumentFaultsInPrecedenceOrderWriteNothing) {
     std::memset(o, 0x5C, sizeof o);
     void *hOut = nullptr;
     uint32_t size = 7, reserved = 9;
-    const struct { const char *what; std::function<int32_t()> call; int32_t want; } cases[] = {
+    const struct {
+        const char *what;
+        std::function<int32_t()> call;
+        int32_t want;
+    } cases[] = {
         {"size null", [&] { return Sonvel_AEC_GetSize(nullptr, &reserved); }, -60},
         {"size reserved null", [&] { return Sonvel_AEC_GetSize(&size, nullptr); }, -61},
         {"init handle null", [&] { return Sonvel_AEC_Init(nullptr, nullptr, 0, nullptr); }, -1},
@@ -35,7 +39,8 @@ TEST(StatusCodes, ArgumentFaultsInPrecedenceOrderWriteNothing) {
         {"init 62063 bytes", [&] { return Sonvel_AEC_Init(&hOut, m, 62063, nullptr); }, -4},
         {"init record null", [&] { return Sonvel_AEC_Init(&hOut, m, 62064, nullptr); }, -5},
         {"init invalid record", [&] { return Sonvel_AEC_Init(&hOut, m, 62064, &bad); }, -26},
-        {"apply handle null", [&] { return Sonvel_AEC_Apply(nullptr, nullptr, nullptr, nullptr); }, -10},
+        {"apply handle null", [&] { return Sonvel_AEC_Apply(nullptr, nullptr, nullptr, nullptr); },
+         -10},
         {"apply misaligned", [&] { return Sonvel_AEC_Apply(h4, nullptr, nullptr, nullptr); }, -11},
         {"apply near null", [&] { return Sonvel_AEC_Apply(h, nullptr, nullptr, nullptr); }, -12},
         {"apply near odd", [&] { return Sonvel_AEC_Apply(h, odd(n), nullptr, nullptr); }, -13},
@@ -52,7 +57,8 @@ TEST(StatusCodes, ArgumentFaultsInPrecedenceOrderWriteNothing) {
         {"version null", [&] { return Sonvel_AEC_GetVersion(nullptr); }, -50},
         {"state null", [&] { return Sonvel_AEC_SUB_Init(nullptr, &cfg, 0); }, -99},
         {"state misaligned", [&] { return Sonvel_AEC_SUB_Init(m + 4, &cfg, 0); }, -100},
-        {"re-init of a never initialised state", [&] { return Sonvel_AEC_SUB_Init(m, &cfg, 1); }, -101},
+        {"re-init of a never initialised state", [&] { return Sonvel_AEC_SUB_Init(m, &cfg, 1); },
+         -101},
     };
     const auto liveBefore = live.snapshot();
     for (const auto &c : cases) EXPECT_EQ(c.call(), c.want) << c.what;
@@ -61,7 +67,8 @@ TEST(StatusCodes, ArgumentFaultsInPrecedenceOrderWriteNothing) {
     EXPECT_TRUE(live.unchanged_since(liveBefore)) << "phase or carries moved";
     EXPECT_TRUE(sonvel::test::all_bytes(o, sizeof o, 0x5C));
 
-    EXPECT_TRUE(Sonvel_AEC_GetSize(&size, &reserved) == 0 && size == 62064u && reserved == 9u) << size;
+    EXPECT_TRUE(Sonvel_AEC_GetSize(&size, &reserved) == 0 && size == 62064u && reserved == 9u)
+        << size;
     EXPECT_TRUE(Sonvel_AEC_Check8Align(m) == 1 && Sonvel_AEC_Check8Align(m + 4) == 0);
     // Only the low byte of the mode counts: 0x100 is a full initialisation.
     EXPECT_EQ(Sonvel_AEC_SUB_Init(m, &cfg, 0x100), 0);
@@ -69,37 +76,60 @@ TEST(StatusCodes, ArgumentFaultsInPrecedenceOrderWriteNothing) {
 }
 
 // Faults of every rule before the band edges.
-void early_faults(AecCfg &c) { c.u8StartPart = 9, c.s16CohThr = -5, c.s16CohBinHi = 300, c.as16BandEdge[3] = 10; }
+void early_faults(AecCfg &c) {
+    c.u8StartPart = 9, c.s16CohThr = -5, c.s16CohBinHi = 300, c.as16BandEdge[3] = 10;
+}
 
 TEST(StatusCodes, RecordRulesAndTheLastFailingRuleDecides) {
-    const struct { const char *what; void (*spoil)(AecCfg &); int32_t code; } cases[] = {
+    const struct {
+        const char *what;
+        void (*spoil)(AecCfg &);
+        int32_t code;
+    } cases[] = {
         {"start part 7", [](AecCfg &c) { c.u8StartPart = 7; }, -21},
-        {"nlp level 3", [](AecCfg &c) { c.u8NlpLevel = 3; }, -22}, {"high freq mode 2", [](AecCfg &c) { c.u8HighFreqMode = 2; }, -23},
-        {"sample rate 2", [](AecCfg &c) { c.u8SampleRate = 2; }, -25}, {"coh thr -1", [](AecCfg &c) { c.s16CohThr = -1; }, -26},
-        {"hf lo > hi", [](AecCfg &c) { c.s16HfBinLo = 39; }, -27}, {"hf lo < 0", [](AecCfg &c) { c.s16HfBinLo = -1; }, -27},
+        {"nlp level 3", [](AecCfg &c) { c.u8NlpLevel = 3; }, -22},
+        {"high freq mode 2", [](AecCfg &c) { c.u8HighFreqMode = 2; }, -23},
+        {"sample rate 2", [](AecCfg &c) { c.u8SampleRate = 2; }, -25},
+        {"coh thr -1", [](AecCfg &c) { c.s16CohThr = -1; }, -26},
+        {"hf lo > hi", [](AecCfg &c) { c.s16HfBinLo = 39; }, -27},
+        {"hf lo < 0", [](AecCfg &c) { c.s16HfBinLo = -1; }, -27},
         {"hf hi > 256", [](AecCfg &c) { c.s16HfBinHi = 257; }, -28},
-        {"coh lo > hi", [](AecCfg &c) { c.s16CohBinLo = 73; }, -29}, {"coh lo < 0", [](AecCfg &c) { c.s16CohBinLo = -1; }, -29},
+        {"coh lo > hi", [](AecCfg &c) { c.s16CohBinLo = 73; }, -29},
+        {"coh lo < 0", [](AecCfg &c) { c.s16CohBinLo = -1; }, -29},
         {"coh hi > 256", [](AecCfg &c) { c.s16CohBinHi = 257; }, -210},
         {"edge5 > 256", [](AecCfg &c) { c.as16BandEdge[5] = 257; }, -24},
-        {"edge0 > edge1", [](AecCfg &c) { c.as16BandEdge[0] = 7; }, -24}, {"edge0 < 0", [](AecCfg &c) { c.as16BandEdge[0] = -1; }, -24},
+        {"edge0 > edge1", [](AecCfg &c) { c.as16BandEdge[0] = 7; }, -24},
+        {"edge0 < 0", [](AecCfg &c) { c.as16BandEdge[0] = -1; }, -24},
         {"edge2 > edge3", [](AecCfg &c) { c.as16BandEdge[2] = 50; }, -24},
-        {"clamp lo > hi", [](AecCfg &c) { c.s16ClampBinLo = 7; }, -211}, {"clamp lo < 0", [](AecCfg &c) { c.s16ClampBinLo = -1; }, -211},
+        {"clamp lo > hi", [](AecCfg &c) { c.s16ClampBinLo = 7; }, -211},
+        {"clamp lo < 0", [](AecCfg &c) { c.s16ClampBinLo = -1; }, -211},
         {"clamp lo > 256", [](AecCfg &c) { c.s16ClampBinLo = 257, c.s16ClampBinHi = 300; }, -212},
-        {"fields equal to the 8000 Hz bound", [](AecCfg &c) {
-             c.u8SampleRate = 0, c.s16HfBinHi = c.s16CohBinHi = c.as16BandEdge[5] = c.s16ClampBinLo = c.s16ClampBinHi = 128;
-         }, 0},
+        {"fields equal to the 8000 Hz bound",
+         [](AecCfg &c) {
+             c.u8SampleRate = 0, c.s16HfBinHi = c.s16CohBinHi = c.as16BandEdge[5] =
+                                     c.s16ClampBinLo = c.s16ClampBinHi = 128;
+         },
+         0},
         {"hf hi 129 at 8000 Hz", [](AecCfg &c) { c.u8SampleRate = 0, c.s16HfBinHi = 129; }, -28},
         {"hf hi 256 at 16000 Hz", [](AecCfg &c) { c.s16HfBinHi = 256; }, 0},
-        {"rate 9: wide bound, still refused", [](AecCfg &c) { c.s16HfBinHi = 256, c.u8SampleRate = 9; }, -25},
-        {"unexamined fields, equal edges", [](AecCfg &c) {
-             c.u8CnEnable = 200, std::fill_n(c.as16BandShift, 7, -32768), std::fill_n(c.as16BandEdge, 6, 49);
-         }, 0},
+        {"rate 9: wide bound, still refused",
+         [](AecCfg &c) { c.s16HfBinHi = 256, c.u8SampleRate = 9; }, -25},
+        {"unexamined fields, equal edges",
+         [](AecCfg &c) {
+             c.u8CnEnable = 200, std::fill_n(c.as16BandShift, 7, -32768),
+             std::fill_n(c.as16BandEdge, 6, 49);
+         },
+         0},
         {"coh hi hides nlp level", [](AecCfg &c) { c.u8NlpLevel = 3, c.s16CohBinHi = 300; }, -210},
         {"band edges hide every rule before them", early_faults, -24},
-        {"clamp order hides the band edges", [](AecCfg &c) { early_faults(c), c.s16ClampBinLo = -1; }, -211},
-        {"clamp bound hides the band edges", [](AecCfg &c) { early_faults(c), c.s16ClampBinLo = 400, c.s16ClampBinHi = 500; }, -212},
-        {"negative first edge skips the rules before it", [](AecCfg &c) { c.as16BandEdge[0] = -1, c.u8SampleRate = 7; }, -24},
-        {"... but not the clamp rules", [](AecCfg &c) { c.as16BandEdge[0] = -1, c.u8SampleRate = 7, c.s16ClampBinLo = 20; }, -211},
+        {"clamp order hides the band edges",
+         [](AecCfg &c) { early_faults(c), c.s16ClampBinLo = -1; }, -211},
+        {"clamp bound hides the band edges",
+         [](AecCfg &c) { early_faults(c), c.s16ClampBinLo = 400, c.s16ClampBinHi = 500; }, -212},
+        {"negative first edge skips the rules before it",
+         [](AecCfg &c) { c.as16BandEdge[0] = -1, c.u8SampleRate = 7; }, -24},
+        {"... but not the clamp rules",
+         [](AecCfg &c) { c.as16BandEdge[0] = -1, c.u8SampleRate = 7, c.s16ClampBinLo = 20; }, -211},
     };
     for (const auto &k : cases) {
         AecCfg c = default_cfg(1);
@@ -116,7 +146,8 @@ TEST(InstanceLifecycle, InitStartsAfreshAndKeepsToItsBytes) {
     ASSERT_EQ(Sonvel_AEC_Init(&h, block.data(), 62064 + 100, &cfg), 0);
     EXPECT_EQ(h, block.data());
     const sonvel::AecHeader *hdr = block.header();
-    EXPECT_TRUE(hdr->u32StateOffset == 3880 && hdr->u8HdrSampleRate == 0 && hdr->u16Phase == 0 && hdr->u16HdrMagic == 0x5A5A);
+    EXPECT_TRUE(hdr->u32StateOffset == 3880 && hdr->u8HdrSampleRate == 0 && hdr->u16Phase == 0 &&
+                hdr->u16HdrMagic == 0x5A5A);
     const auto fresh = block.snapshot();
 
     // Init over a used instance leaves nothing of its history; the excess bytes stay as they were.
@@ -142,8 +173,10 @@ TEST(InstanceLifecycle, InitStartsAfreshAndKeepsToItsBytes) {
 TEST(InstanceLifecycle, OutputIsTheBlockStreamOneFrameLate) {
     for (uint8_t rate : {uint8_t{0}, uint8_t{1}}) {
         const AecCfg cfg = default_cfg(rate);
-        const size_t f = rate == 0 ? 80 : 160, l = rate == 0 ? 64 : 128, frames = 4 * 6, n = f * frames;
-        const auto far = sonvel::test::test_signal(n, 11), talk = sonvel::test::test_signal(n, 12, 2000);
+        const size_t f = rate == 0 ? 80 : 160, l = rate == 0 ? 64 : 128, frames = 4 * 6,
+                     n = f * frames;
+        const auto far = sonvel::test::test_signal(n, 11),
+                   talk = sonvel::test::test_signal(n, 12, 2000);
         auto near = sonvel::test::echo_of(far, 40, 3);
         for (size_t i = 0; i < n; ++i) near[i] = static_cast<int16_t>(near[i] + talk[i]);
 
@@ -160,7 +193,8 @@ TEST(InstanceLifecycle, OutputIsTheBlockStreamOneFrameLate) {
         }
         for (size_t i = 0; i < f; ++i) ASSERT_EQ(out[i], 0) << "first frame is silence";
         for (size_t k = 1; k < frames; ++k) {
-            ASSERT_EQ(std::memcmp(&out[k * f], &processed[(k - 1) * f], f * 2), 0) << int(rate) << " frame " << k;
+            ASSERT_EQ(std::memcmp(&out[k * f], &processed[(k - 1) * f], f * 2), 0)
+                << int(rate) << " frame " << k;
         }
         EXPECT_TRUE(block.canaries_intact());
     }

@@ -26,7 +26,8 @@ constexpr uint64_t kDigest16k = 0x9516178d8b7aa096ull;
 void make_scenario(int rate, int frames, std::vector<int16_t> &nearv, std::vector<int16_t> &farv) {
     testsupport::Xorshift64 rng(0x5EED0000u + rate);
     const int f = rate / 100, n = frames * f, seg = n / 4;
-    const int taps[4][2] = {{rate / 500, 12000}, {rate / 250, -7000}, {rate / 125, 3000}, {rate / 60, -1200}};
+    const int taps[4][2] = {
+        {rate / 500, 12000}, {rate / 250, -7000}, {rate / 125, 3000}, {rate / 60, -1200}};
     farv.assign(n, 0);
     nearv.assign(n, 0);
     for (int i = 0; i < n; ++i) {
@@ -37,7 +38,8 @@ void make_scenario(int rate, int frames, std::vector<int16_t> &nearv, std::vecto
         int64_t e = 0;
         for (const auto &t : taps) e += i >= t[0] ? int64_t{farv[i - t[0]]} * t[1] : 0;
         const bool talk = i >= seg && i < 2 * seg && (i / (rate / 4)) % 2 == 0;
-        const int32_t y = static_cast<int32_t>(e >> 15) + (talk ? rng.uniform(6000) : rng.uniform(60));
+        const int32_t y =
+            static_cast<int32_t>(e >> 15) + (talk ? rng.uniform(6000) : rng.uniform(60));
         nearv[i] = static_cast<int16_t>(y > 32767 ? 32767 : (y < -32768 ? -32768 : y));
     }
 }

@@ -24,7 +24,10 @@ constexpr size_t kBound = 16 * 1024;
 constexpr size_t kThreadStack = 1024 * 1024;
 constexpr uint8_t kPaint = 0xA7;
 
-struct Probe { const std::function<void()> *work; uintptr_t top; };
+struct Probe {
+    const std::function<void()> *work;
+    uintptr_t top;
+};
 
 // Keeps the work's frames below the recorded top.
 __attribute__((noinline)) void run_work(Probe *p) { (*p->work)(); }
@@ -38,12 +41,16 @@ size_t painted_stack_use(const std::function<void()> &work) {
     pthread_attr_setstack(&attr, mem, kThreadStack);
     Probe p{&work, 0};
     pthread_t t;
-    EXPECT_EQ(pthread_create(&t, &attr, [](void *arg) -> void * {
-        auto *probe = static_cast<Probe *>(arg);
-        probe->top = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-        run_work(probe);
-        return nullptr;
-    }, &p), 0);
+    EXPECT_EQ(pthread_create(
+                  &t, &attr,
+                  [](void *arg) -> void * {
+                      auto *probe = static_cast<Probe *>(arg);
+                      probe->top = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+                      run_work(probe);
+                      return nullptr;
+                  },
+                  &p),
+              0);
     pthread_join(t, nullptr);
     pthread_attr_destroy(&attr);
     const auto deepest = reinterpret_cast<uintptr_t>(
@@ -72,7 +79,8 @@ TEST(StackUsage, ApplyAndHostProcessStayWithinTheBound) {
     size_t applyMax = 0, processMax = 0;
     for (int variant = 0; variant < 12; ++variant) {  // both rates, every level and mode
         AecCfg cfg = sonvel::test::default_cfg(static_cast<uint8_t>(variant / 6));
-        cfg.u8NlpLevel = static_cast<uint8_t>(variant % 3), cfg.u8HighFreqMode = static_cast<uint8_t>(variant % 6 / 3);
+        cfg.u8NlpLevel = static_cast<uint8_t>(variant % 3),
+        cfg.u8HighFreqMode = static_cast<uint8_t>(variant % 6 / 3);
         cfg.u8CnEnable = static_cast<uint8_t>(variant % 6 != 4);
         const size_t f = static_cast<size_t>(sonvel::test::frame_len(cfg));
         mixed_audio(f * 240, 3 + variant % 6, near, far);
@@ -80,7 +88,8 @@ TEST(StackUsage, ApplyAndHostProcessStayWithinTheBound) {
         sonvel::test::GuardedBlock block;
         void *h = block.init(cfg);
         const size_t used = painted_stack_use([&] {
-            for (size_t i = 0; i < near.size(); i += f) Sonvel_AEC_Apply(h, &near[i], &far[i], &out[i]);
+            for (size_t i = 0; i < near.size(); i += f)
+                Sonvel_AEC_Apply(h, &near[i], &far[i], &out[i]);
         });
         EXPECT_GT(used, 256u) << "the measurement saw no work";
         applyMax = std::max(applyMax, used);
@@ -94,16 +103,17 @@ TEST(StackUsage, ApplyAndHostProcessStayWithinTheBound) {
         mixed_audio(f * 240, 9, near, far);
         out.resize(near.size());
         processMax = std::max(processMax, painted_stack_use([&] {
-            for (size_t i = 0; i < near.size(); i += 8 * f) {
-                KxAecFrame in{&near[i], &far[i], nullptr, nullptr, static_cast<int32_t>(16 * f)};
-                KxAecFrame o{&out[i], nullptr, nullptr, nullptr, 0};
-                KX_AEC_Process(h, &in, &o);
-            }
-        }));
+                                  for (size_t i = 0; i < near.size(); i += 8 * f) {
+                                      KxAecFrame in{&near[i], &far[i], nullptr, nullptr,
+                                                    static_cast<int32_t>(16 * f)};
+                                      KxAecFrame o{&out[i], nullptr, nullptr, nullptr, 0};
+                                      KX_AEC_Process(h, &in, &o);
+                                  }
+                              }));
         KX_AEC_DeInit(h);
     }
-    std::printf("stack use: Sonvel_AEC_Apply %zu bytes, KX_AEC_Process %zu bytes (bound %zu)\n", applyMax,
-                processMax, kBound);
+    std::printf("stack use: Sonvel_AEC_Apply %zu bytes, KX_AEC_Process %zu bytes (bound %zu)\n",
+                applyMax, processMax, kBound);
     RecordProperty("apply_stack_bytes", static_cast<int>(applyMax));
     RecordProperty("process_stack_bytes", static_cast<int>(processMax));
     EXPECT_LE(applyMax, kBound);

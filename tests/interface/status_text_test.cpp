@@ -29,7 +29,8 @@ std::map<std::string, int> status_codes_of(const std::string &header) {
     const std::string s = text.str();
     const std::regex entry(R"((SONVEL_AEC_(?:OK|ERR_\w+))\s*=\s*(-?\d+))");
     std::map<std::string, int> codes;
-    for (auto it = std::sregex_iterator(s.begin(), s.end(), entry); it != std::sregex_iterator(); ++it) {
+    for (auto it = std::sregex_iterator(s.begin(), s.end(), entry); it != std::sregex_iterator();
+         ++it) {
         codes[(*it)[1]] = std::stoi((*it)[2]);
     }
     return codes;
@@ -105,7 +106,8 @@ TEST(StatusText, CodesTheLibraryDoesNotDefineGetOneFixedText) {
     const char *first = Sonvel_AEC_StatusText(1);
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(std::string(first), kUnknown);
-    for (int32_t code : {-7, -19, -32, -52, -102, -209, -213, -299, -308, -309, -311, INT32_MIN, INT32_MAX}) {
+    for (int32_t code :
+         {-7, -19, -32, -52, -102, -209, -213, -299, -308, -309, -311, INT32_MIN, INT32_MAX}) {
         EXPECT_EQ(Sonvel_AEC_StatusText(code), first) << code;
     }
 }

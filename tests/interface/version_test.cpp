@@ -5,13 +5,13 @@
 #include <cstdio>
 #include <string>
 
-#include "sonvel_aec.h"
 #include <gtest/gtest.h>
+#include "sonvel_aec.h"
 
 namespace {
 
-static_assert(SONVEL_AEC_VERSION == SONVEL_AEC_VERSION_MAJOR * 10000 + SONVEL_AEC_VERSION_MINOR * 100 +
-                                        SONVEL_AEC_VERSION_PATCH);
+static_assert(SONVEL_AEC_VERSION == SONVEL_AEC_VERSION_MAJOR * 10000 +
+                                        SONVEL_AEC_VERSION_MINOR * 100 + SONVEL_AEC_VERSION_PATCH);
 #if SONVEL_AEC_VERSION < 10600
 #error "the combined number must work in preprocessor comparisons"
 #endif

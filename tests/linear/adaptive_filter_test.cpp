@@ -15,7 +15,8 @@ namespace {
 
 using lintest::kRates;
 
-void set_bins(AecState &st, std::initializer_list<std::array<int32_t, 4>> bins) {  // {slot, bin, re, im}
+void set_bins(AecState &st,
+              std::initializer_list<std::array<int32_t, 4>> bins) {  // {slot, bin, re, im}
     for (const auto &[slot, bin, re, im] : bins) {
         st.aiFiltPart[slot][2 * bin] = re;
         st.aiFiltPart[slot][2 * bin + 1] = im;
@@ -35,7 +36,10 @@ TEST(DelaySearch, PeriodStrictComparisonAndSearchedRange) {
         EXPECT_EQ(search(*st, period), 5);  // all zero: index kept
         // Before the start slot, DC, above the last searched bin, then the last bin's imaginary
         // part and an equal energy in a later slot.
-        set_bins(*st, {{0, 10, 1 << 20, 0}, {7, 0, 1 << 20, 0}, {8, last + 1, 1 << 20, 0}, {9, last, 0, 3},
+        set_bins(*st, {{0, 10, 1 << 20, 0},
+                       {7, 0, 1 << 20, 0},
+                       {8, last + 1, 1 << 20, 0},
+                       {9, last, 0, 3},
                        {11, last, 3, 0}});
         EXPECT_EQ(search(*st, period - 1), 5);
         EXPECT_EQ(search(*st, 1), 9);
@@ -47,7 +51,9 @@ TEST(DelaySearch, InterleavedSingleSumsDecideBetweenNearlyEqualPartitions) {
     // one and are lost to rounding; slot 1 keeps them in the other pair. Summed in bin order or in
     // double precision the two would tie and slot 0 would win.
     auto st = lintest::make_state(lintest::k8k);
-    set_bins(*st, {{0, 1, 4096, 0}, {0, 5, 1, 0}, {0, 9, 1, 0}, {1, 1, 4096, 0}, {1, 2, 1, 0}, {1, 4, 1, 0}});
+    set_bins(
+        *st,
+        {{0, 1, 4096, 0}, {0, 5, 1, 0}, {0, 9, 1, 0}, {1, 1, 4096, 0}, {1, 2, 1, 0}, {1, 4, 1, 0}});
     EXPECT_EQ(search(*st, 10), 1);
 }
 
@@ -74,8 +80,10 @@ TEST(EchoEstimate, DelayedImpulseReproducesTheFarEndAndTheErrorIsTheScaledNearEn
         const auto y = estimate(*st, near);
         for (int i = 0; i < r.l; ++i) {
             const double expected = far[r.l + i - 5] * double(1 << r.s);
-            EXPECT_NEAR(st->ai32EchoEst[i], expected, 64.0 + 1e-4 * std::fabs(expected)) << r.n << " " << i;
-            ASSERT_EQ(st->ai32ErrBlk[i], near[i] * (1 << r.s) - st->ai32EchoEst[i]) << r.n << " " << i;
+            EXPECT_NEAR(st->ai32EchoEst[i], expected, 64.0 + 1e-4 * std::fabs(expected))
+                << r.n << " " << i;
+            ASSERT_EQ(st->ai32ErrBlk[i], near[i] * (1 << r.s) - st->ai32EchoEst[i])
+                << r.n << " " << i;
             ASSERT_EQ(y[i], 0);  // handed to the update as [0, error]
             ASSERT_EQ(y[r.l + i], st->ai32ErrBlk[i]);
         }
@@ -94,7 +102,8 @@ TEST(EchoEstimate, HugeEstimateSaturatesEstimateAndError) {
                     st->aiFiltPart[p][2 * k] = INT32_MAX;
                 }
             }
-            estimate(*st, std::vector<int16_t>(r.l, static_cast<int16_t>(sign > 0 ? -32768 : 32767)));
+            estimate(*st,
+                     std::vector<int16_t>(r.l, static_cast<int16_t>(sign > 0 ? -32768 : 32767)));
             EXPECT_EQ(st->ai32EchoEst[0], sign > 0 ? INT32_MAX : INT32_MIN) << r.n;
             EXPECT_EQ(st->ai32ErrBlk[0], sign > 0 ? INT32_MIN : INT32_MAX) << r.n;
         }
@@ -124,8 +133,8 @@ constexpr int kWords = 12 * 260;
 // Filter words after one update from a state with random far-end spectra in `slots`, far-end
 // powers up to `powerPeak`, and an error block as the estimate leaves it ([0, error], guard words
 // 1) scaled by `scale`; the filter starts as `fill` everywhere.
-std::vector<int32_t> update(const lintest::Rate &r, int start, int slots, int32_t powerPeak, int errorBits,
-                            int scale = 1, int32_t fill = 0) {
+std::vector<int32_t> update(const lintest::Rate &r, int start, int slots, int32_t powerPeak,
+                            int errorBits, int scale = 1, int32_t fill = 0) {
     auto st = lintest::make_state(r, start);
     std::fill_n(&st->aiFiltPart[0][0], kWords, fill);
     std::mt19937 rng(13);
@@ -178,7 +187,9 @@ TEST(BlockStep, SilentFarEndLeavesTheFilterAndPassesTheNearEnd) {
             Sonvel_AEC_Mdf(st.get(), near.data(), silent.data());
             for (int i = 0; i < r.l; ++i) ASSERT_EQ(st->ai32ErrBlk[i], near[i] * (1 << r.s));
             for (int k = 0; k < r.l + 4; ++k) {  // decays by 0.9 per block, in single precision
-                ASSERT_EQ(st->aiFarPow[k], static_cast<int32_t>(static_cast<float>(pow[k]) * 29490.0f / 32768.0f)) << k;
+                ASSERT_EQ(st->aiFarPow[k],
+                          static_cast<int32_t>(static_cast<float>(pow[k]) * 29490.0f / 32768.0f))
+                    << k;
             }
             if (block > 0) continue;
             // The far-end detector reads the level history at the dominant partition's delay.

@@ -14,7 +14,9 @@
 
 namespace {
 
-int16_t clip16(double v) { return static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0))); }
+int16_t clip16(double v) {
+    return static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0)));
+}
 
 // Echo (near end) of far-end noise through 3 ms of bulk delay and 20 ms of decaying random taps.
 void make_signals(int rate, int total, std::vector<int16_t> &far, std::vector<int16_t> &near) {
@@ -49,7 +51,8 @@ std::vector<double> linear_reduction(int rate, const std::vector<double> &marks)
     void *handle = nullptr;
     EXPECT_EQ(Sonvel_AEC_Init(&handle, mem.data(), SONVEL_AEC_INSTANCE_BYTES, &cfg), 0);
     const auto *st = reinterpret_cast<const AecState *>(
-        static_cast<const uint8_t *>(handle) + static_cast<const sonvel::AecHeader *>(handle)->u32StateOffset);
+        static_cast<const uint8_t *>(handle) +
+        static_cast<const sonvel::AecHeader *>(handle)->u32StateOffset);
 
     std::vector<double> db;
     std::vector<int16_t> out(frame);

@@ -24,7 +24,8 @@ struct Vad {
     std::unique_ptr<AecState> st = lintest::make_state(lintest::k8k);
     int16_t s[4];
     int16_t flag = -1;
-    Vad(int32_t blockCount, int16_t floor, int16_t tracker = 0, int16_t activeRun = 0) : s{0, floor, tracker, activeRun} {
+    Vad(int32_t blockCount, int16_t floor, int16_t tracker = 0, int16_t activeRun = 0)
+        : s{0, floor, tracker, activeRun} {
         st->s32CnBlockCnt = blockCount;
     }
     int16_t step(int level) {
@@ -46,8 +47,10 @@ TEST(ActivityDetector, NoiseFloorTracking) {
     slow.step(11000);  // afterwards it only creeps up
     EXPECT_EQ(slow.s[kFloor], 1004);
     // The creep factor grows with the length of the active run.
-    const struct { int16_t run; int32_t factor; } rises[] = {
-        {128, 16}, {129, 63}, {192, 127}, {319, 255}, {320, 511}, {32767, 511}, {-5, 16}};
+    const struct {
+        int16_t run;
+        int32_t factor;
+    } rises[] = {{128, 16}, {129, 63}, {192, 127}, {319, 255}, {320, 511}, {32767, 511}, {-5, 16}};
     for (const auto &c : rises) {
         Vad v(51, 0, 20000, c.run);
         v.step(20000);

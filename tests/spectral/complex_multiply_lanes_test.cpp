@@ -10,10 +10,10 @@
 #include <random>
 #include <vector>
 
-#include "spectral/processor.h"
 #include "fixedpoint/block_float.h"
 #include "spectral/kernels.h"
 #include "spectral/lanes.h"
+#include "spectral/processor.h"
 
 namespace {
 
@@ -29,10 +29,18 @@ constexpr int kLanes = ln::kLanes;
 using ln::load;
 using ln::store;
 LANES void hr_lanes(const int32_t *x, int32_t *r) { store(r, ln::hr(load(x))); }
-LANES void add_lanes(const int32_t *a, const int32_t *b, int32_t *r) { store(r, ln::sat_add(load(a), load(b))); }
-LANES void sub_lanes(const int32_t *a, const int32_t *b, int32_t *r) { store(r, ln::sat_sub(load(a), load(b))); }
-LANES void shr_lanes(const int32_t *x, const int32_t *c, int32_t *r) { store(r, ln::shr_trunc(load(x), load(c))); }
-LANES void shift_lanes(const int32_t *x, const int32_t *c, int32_t *r) { store(r, ln::shift_sat(load(x), load(c))); }
+LANES void add_lanes(const int32_t *a, const int32_t *b, int32_t *r) {
+    store(r, ln::sat_add(load(a), load(b)));
+}
+LANES void sub_lanes(const int32_t *a, const int32_t *b, int32_t *r) {
+    store(r, ln::sat_sub(load(a), load(b)));
+}
+LANES void shr_lanes(const int32_t *x, const int32_t *c, int32_t *r) {
+    store(r, ln::shr_trunc(load(x), load(c)));
+}
+LANES void shift_lanes(const int32_t *x, const int32_t *c, int32_t *r) {
+    store(r, ln::shift_sat(load(x), load(c)));
+}
 LANES void f2i_lanes(const float *f, int32_t *r) { store(r, ln::f2i(ln::loadf(f))); }
 // rnd(a b, K), rnd(sat_add64(a b, a c), K) and rnd(sat_sub64(a b, a c), K) for the counts the
 // kernels use.
@@ -65,12 +73,13 @@ Words operands32(uint32_t seed, int n) {
     std::mt19937 g(seed);
     Words v = edges32();
     std::shuffle(v.begin(), v.end(), g);
-    while (static_cast<int>(v.size()) < n || v.size() % 8) v.push_back(static_cast<int32_t>(g()) >> (g() % 32));
+    while (static_cast<int>(v.size()) < n || v.size() % 8)
+        v.push_back(static_cast<int32_t>(g()) >> (g() % 32));
     return v;
 }
 
 class LanePrimitives : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         if (!vector_available()) GTEST_SKIP() << "no vector unit on this processor";
     }
@@ -106,7 +115,8 @@ TEST_F(LanePrimitives, HeadroomAndSaturatingSums) {
 TEST_F(LanePrimitives, ShiftsByCountsPerLane) {
     const Words x = operands32(3, 4000);
     Words c(x.size());
-    for (std::size_t i = 0; i < c.size(); ++i) c[i] = static_cast<int32_t>((i * 7 + i / 81) % 81) - 40;
+    for (std::size_t i = 0; i < c.size(); ++i)
+        c[i] = static_cast<int32_t>((i * 7 + i / 81) % 81) - 40;
     Words cpos(c.size());
     for (std::size_t i = 0; i < c.size(); ++i) cpos[i] = c[i] < 0 ? -c[i] : c[i];
     int32_t r[kLanes], s[kLanes];
@@ -114,7 +124,8 @@ TEST_F(LanePrimitives, ShiftsByCountsPerLane) {
         shr_lanes(&x[i], &cpos[i], r);
         shift_lanes(&x[i], &c[i], s);
         for (int l = 0; l < kLanes; ++l) {
-            ASSERT_EQ(r[l], fx::shr_trunc(x[i + l], cpos[i + l])) << x[i + l] << " >> " << cpos[i + l];
+            ASSERT_EQ(r[l], fx::shr_trunc(x[i + l], cpos[i + l]))
+                << x[i + l] << " >> " << cpos[i + l];
             ASSERT_EQ(s[l], fx::shift_sat(x[i + l], c[i + l])) << x[i + l] << " << " << c[i + l];
         }
     }
@@ -123,11 +134,25 @@ TEST_F(LanePrimitives, ShiftsByCountsPerLane) {
 // Float to int: exact powers of two and their neighbours around the int32 range, infinities,
 // NaNs, signed zeros, fractions, and random bit patterns.
 TEST_F(LanePrimitives, SaturatingFloatToInt) {
-    std::vector<float> f{0.0f, -0.0f, 0.5f, -0.5f, 0.99999994f, -1.5f, 2147483648.0f, -2147483648.0f,
-                         2147483520.0f, -2147483520.0f, 4294967296.0f, -4294967296.0f,
-                         std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
-                         std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(),
-                         std::numeric_limits<float>::denorm_min(), 3e38f, -3e38f};
+    std::vector<float> f{0.0f,
+                         -0.0f,
+                         0.5f,
+                         -0.5f,
+                         0.99999994f,
+                         -1.5f,
+                         2147483648.0f,
+                         -2147483648.0f,
+                         2147483520.0f,
+                         -2147483520.0f,
+                         4294967296.0f,
+                         -4294967296.0f,
+                         std::numeric_limits<float>::infinity(),
+                         -std::numeric_limits<float>::infinity(),
+                         std::numeric_limits<float>::quiet_NaN(),
+                         -std::numeric_limits<float>::quiet_NaN(),
+                         std::numeric_limits<float>::denorm_min(),
+                         3e38f,
+                         -3e38f};
     std::mt19937 g(4);
     while (f.size() < 40000) f.push_back(std::bit_cast<float>(static_cast<uint32_t>(g())));
     int32_t r[kLanes];

@@ -19,7 +19,9 @@ namespace {
 using namespace sonvel::fft;
 using Block = std::vector<int32_t>;
 
-struct alignas(8) PlanArea { uint8_t bytes[SONVEL_FFT_PLAN_BYTES]; };
+struct alignas(8) PlanArea {
+    uint8_t bytes[SONVEL_FFT_PLAN_BYTES];
+};
 
 PlanArea prepared(int order) {
     PlanArea plan{};
@@ -65,7 +67,8 @@ Block real_block(int n, int order, int kind, std::mt19937 &rng) {
     const int64_t lim = kind == 0 ? int64_t{1} << (31 - order) : int64_t{1} << 15;
     std::uniform_int_distribution<int64_t> any(-lim, lim - 1);
     Block x(2 * n, 0);
-    for (int t = 0; t < n; ++t) x[2 * t] = static_cast<int32_t>(any(rng) * (kind == 0 ? 1 : int64_t{1} << (15 - order)));
+    for (int t = 0; t < n; ++t)
+        x[2 * t] = static_cast<int32_t>(any(rng) * (kind == 0 ? 1 : int64_t{1} << (15 - order)));
     return x;
 }
 
@@ -77,7 +80,8 @@ Block symmetric_spectrum(int n, int order, int kind, std::mt19937 &rng) {
         const std::vector<double> y = dft(real_block(n, order, 0, rng), -1, 1);
         double peak = 0;
         for (double v : y) peak = std::fmax(peak, std::fabs(v));
-        for (int i = 0; i < 2 * n; ++i) s[i] = static_cast<int32_t>(std::lround(y[i] * room / peak));
+        for (int i = 0; i < 2 * n; ++i)
+            s[i] = static_cast<int32_t>(std::lround(y[i] * room / peak));
     } else {
         std::uniform_real_distribution<double> any(-room, room);
         for (int i = 0; i <= n; ++i) s[i] = static_cast<int32_t>(std::lround(any(rng)));
@@ -110,10 +114,14 @@ TEST(FftRealPaths, AccuracyWithTheCallersHeadroom) {
             complex_transform(s.data(), y.data(), plan, plan.full, order, true, Kernels::Best);
             invFull.add(y, z);
         }
-        std::printf("N = %d real-data paths: forward worst %.3f RMS %.3f, inverse worst %.3f RMS %.3f (LSB)\n",
-                    n, fwd.worst, fwd.rms(), inv.worst, inv.rms());
-        std::printf("N = %d N-point stages:  forward worst %.3f RMS %.3f, inverse worst %.3f RMS %.3f (LSB)\n",
-                    n, fwdFull.worst, fwdFull.rms(), invFull.worst, invFull.rms());
+        std::printf(
+            "N = %d real-data paths: forward worst %.3f RMS %.3f, inverse worst %.3f RMS %.3f "
+            "(LSB)\n",
+            n, fwd.worst, fwd.rms(), inv.worst, inv.rms());
+        std::printf(
+            "N = %d N-point stages:  forward worst %.3f RMS %.3f, inverse worst %.3f RMS %.3f "
+            "(LSB)\n",
+            n, fwdFull.worst, fwdFull.rms(), invFull.worst, invFull.rms());
         EXPECT_LE(fwd.worst, 2.0);
         EXPECT_LE(inv.worst, 1.0);
         EXPECT_LE(fwd.rms(), fwdFull.rms());
@@ -131,9 +139,12 @@ TEST(FftRealPaths, ExactRecognitionAndVectorisedBits) {
         std::mt19937 rng(static_cast<unsigned>(order) * 5u);
         const auto service = [&](const Block &x, bool inverse) {
             Block y(2 * n, 3), a(2 * n, 1), b(2 * n, 2);
-            if (inverse) Sonvel_FFTInv_CToC_SC32_Sfs(x.data(), y.data(), area.bytes, 0);
-            else Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), area.bytes, 0);
-            run_transform(x.data(), a.data(), plan, inverse ? order : 0, inverse, Kernels::Portable);
+            if (inverse)
+                Sonvel_FFTInv_CToC_SC32_Sfs(x.data(), y.data(), area.bytes, 0);
+            else
+                Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), area.bytes, 0);
+            run_transform(x.data(), a.data(), plan, inverse ? order : 0, inverse,
+                          Kernels::Portable);
             run_transform(x.data(), b.data(), plan, inverse ? order : 0, inverse, Kernels::Best);
             EXPECT_EQ(a, b) << "order " << order << ", inverse " << inverse;
             EXPECT_EQ(y, b);
@@ -141,7 +152,8 @@ TEST(FftRealPaths, ExactRecognitionAndVectorisedBits) {
         };
         const auto full = [&](const Block &x, bool inverse) {
             Block y(2 * n);
-            complex_transform(x.data(), y.data(), plan, plan.full, inverse ? order : 0, inverse, Kernels::Portable);
+            complex_transform(x.data(), y.data(), plan, plan.full, inverse ? order : 0, inverse,
+                              Kernels::Portable);
             return y;
         };
         long differ = 0;

@@ -20,9 +20,12 @@
 
 namespace {
 
-constexpr int32_t kMin = std::numeric_limits<int32_t>::min(), kMax = std::numeric_limits<int32_t>::max();
+constexpr int32_t kMin = std::numeric_limits<int32_t>::min(),
+                  kMax = std::numeric_limits<int32_t>::max();
 
-struct alignas(8) PlanArea { uint8_t bytes[SONVEL_FFT_PLAN_BYTES + 8]; };  // 8 marker bytes behind
+struct alignas(8) PlanArea {
+    uint8_t bytes[SONVEL_FFT_PLAN_BYTES + 8];
+};  // 8 marker bytes behind
 
 using Block = std::vector<int32_t>;  // re / im interleaved unless said otherwise
 
@@ -46,8 +49,11 @@ long double dft_error(const Block &x, const Block &y, int sign, long double divi
     const int n = static_cast<int>(x.size() / 2);
     const long double pi = 3.141592653589793238462643383279502884L;
     std::vector<long double> cs(n), sn(n);
-    for (int t = 0; t < n; ++t) cs[t] = std::cos(2 * pi * t / n), sn[t] = sign * std::sin(2 * pi * t / n);
-    const auto error = [&](int32_t got, long double want) { return std::fabs(got - std::clamp(want / divisor, -0x1p31L, 0x1p31L - 1)); };
+    for (int t = 0; t < n; ++t)
+        cs[t] = std::cos(2 * pi * t / n), sn[t] = sign * std::sin(2 * pi * t / n);
+    const auto error = [&](int32_t got, long double want) {
+        return std::fabs(got - std::clamp(want / divisor, -0x1p31L, 0x1p31L - 1));
+    };
     long double worst = 0, re, im;
     for (int k = 0; k < n; ++k) {
         re = im = 0;
@@ -81,13 +87,15 @@ TEST(FftService, MatchesLongDoubleDft) {
                     x[2 * i] = static_cast<int32_t>(r == 41 && i % 2 ? lim - 1 : -lim);
                     x[2 * i + 1] = static_cast<int32_t>(r == 42 ? -lim : 0);
                 }
-                ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, fwd_shift), 0);
+                ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, fwd_shift),
+                          0);
                 fwd = std::fmax(fwd, dft_error(x, y, -1, std::ldexp(1.0L, fwd_shift)));
                 ASSERT_EQ(Sonvel_FFTInv_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, 0), 0);
                 inv = std::fmax(inv, dft_error(x, y, +1, n));
             }
-            std::printf("N = %d%s: worst error forward %.3Lf, inverse %.3Lf (units of the last place)\n", n,
-                        full_scale ? ", full-scale input (forward / N)" : "", fwd, inv);
+            std::printf(
+                "N = %d%s: worst error forward %.3Lf, inverse %.3Lf (units of the last place)\n", n,
+                full_scale ? ", full-scale input (forward / N)" : "", fwd, inv);
             EXPECT_LE(fwd, 3.0L);
             EXPECT_LE(inv, full_scale ? 3.0L : 0.75L);
         }
@@ -123,13 +131,17 @@ TEST(FftService, RefusedArgumentsWriteNothing) {
 // scales in one rounding; overflowing sums clamp instead of wrapping.
 TEST(FftService, ScaleFactorRoundsSaturatesAndClamps) {
     const PlanArea plan = prepared(8);
-    const auto round_shift = [](int64_t v, int k) -> int32_t { return k <= 0 ? v << -k : (v + (int64_t{1} << (k - 1))) >> k; };
+    const auto round_shift = [](int64_t v, int k) -> int32_t {
+        return k <= 0 ? v << -k : (v + (int64_t{1} << (k - 1))) >> k;
+    };
     Block x(512), y(512), spectrum(512, 0);
     for (int i = 0; i < 256; ++i) x[2 * i] = 3001, x[2 * i + 1] = -1999;
     const Block original = x;
     for (int sf : {-4, -1, 0, 1, 3, 9, 20}) {
         ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, sf), 0);
-        EXPECT_EQ((Block{y[0], y[1], y[2]}), (Block{round_shift(3001 * 256, sf), round_shift(-1999 * 256, sf), 0})) << sf;
+        EXPECT_EQ((Block{y[0], y[1], y[2]}),
+                  (Block{round_shift(3001 * 256, sf), round_shift(-1999 * 256, sf), 0}))
+            << sf;
     }
     ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(x.data(), y.data(), plan.bytes, -20), 0);
     EXPECT_EQ((Block{y[0], y[1]}), (Block{kMax, kMin}));
@@ -141,12 +153,15 @@ TEST(FftService, ScaleFactorRoundsSaturatesAndClamps) {
     spectrum[0] = 5 * 256 + 100;
     for (int sf : {-2, 0, 2}) {
         ASSERT_EQ(Sonvel_FFTInv_CToC_SC32_Sfs(spectrum.data(), y.data(), plan.bytes, sf), 0);
-        for (int i = 0; i < 256; ++i) ASSERT_EQ((Block{y[2 * i], y[2 * i + 1]}), (Block{round_shift(spectrum[0], 8 + sf), 0})) << sf;
+        for (int i = 0; i < 256; ++i)
+            ASSERT_EQ((Block{y[2 * i], y[2 * i + 1]}), (Block{round_shift(spectrum[0], 8 + sf), 0}))
+                << sf;
     }
     for (int order : {7, 8}) {
         for (int32_t v : {kMax, kMin}) {
             const Block in(2 << order, v);
-            ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(in.data(), y.data(), prepared(order).bytes, 0), 0);
+            ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(in.data(), y.data(), prepared(order).bytes, 0),
+                      0);
             EXPECT_EQ((Block{y[0], y[1]}), (Block{v, v})) << order;
         }
     }
@@ -168,9 +183,12 @@ TEST(FftService, VectorisedStagesMatchPortableStages) {
             for (bool inverse : {false, true}) {
                 for (int sf : {-2, 0, 1, 3}) {
                     Block a(2 << order, 1), b(2 << order, 2);
-                    run_transform(x.data(), a.data(), plan, sf + (inverse ? order : 0), inverse, Kernels::Portable);
-                    run_transform(x.data(), b.data(), plan, sf + (inverse ? order : 0), inverse, Kernels::Best);
-                    ASSERT_EQ(a, b) << "order " << order << ", inverse " << inverse << ", shift " << sf << ", case " << r;
+                    run_transform(x.data(), a.data(), plan, sf + (inverse ? order : 0), inverse,
+                                  Kernels::Portable);
+                    run_transform(x.data(), b.data(), plan, sf + (inverse ? order : 0), inverse,
+                                  Kernels::Best);
+                    ASSERT_EQ(a, b) << "order " << order << ", inverse " << inverse << ", shift "
+                                    << sf << ", case " << r;
                 }
             }
         }
@@ -235,22 +253,26 @@ TEST(RealFft, MatchesTheService) {
         ASSERT_EQ(Sonvel_FFTFwd_CToC_SC32_Sfs(c.data(), want.data(), plan.bytes, 0), 0);
         buf.resize(n + 6, 77);
         ASSERT_EQ(Sonvel_AEC_Realfft(buf.data(), n, plan.bytes), 0);
-        EXPECT_EQ(Block(buf.begin(), buf.begin() + n + 2), Block(want.begin(), want.begin() + n + 2));
+        EXPECT_EQ(Block(buf.begin(), buf.begin() + n + 2),
+                  Block(want.begin(), want.begin() + n + 2));
         EXPECT_EQ(Block(buf.begin() + n + 2, buf.end()), Block(4, 77));
 
         Block spectrum = random_block(n + 2, lim, rng);
-        spectrum[1] = 12345, spectrum[n + 1] = -54321, spectrum[3] = spectrum[5] = spectrum[n - 1] = kMin;
+        spectrum[1] = 12345, spectrum[n + 1] = -54321,
+        spectrum[3] = spectrum[5] = spectrum[n - 1] = kMin;
         c.assign(spectrum.begin(), spectrum.end());
         for (int k = n / 2 + 1; k < n; ++k) {
             const int32_t im = spectrum[2 * (n - k) + 1];
-            c.insert(c.end(), {spectrum[2 * (n - k)], im == kMin ? (k == n - 1 ? kMin : kMax) : -im});
+            c.insert(c.end(),
+                     {spectrum[2 * (n - k)], im == kMin ? (k == n - 1 ? kMin : kMax) : -im});
         }
         ASSERT_EQ(Sonvel_FFTInv_CToC_SC32_Sfs(c.data(), want.data(), plan.bytes, 0), 0);
         buf = spectrum;
         buf.insert(buf.end(), {4, 5});
         ASSERT_EQ(Sonvel_AEC_Realifft(buf.data(), n, plan.bytes), 0);
         for (int i = 0; i < n; ++i) ASSERT_EQ(buf[i], want[2 * i]) << i;
-        EXPECT_EQ((Block{buf[n], buf[n + 1], buf[n + 2], buf[n + 3]}), (Block{spectrum[n], spectrum[n + 1], 4, 5}));
+        EXPECT_EQ((Block{buf[n], buf[n + 1], buf[n + 2], buf[n + 3]}),
+                  (Block{spectrum[n], spectrum[n + 1], 4, 5}));
     }
 }
 

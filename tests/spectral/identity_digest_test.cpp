@@ -39,7 +39,7 @@ constexpr uint64_t kSeed = 0x9E3779B97F4A7C15ull;
 
 // One family: members folded in order, each with its own digest kept for diagnosis.
 class Family {
-public:
+  public:
     void member(const char *name, const std::function<void(Digest &)> &body) {
         Digest d;
         body(d);
@@ -58,7 +58,7 @@ public:
         return s;
     }
 
-private:
+  private:
     Digest total_;
     std::vector<std::pair<std::string, uint64_t>> members_;
 };
@@ -72,22 +72,31 @@ std::string hex(uint64_t v) {
 void check_family(const char *name, const Family &f, uint64_t expected) {
     std::cout << "[ digest   ] " << name << " = " << hex(f.value()) << "\n";
     testing::Test::RecordProperty(std::string(name) + "_digest", hex(f.value()));
-    EXPECT_EQ(hex(f.value()), hex(expected)) << name << " digest changed; members:\n" << f.breakdown();
+    EXPECT_EQ(hex(f.value()), hex(expected)) << name << " digest changed; members:\n"
+                                             << f.breakdown();
 }
 
 // ---- Operand sets. ----
 
 std::vector<int16_t> operands16(Xorshift64 &rng, int random_count) {
-    std::vector<int16_t> v = {INT16_MIN, INT16_MIN + 1, -16384, -256, -2, -1, 0, 1, 2,
-                              255, 16383, 16384, INT16_MAX - 1, INT16_MAX};
+    std::vector<int16_t> v = {INT16_MIN, INT16_MIN + 1, -16384,   -256, -2, -1, 0, 1, 2, 255, 16383,
+                              16384,     INT16_MAX - 1, INT16_MAX};
     for (int i = 0; i < random_count; ++i) v.push_back(rng.i16());
     return v;
 }
 
 std::vector<int32_t> operands32(Xorshift64 &rng, int random_count) {
-    std::vector<int32_t> v = {INT32_MIN, INT32_MIN + 1, -0x40000001, -0x40000000, -0x3FFFFFFF,
-                              -65536, -32768, -2, -1, 0, 1, 2, 32767, 32768, 65535, 0x3FFFFFFF,
-                              0x40000000, 0x7FFF7FFF, 0x7FFF8000, INT32_MAX - 1, INT32_MAX};
+    std::vector<int32_t> v = {INT32_MIN,   INT32_MIN + 1,
+                              -0x40000001, -0x40000000,
+                              -0x3FFFFFFF, -65536,
+                              -32768,      -2,
+                              -1,          0,
+                              1,           2,
+                              32767,       32768,
+                              65535,       0x3FFFFFFF,
+                              0x40000000,  0x7FFF7FFF,
+                              0x7FFF8000,  INT32_MAX - 1,
+                              INT32_MAX};
     for (int i = 0; i < random_count; ++i) v.push_back(rng.any_scale());
     return v;
 }
@@ -160,8 +169,9 @@ Family operators_family() {
         }
     });
     f.member("sature_L", [&](Digest &d) {
-        const int64_t edges[] = {INT64_MIN, -(int64_t{1} << 31) - 1, -(int64_t{1} << 31), -1, 0,
-                                 (int64_t{1} << 31) - 1, int64_t{1} << 31, INT64_MAX};
+        const int64_t edges[] = {
+            INT64_MIN, -(int64_t{1} << 31) - 1, -(int64_t{1} << 31), -1,
+            0,         (int64_t{1} << 31) - 1,  int64_t{1} << 31,    INT64_MAX};
         for (int64_t a : edges) d.i32(Sonvel_aec_sature_L(a));
         for (int i = 0; i < 200; ++i) d.i32(Sonvel_aec_sature_L(rng.i64() >> rng.range(0, 63)));
     });
@@ -245,17 +255,20 @@ Family operators_family() {
 
 // A buffer of `n` words followed by guard words holding a fixed pattern; the whole buffer,
 // guards included, is folded, so a write past the end changes the digest.
-template <class T> struct Guarded {
+template <class T>
+struct Guarded {
     static constexpr size_t kGuard = 8;
     std::vector<T> v;
     explicit Guarded(size_t n) : v(n + kGuard) {
-        for (size_t i = 0; i < v.size(); ++i) v[i] = static_cast<T>(0x5A5A5A5A ^ static_cast<int>(i));
+        for (size_t i = 0; i < v.size(); ++i)
+            v[i] = static_cast<T>(0x5A5A5A5A ^ static_cast<int>(i));
     }
     T *data() { return v.data(); }
     void fold(Digest &d) const { d.array(v.data(), v.size()); }
 };
 
-template <class T> Guarded<T> filled(size_t n, const std::function<T()> &gen) {
+template <class T>
+Guarded<T> filled(size_t n, const std::function<T()> &gen) {
     Guarded<T> b(n);
     for (size_t i = 0; i < n; ++i) b.v[i] = gen();
     return b;
@@ -266,7 +279,9 @@ const int32_t kCounts[] = {0, 1, 3, 65, 66, 67, 68, 130, 131, 132};
 
 Family kernels_family() {
     Xorshift64 rng(kSeed ^ 0x1111);
-    auto spectrum = [&](size_t words) { return filled<int32_t>(words, [&] { return rng.any_scale(); }); };
+    auto spectrum = [&](size_t words) {
+        return filled<int32_t>(words, [&] { return rng.any_scale(); });
+    };
     auto qvals16 = [&](size_t n) {
         return filled<int16_t>(n, [&] { return static_cast<int16_t>(rng.range(-20, 60)); });
     };
@@ -289,8 +304,8 @@ Family kernels_family() {
             conj.fold(d);
             auto outq = spectrum(w);
             Guarded<int16_t> qout(w);
-            Sonvel_AEC_Complex_ConjMult_Q(a.data(), b.data(), outq.data(), static_cast<int16_t>(rng.range(0, 31)),
-                                          qout.data(), n);
+            Sonvel_AEC_Complex_ConjMult_Q(a.data(), b.data(), outq.data(),
+                                          static_cast<int16_t>(rng.range(0, 31)), qout.data(), n);
             outq.fold(d);
             qout.fold(d);
         }
@@ -301,11 +316,13 @@ Family kernels_family() {
             auto x = spectrum(w);
             if (n > 1) x.v[2] = x.v[3] = 0;  // a zero bin
             auto qx = qvals32(w);
-            auto eT = spectrum(n), qeT = spectrum(n), eF = spectrum(n), qeF = spectrum(n), e = spectrum(n);
+            auto eT = spectrum(n), qeT = spectrum(n), eF = spectrum(n), qeF = spectrum(n),
+                 e = spectrum(n);
             Guarded<int16_t> qe(n);
             Sonvel_AEC_Complex_Energy_DQ_T(x.data(), qx.data(), eT.data(), qeT.data(), n);
             Sonvel_AEC_Complex_Energy_DQ_F(x.data(), qx.data(), eF.data(), qeF.data(), n);
-            Sonvel_AEC_Complex_Energy_F(x.data(), e.data(), static_cast<int16_t>(rng.range(-8, 31)), qe.data(), n);
+            Sonvel_AEC_Complex_Energy_F(x.data(), e.data(), static_cast<int16_t>(rng.range(-8, 31)),
+                                        qe.data(), n);
             for (auto *b : {&eT, &qeT, &eF, &qeF, &e}) b->fold(d);
             qe.fold(d);
         }
@@ -316,10 +333,12 @@ Family kernels_family() {
             auto x = spectrum(w), y = spectrum(w);
             auto qx = qvals16(w), qy = qvals16(w);
             auto a = filled<int16_t>(w, [&] { return static_cast<int16_t>(rng.range(0, 32767)); });
-            Sonvel_AEC_Smooth_DG_F(x.data(), y.data(), qx.data(), qy.data(), a.data(), static_cast<int16_t>(n));
+            Sonvel_AEC_Smooth_DG_F(x.data(), y.data(), qx.data(), qy.data(), a.data(),
+                                   static_cast<int16_t>(n));
             y.fold(d);
             qy.fold(d);
-            Sonvel_AEC_Smooth_F(x.data(), y.data(), qx.data(), qy.data(), 29490, static_cast<int16_t>(n));
+            Sonvel_AEC_Smooth_F(x.data(), y.data(), qx.data(), qy.data(), 29490,
+                                static_cast<int16_t>(n));
             y.fold(d);
             qy.fold(d);
         }
@@ -330,14 +349,15 @@ Family kernels_family() {
             auto x = spectrum(w), b = spectrum(w);
             auto y = spectrum(n);
             auto qy = qvals16(n);
-            Sonvel_AEC_Complex_Energy_Smooth_F(x.data(), y.data(), static_cast<int16_t>(rng.range(0, 31)), qy.data(),
-                                               29490, n);
+            Sonvel_AEC_Complex_Energy_Smooth_F(
+                x.data(), y.data(), static_cast<int16_t>(rng.range(0, 31)), qy.data(), 29490, n);
             y.fold(d);
             qy.fold(d);
             auto yc = spectrum(w);
             auto qyc = qvals16(w);
-            Sonvel_AEC_Complex_ConjMult_Smooth_Q(x.data(), b.data(), yc.data(), static_cast<int16_t>(rng.range(0, 31)),
-                                                 qyc.data(), 29490, n);
+            Sonvel_AEC_Complex_ConjMult_Smooth_Q(x.data(), b.data(), yc.data(),
+                                                 static_cast<int16_t>(rng.range(0, 31)), qyc.data(),
+                                                 29490, n);
             yc.fold(d);
             qyc.fold(d);
         }
@@ -378,8 +398,10 @@ Family kernels_family() {
         }
     });
     f.member("sort", [&](Digest &d) {
-        for (int16_t n : {int16_t{-1}, int16_t{0}, int16_t{1}, int16_t{2}, int16_t{7}, int16_t{65}, int16_t{129}}) {
-            auto v = filled<int16_t>(n > 0 ? n : 0, [&] { return static_cast<int16_t>(rng.range(-9, 9) * 3641); });
+        for (int16_t n : {int16_t{-1}, int16_t{0}, int16_t{1}, int16_t{2}, int16_t{7}, int16_t{65},
+                          int16_t{129}}) {
+            auto v = filled<int16_t>(n > 0 ? n : 0,
+                                     [&] { return static_cast<int16_t>(rng.range(-9, 9) * 3641); });
             d.i32(Sonvel_AEC_Qsort(v.data(), n));
             v.fold(d);
         }
@@ -400,7 +422,8 @@ Family fft_family() {
 
     f.member("init_status", [](Digest &d) {
         static Plan scratch;
-        for (int32_t order : {-1, 0, 6, 7, 8, 9, 16}) d.i32(Sonvel_FFTInit_C_SC32(&scratch, order) != 0);
+        for (int32_t order : {-1, 0, 6, 7, 8, 9, 16})
+            d.i32(Sonvel_FFTInit_C_SC32(&scratch, order) != 0);
         d.i32(Sonvel_FFTInit_C_SC32(nullptr, 7) != 0);
     });
     for (int k = 0; k < 2; ++k) {
@@ -429,7 +452,8 @@ Family fft_family() {
             for (int round = 0; round < 4; ++round) {
                 // 16-bit samples scaled as the stages scale them, the last round at full scale.
                 auto buf = filled<int32_t>(n + 6, [&] {
-                    const int16_t s = round == 3 ? (rng.next() & 1 ? INT16_MAX : INT16_MIN) : rng.i16();
+                    const int16_t s =
+                        round == 3 ? (rng.next() & 1 ? INT16_MAX : INT16_MIN) : rng.i16();
                     return static_cast<int32_t>(s) * (1 << (15 - order));
                 });
                 d.i32(Sonvel_AEC_Realfft(buf.data(), n, &plans[k]));
@@ -451,8 +475,6 @@ TEST(IdentityDigest, KernelsMatchOnEveryTarget) {
     check_family("kernels", kernels_family(), kKernelsDigest);
 }
 
-TEST(IdentityDigest, FftMatchesOnEveryTarget) {
-    check_family("fft", fft_family(), kFftDigest);
-}
+TEST(IdentityDigest, FftMatchesOnEveryTarget) { check_family("fft", fft_family(), kFftDigest); }
 
 }  // namespace

@@ -33,9 +33,12 @@ i128 floor_shift(i128 v, int k) { return v >> std::min(k, 127); }
 int32_t rnd(i128 v, int k) { return s32(floor_shift(v + (i128{1} << (k - 1)), k)); }
 // Signed shift: left keeps the low 32 bits, right truncates.
 int32_t shift(int32_t x, int c) {
-    return c < 0 ? static_cast<int32_t>(floor_shift(x, -c)) : static_cast<int32_t>(c < 32 ? static_cast<uint32_t>(x) << c : 0u);
+    return c < 0 ? static_cast<int32_t>(floor_shift(x, -c))
+                 : static_cast<int32_t>(c < 32 ? static_cast<uint32_t>(x) << c : 0u);
 }
-int32_t f2i(float f) { return s32(static_cast<i128>(std::clamp(std::trunc(double{f}), -3e9, 3e9))); }
+int32_t f2i(float f) {
+    return s32(static_cast<i128>(std::clamp(std::trunc(double{f}), -3e9, 3e9)));
+}
 int32_t neg(int32_t x) { return x == kMin ? kMin : -x; }
 
 // Single-precision power of a bin before normalisation; h is the headroom used.
@@ -49,7 +52,8 @@ int32_t power_f(int32_t re, int32_t im, int &h) {
 // a*y + (32767 - a)*x in block floating point; returns the mantissa and sets q.
 int32_t smooth(int32_t x, int qx, int32_t y, int &q, int a) {
     const int qm = std::min(qx, q);
-    const int32_t s = s32(floor_shift(rnd(i128{x} * (32767 - a), 15), qx - qm) + floor_shift(rnd(i128{y} * a, 15), q - qm));
+    const int32_t s = s32(floor_shift(rnd(i128{x} * (32767 - a), 15), qx - qm) +
+                          floor_shift(rnd(i128{y} * a, 15), q - qm));
     q = qm + hr(s);
     return shift(s, hr(s));
 }
@@ -71,7 +75,8 @@ Words operands(uint32_t seed, int operand) {
     Words v(2 * kBins);
     for (int w = 0; w < 2 * kBins; ++w) {
         const int scale = w % 2 ? (operand ? 729 : 9) : (operand ? 81 : 1);
-        v[w] = w < 2 * kEdgeBins ? kEdge[w / 2 / scale % 9] : static_cast<int32_t>(g()) >> (g() % 32);
+        v[w] =
+            w < 2 * kEdgeBins ? kEdge[w / 2 / scale % 9] : static_cast<int32_t>(g()) >> (g() % 32);
     }
     return v;
 }
@@ -81,7 +86,9 @@ template <class T>
 std::vector<T> q_values(uint32_t seed, int lo, int hi) {
     std::mt19937 g(seed);
     std::vector<T> q(2 * kBins);
-    for (auto &v : q) v = static_cast<T>(g() % 8 == 0 ? std::uniform_int_distribution<int>(lo, hi)(g) : int(g() % 50) - 10);
+    for (auto &v : q)
+        v = static_cast<T>(g() % 8 == 0 ? std::uniform_int_distribution<int>(lo, hi)(g)
+                                        : int(g() % 50) - 10);
     return q;
 }
 
@@ -94,7 +101,9 @@ TEST(KernelsVsReference, ComplexProducts) {
     Sonvel_AEC_Complex_Mla(a.data(), b.data(), acc.data(), n);
     Sonvel_AEC_Complex_ConjMult(a.data(), b.data(), conj.data(), n);
     Sonvel_AEC_Complex_ConjMult_Q(a.data(), b.data(), cq.data(), 7, qo.data(), n);
-    EXPECT_EQ((Words{mult[2 * n - 2], conj[2 * n - 1], cq[2 * n - 2], acc[2 * n - 1] - acc0[2 * n - 1]}), Words(4, 0));
+    EXPECT_EQ(
+        (Words{mult[2 * n - 2], conj[2 * n - 1], cq[2 * n - 2], acc[2 * n - 1] - acc0[2 * n - 1]}),
+        Words(4, 0));
     for (int32_t w = 0; w < 2 * (n - 1); w += 2) {
         SCOPED_TRACE(testing::Message() << "bin " << w / 2);
         const i128 pr = s64(i128{a[w]} * b[w] - i128{a[w + 1]} * b[w + 1]);
@@ -104,9 +113,11 @@ TEST(KernelsVsReference, ComplexProducts) {
         int32_t want[2];
         int h[2];
         conj_q(&a[w], &b[w], want, h);
-        ASSERT_EQ((Words{mult[w], mult[w + 1], conj[w], conj[w + 1], cq[w], cq[w + 1], acc[w], acc[w + 1], qo[w], qo[w + 1]}),
-                  (Words{rnd(pr, 32), rnd(pi, 32), rnd(cr, 31), rnd(ci, 31), want[0], want[1], s32(i128{acc0[w]} + rnd(pr, 31)),
-                         s32(i128{acc0[w + 1]} + rnd(pi, 31)), h[0] - 18, h[1] - 18}));
+        ASSERT_EQ((Words{mult[w], mult[w + 1], conj[w], conj[w + 1], cq[w], cq[w + 1], acc[w],
+                         acc[w + 1], qo[w], qo[w + 1]}),
+                  (Words{rnd(pr, 32), rnd(pi, 32), rnd(cr, 31), rnd(ci, 31), want[0], want[1],
+                         s32(i128{acc0[w]} + rnd(pr, 31)), s32(i128{acc0[w + 1]} + rnd(pi, 31)),
+                         h[0] - 18, h[1] - 18}));
     }
 }
 
@@ -121,9 +132,15 @@ TEST(KernelsVsReference, BinPowers) {
     for (int32_t k = 0; k < n; ++k) {
         SCOPED_TRACE(testing::Message() << "bin " << k);
         const int64_t q0 = qx[2 * k], q1 = qx[2 * k + 1], qm = std::min(q0, q1);
-        const auto part = [&](i128 p, int64_t q) { return floor_shift(p, static_cast<int>(std::min<int64_t>(2 * (q - qm), 127))); };
-        const auto part_f = [](int32_t v) { const float f = static_cast<float>(v), sq = f * f; return f2i(std::ldexp(sq, -32)); };
-        ASSERT_EQ(et[k], s32(part(rnd(i128{x[2 * k]} * x[2 * k], 32), q0) + part(rnd(i128{x[2 * k + 1]} * x[2 * k + 1], 32), q1)));
+        const auto part = [&](i128 p, int64_t q) {
+            return floor_shift(p, static_cast<int>(std::min<int64_t>(2 * (q - qm), 127)));
+        };
+        const auto part_f = [](int32_t v) {
+            const float f = static_cast<float>(v), sq = f * f;
+            return f2i(std::ldexp(sq, -32));
+        };
+        ASSERT_EQ(et[k], s32(part(rnd(i128{x[2 * k]} * x[2 * k], 32), q0) +
+                             part(rnd(i128{x[2 * k + 1]} * x[2 * k + 1], 32), q1)));
         ASSERT_EQ(qt[k], static_cast<int32_t>(static_cast<uint32_t>(2 * qm - 32)));
         int h = 0;
         const int32_t p = power_f(x[2 * k], x[2 * k + 1], h);
@@ -131,7 +148,8 @@ TEST(KernelsVsReference, BinPowers) {
             ASSERT_EQ((Words{ef[k], qf[k], e[k], qe[k]}), (Words{77, 0, 77, 77}));
         else
             ASSERT_EQ((Words{ef[k], qf[k], e[k], qe[k]}),
-                      (Words{s32(part(part_f(x[2 * k]), q0) + part(part_f(x[2 * k + 1]), q1)), qt[k], shift(p, hr(p)), 2 * h - 42 + hr(p)}));
+                      (Words{s32(part(part_f(x[2 * k]), q0) + part(part_f(x[2 * k + 1]), q1)),
+                             qt[k], shift(p, hr(p)), 2 * h - 42 + hr(p)}));
     }
     EXPECT_EQ((Words{e[40], qe[40]}), (Words{0, 2 * -5 + 61}));  // zero bin
 }
@@ -146,19 +164,25 @@ TEST(KernelsVsReference, FarEndPowerAtBothRates) {
         Sonvel_AEC_Energy(state.get(), x.data(), p.data());
         for (int k = 0; k < len + 8; ++k) {
             int h = 0;
-            const int32_t e = power_f(x[2 * k], x[2 * k + 1], h), up = 2 * (9 - state->s16RateShift) - 2 * h;
+            const int32_t e = power_f(x[2 * k], x[2 * k + 1], h),
+                          up = 2 * (9 - state->s16RateShift) - 2 * h;
             const i128 es = up >= 0 ? s32(i128{e} << up) : floor_shift(e, -up);
-            const float fresh = static_cast<float>(es) * 3277.0f, old = static_cast<float>(p0[k]) * 29490.0f, sum = fresh + old;
-            ASSERT_EQ(p[k], k < len + 4 ? f2i(std::ldexp(sum, -15)) : p0[k]) << "bin " << k << " L " << len;
+            const float fresh = static_cast<float>(es) * 3277.0f,
+                        old = static_cast<float>(p0[k]) * 29490.0f, sum = fresh + old;
+            ASSERT_EQ(p[k], k < len + 4 ? f2i(std::ldexp(sum, -15)) : p0[k])
+                << "bin " << k << " L " << len;
         }
     }
 }
 
 TEST(KernelsVsReference, Smoothing) {
     const Words x = operands(8, 0), y0 = operands(9, 1);
-    const std::vector<int16_t> qx = q_values<int16_t>(10, -32768, 32767), qy0 = q_values<int16_t>(11, -32768, 32767),
+    const std::vector<int16_t> qx = q_values<int16_t>(10, -32768, 32767),
+                               qy0 = q_values<int16_t>(11, -32768, 32767),
                                a = q_values<int16_t>(12, -32768, 32767);
-    const int16_t n = kBins, done = n / 4 * 4;  // elements of the real kernels (two left), bins of the complex one
+    const int16_t n = kBins,
+                  done = n / 4 *
+                         4;  // elements of the real kernels (two left), bins of the complex one
     Words ydg = y0, y1 = y0, ye = y0, yc = y0;
     std::vector<int16_t> qdg = qy0, q1 = qy0, qe = qy0, qc = qy0;
     Sonvel_AEC_Smooth_DG_F(x.data(), ydg.data(), qx.data(), qdg.data(), a.data(), n);
@@ -166,7 +190,8 @@ TEST(KernelsVsReference, Smoothing) {
     Sonvel_AEC_Complex_Energy_Smooth_F(x.data(), ye.data(), 8, qe.data(), 29490, n);
     Sonvel_AEC_Complex_ConjMult_Smooth_Q(x.data(), y0.data(), yc.data(), 7, qc.data(), 29490, n);
     // Element k of y / qy after smoothing x (Q qx) with factor a, or unchanged past the last step.
-    const auto expect = [&](const Words &y, const std::vector<int16_t> &qy, int k, int32_t xv, int qxv, int av, bool smoothed) {
+    const auto expect = [&](const Words &y, const std::vector<int16_t> &qy, int k, int32_t xv,
+                            int qxv, int av, bool smoothed) {
         int q = qy0[k];
         const int32_t want = smoothed ? smooth(xv, qxv, y0[k], q, av) : y0[k];
         ASSERT_EQ((Words{y[k], qy[k]}), (Words{want, static_cast<int16_t>(q)})) << "element " << k;
@@ -199,7 +224,8 @@ TEST(KernelEdges, BlockNormaliser) {
             int h = 31;
             for (int i = 0; i < m; ++i) h = std::min(h, hr(want[i]));
             for (int i = 0; i < m; ++i) want[i] = shift(want[i], h - q);
-            EXPECT_EQ(Sonvel_AEC_VetorNorm(v.data(), q, n), n == 129 ? 30 : h) << "n " << n << " q " << q;
+            EXPECT_EQ(Sonvel_AEC_VetorNorm(v.data(), q, n), n == 129 ? 30 : h)
+                << "n " << n << " q " << q;
             EXPECT_EQ(v, want) << "n " << n << " q " << q;
         }
     }

@@ -9,11 +9,11 @@
 #include <random>
 #include <vector>
 
-#include "spectral/processor.h"
 #include "sonvel_aec_fft.h"
 #include "sonvel_aec_spectral.h"
 #include "spectral/fft/fft_plan.h"
 #include "spectral/kernels.h"
+#include "spectral/processor.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ Words words(int n, int shift, bool same, std::mt19937 &rng) {
 }
 
 class RealFftLanes : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector unit on this processor";
     }
@@ -54,7 +54,8 @@ TEST_F(RealFftLanes, RealFftPairMatchesPortablePlan) {
             Words a = words(n + 6, 31 - order, true, rng), b;
             for (int i = 1; i < n + 2; i += 2) a[i] = rng() % 4 == 0 ? kMin : a[i];
             b = a;
-            EXPECT_EQ(Sonvel_AEC_Realifft(a.data(), n, fast), Sonvel_AEC_Realifft(b.data(), n, slow));
+            EXPECT_EQ(Sonvel_AEC_Realifft(a.data(), n, fast),
+                      Sonvel_AEC_Realifft(b.data(), n, slow));
             ASSERT_EQ(a, b) << "inverse, order " << order << ", case " << r;
             EXPECT_EQ(Sonvel_AEC_Realfft(a.data(), n, fast), Sonvel_AEC_Realfft(b.data(), n, slow));
             ASSERT_EQ(a, b) << "forward, order " << order << ", case " << r;

@@ -5,14 +5,15 @@
 
 namespace {
 
-#define FIELD(name) {offsetof(AecState, name), sizeof(AecState::name)}
+#define FIELD(name) \
+    { offsetof(AecState, name), sizeof(AecState::name) }
 
 bool is_parameter_byte(size_t off) {
     const std::pair<size_t, size_t> fields[] = {
-        FIELD(u32CnEnable),   FIELD(s16StartPart),   FIELD(u16NlpLevel),    FIELD(u16HighFreqMode),
-        FIELD(u16SampleRate), FIELD(s16CohThr),      FIELD(s16HfBinLo),     FIELD(s16HfBinHi),
-        FIELD(s16CohBinLo),   FIELD(s16CohBinHi),    FIELD(s16ClampBinLo),  FIELD(s16ClampBinHi),
-        FIELD(as16BandEdge),  FIELD(s16BandEdgeEnd), FIELD(as16BandShift),  FIELD(ai32BandCoupling),
+        FIELD(u32CnEnable),   FIELD(s16StartPart),   FIELD(u16NlpLevel),   FIELD(u16HighFreqMode),
+        FIELD(u16SampleRate), FIELD(s16CohThr),      FIELD(s16HfBinLo),    FIELD(s16HfBinHi),
+        FIELD(s16CohBinLo),   FIELD(s16CohBinHi),    FIELD(s16ClampBinLo), FIELD(s16ClampBinHi),
+        FIELD(as16BandEdge),  FIELD(s16BandEdgeEnd), FIELD(as16BandShift), FIELD(ai32BandCoupling),
     };
     return std::any_of(std::begin(fields), std::end(fields),
                        [off](const auto &f) { return off >= f.first && off < f.first + f.second; });
@@ -22,7 +23,8 @@ TEST(ParameterCopies, SetParamsRewritesOnlyTheCopiesAndGetReadsThemBack) {
     sonvel::test::GuardedBlock block;
     const AecCfg cfg = sonvel::test::default_cfg(1);
     void *h = block.init(cfg);
-    sonvel::test::apply_frames(h, sonvel::test::test_signal(160 * 7, 1), sonvel::test::test_signal(160 * 7, 2), 160);
+    sonvel::test::apply_frames(h, sonvel::test::test_signal(160 * 7, 1),
+                               sonvel::test::test_signal(160 * 7, 2), 160);
 
     // A record for the other rate is refused and changes nothing.
     const auto before = block.snapshot();
@@ -30,14 +32,28 @@ TEST(ParameterCopies, SetParamsRewritesOnlyTheCopiesAndGetReadsThemBack) {
     EXPECT_EQ(Sonvel_AEC_SetParams(h, &narrow), -25);
     EXPECT_TRUE(block.unchanged_since(before));
 
-    const AecCfg set{200, 6, 2, 1, 1, 12345, 3, 100, 10, 20, {1, 2, 3, 60, 61, 62}, 9, 11, {-3, 2, 7, 12, 17, 22, 27}};
+    const AecCfg set{200,
+                     6,
+                     2,
+                     1,
+                     1,
+                     12345,
+                     3,
+                     100,
+                     10,
+                     20,
+                     {1, 2, 3, 60, 61, 62},
+                     9,
+                     11,
+                     {-3, 2, 7, 12, 17, 22, 27}};
     ASSERT_EQ(Sonvel_AEC_SetParams(h, &set), 0);
     size_t changedParams = 0;
     for (size_t i = 0; i < block.size(); ++i) {
         if (i >= sonvel::kHeaderBytes && is_parameter_byte(i - sonvel::kHeaderBytes)) {
             changedParams += before[i] != block.data()[i];
         } else {
-            ASSERT_EQ(before[i], block.data()[i]) << "byte " << i << " outside the parameter copies";
+            ASSERT_EQ(before[i], block.data()[i])
+                << "byte " << i << " outside the parameter copies";
         }
     }
     EXPECT_GT(changedParams, 0u);

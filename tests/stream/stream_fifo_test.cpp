@@ -48,7 +48,7 @@ std::vector<int16_t> core_alone(const AecCfg &cfg, const Signals &s, int frame) 
 }
 
 class Stream {
-public:
+  public:
     Stream(const AecCfg &cfg, const AecFrontendCfg *fe) {
         uint32_t size = 0;
         EXPECT_EQ(Sonvel_AEC_StreamGetSize(&size), SONVEL_AEC_OK);
@@ -60,7 +60,7 @@ public:
     }
     void *handle() { return h_; }
 
-private:
+  private:
     std::vector<uint64_t> mem_;
     void *h_ = nullptr;
 };

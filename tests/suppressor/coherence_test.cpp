@@ -1,8 +1,8 @@
 // Coherence analysis: the per-bin coherence against a double-precision reference and its vector
 // path against the portable one, band means, the preferred band's order statistics, and the
 // thresholds of the near-end state and the regimes.
-#include "spectral/processor.h"
 #include "suppressor/coherence.h"
+#include "spectral/processor.h"
 
 #include <cstring>
 #include <numeric>
@@ -75,7 +75,8 @@ TEST(CoherenceTest, VectorPathMatchesPortable) {
     if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector unit on this processor";
     auto st = suptest::make_state(true);
     std::mt19937 rng(31);
-    const int32_t mant_edges[] = {0, -1, 1, INT32_MIN, INT32_MAX, 1 << 30, -(1 << 30), (1 << 29) + 1};
+    const int32_t mant_edges[] = {0,         -1,      1,          INT32_MIN,
+                                  INT32_MAX, 1 << 30, -(1 << 30), (1 << 29) + 1};
     const int16_t q_edges[] = {-32768, 32767, 0, 15, 16, 31, 32, 33, -15, -16, -31, -32, -33, 64};
     const auto mant = [&](int kind) -> int32_t {
         if (kind == 0) return mant_edges[rng() % 8];
@@ -101,13 +102,15 @@ TEST(CoherenceTest, VectorPathMatchesPortable) {
         fill(st->ai32SxMan, st->as16SxExp, sonvel::kBinWords);
         fill(st->ai32SedMan, st->as16SedExp, 2 * sonvel::kBinWords);
         fill(st->ai32SxdMan, st->as16SxdExp, 2 * sonvel::kBinWords);
-        st->s16HalfFftLen = static_cast<int16_t>(trial % 3 == 0 ? 128 : (trial % 3 == 1 ? 64 : 4 + trial % 125));
+        st->s16HalfFftLen =
+            static_cast<int16_t>(trial % 3 == 0 ? 128 : (trial % 3 == 1 ? 64 : 4 + trial % 125));
         const int bins = st->s16HalfFftLen + 4;
         for (bool far : {false, true}) {
             int16_t want[sonvel::kBinWords], got[sonvel::kBinWords];
             sup::coherence(sp::Isa::kPortable, st.get(), far, want);
             sup::coherence(sp::Isa::kVector, st.get(), far, got);
-            for (int k = 0; k < bins; ++k) ASSERT_EQ(got[k], want[k]) << "trial " << trial << " far " << far << " bin " << k;
+            for (int k = 0; k < bins; ++k)
+                ASSERT_EQ(got[k], want[k]) << "trial " << trial << " far " << far << " bin " << k;
         }
         // Incoherence and first gains from coherences over the whole int16 range.
         int16_t coh[sonvel::kBinWords], xd_p[sonvel::kBinWords], gain_p[sonvel::kBinWords];
@@ -137,7 +140,8 @@ TEST(CoherenceTest, VectorPathMatchesPortable) {
         const auto portable = path(0, hnl_p, fb_p), vector = path(1, hnl_v, fb_v);
         ASSERT_EQ(fb_v, fb_p) << "trial " << trial;
         ASSERT_TRUE(std::equal(hnl_p, hnl_p + bins, hnl_v)) << "trial " << trial;
-        ASSERT_EQ(std::memcmp(portable.get(), vector.get(), sizeof(AecState)), 0) << "trial " << trial;
+        ASSERT_EQ(std::memcmp(portable.get(), vector.get(), sizeof(AecState)), 0)
+            << "trial " << trial;
 #endif
     }
 }
@@ -166,7 +170,8 @@ TEST(CoherenceTest, BandSortOrdersAscendingOnEveryPath) {
         for (sp::Isa isa : paths) {
             int16_t got[52];
             sup::sort_band(isa, v.data(), n, got);
-            ASSERT_TRUE(std::equal(want.begin(), want.end(), got)) << "trial " << trial << " path " << static_cast<int>(isa);
+            ASSERT_TRUE(std::equal(want.begin(), want.end(), got))
+                << "trial " << trial << " path " << static_cast<int>(isa);
         }
     }
 }
@@ -185,7 +190,7 @@ TEST(CoherenceTest, BandMeanRoundsDownAndPreferredBandGivesMeansAndOrderStatisti
     EXPECT_EQ(sup::band_mean(v, 200, 256, 68), 0);
 
     int16_t coh_ed[132] = {}, xd[132] = {}, hnl[132] = {};
-    for (int k = 6; k < 58; ++k) {  // the preferred band 6..57
+    for (int k = 6; k < 58; ++k) {                             // the preferred band 6..57
         hnl[k] = static_cast<int16_t>(100 * ((k * 37) % 52));  // a permutation of 0, 100, ..., 5100
         coh_ed[k] = static_cast<int16_t>(30000 + (k & 1));
         xd[k] = static_cast<int16_t>(k < 32 ? 20000 : 20001);
@@ -212,8 +217,8 @@ struct Decide {
 
 TEST(CoherenceTest, NearStateHysteresis) {
     Decide c;
-    const int steps[][3] = {{32112, 29491, 0}, {32113, 29490, 0}, {32113, 29491, 1},
-                            {31129, 26214, 1},  // between the thresholds: held
+    const int steps[][3] = {{32112, 29491, 0}, {32113, 29490, 0},
+                            {32113, 29491, 1}, {31129, 26214, 1},  // between the thresholds: held
                             {31129, 26213, 0}, {31129, 26214, 0},  // held off as well
                             {32113, 29491, 1}, {31128, 32767, 0}};
     for (const auto &[de, xd, near] : steps) {

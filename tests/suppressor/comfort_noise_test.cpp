@@ -1,7 +1,7 @@
 // Comfort noise: the floor estimate (persistence counter, quiet-block steps, block count) and the
 // generator (start, seed sequence, amplitude and phase of the noise).
-#include "spectral/processor.h"
 #include "suppressor/comfort_noise.h"
+#include "spectral/processor.h"
 
 #include <array>
 #include <cstring>
@@ -19,7 +19,8 @@ double floor_of(const AecState &st, int k) {
 }
 
 // Value 2^30 / 2^q in every bin of a mantissa/Q-value pair of arrays.
-template <class M, class Q> void fill_value(M &man, Q &exp, int16_t q) {
+template <class M, class Q>
+void fill_value(M &man, Q &exp, int16_t q) {
     std::fill(std::begin(man), std::end(man), 1 << 30);
     std::fill(std::begin(exp), std::end(exp), q);
 }
@@ -32,7 +33,7 @@ TEST(ComfortNoiseEstimate, PersistenceCounterSaturatesAndBlockCountWrapsTo251) {
     // (power Q value, counter 5 before, counters 3 and 5 and block count after)
     for (const auto &[power_q, before5, cnt3, cnt5, blocks] :
          {std::tuple{20, 0, 32760, 7, INT32_MAX - 1},  // far above four times the floor
-          {40, 3, 32754, 0, 251}}) {                     // below the floor
+          {40, 3, 32754, 0, 251}}) {                   // below the floor
         fill_value(st->ai32CnFloorMan, st->as16CnFloorExp, 30);
         fill_value(st->ai32DPowMan, st->as16DPowExp, static_cast<int16_t>(power_q));
         st->as16CnRiseCnt[5] = static_cast<int16_t>(before5);
@@ -108,11 +109,11 @@ TEST(ComfortNoiseEstimate, VectorLoopsGiveThePortableState) {
         sonvel::comfort_noise::estimate(sp::Isa::kPortable, port.get());
         sonvel::comfort_noise::estimate(sp::Isa::kVector, vec.get());
         for (size_t k = 0; k < std::size(port->ai32CnAvgMan); ++k) {
-            ASSERT_EQ(std::tuple(vec->ai32CnAvgMan[k], vec->as16CnAvgExp[k], vec->ai32CnFloorMan[k],
-                                 vec->as16CnFloorExp[k], vec->as16CnRiseCnt[k]),
-                      std::tuple(port->ai32CnAvgMan[k], port->as16CnAvgExp[k],
-                                 port->ai32CnFloorMan[k], port->as16CnFloorExp[k],
-                                 port->as16CnRiseCnt[k]))
+            ASSERT_EQ(
+                std::tuple(vec->ai32CnAvgMan[k], vec->as16CnAvgExp[k], vec->ai32CnFloorMan[k],
+                           vec->as16CnFloorExp[k], vec->as16CnRiseCnt[k]),
+                std::tuple(port->ai32CnAvgMan[k], port->as16CnAvgExp[k], port->ai32CnFloorMan[k],
+                           port->as16CnFloorExp[k], port->as16CnRiseCnt[k]))
                 << "seed " << seed << " bin " << k;
         }
         ASSERT_EQ(std::memcmp(vec.get(), port.get(), sizeof(AecState)), 0) << "seed " << seed;
@@ -163,8 +164,8 @@ TEST(ComfortNoiseGeneration, AmplitudeFollowsFloorAndGain) {
             const double gg = g[k] / 32768.0;
             const double amp =
                 std::sqrt(floor_of(*st, k) * (1.0 - gg * gg)) * (1 << st->s16RateShift);
-            const double got = std::hypot(double(out[2 * k]) - E[2 * k],
-                                          double(out[2 * k + 1]) - E[2 * k + 1]);
+            const double got =
+                std::hypot(double(out[2 * k]) - E[2 * k], double(out[2 * k + 1]) - E[2 * k + 1]);
             EXPECT_NEAR(got, amp, 1e-4 * amp + 3.0) << "bin " << k;
         }
         EXPECT_EQ(out[14], E[14]);

@@ -13,7 +13,7 @@ std::unique_ptr<AecState> control_state(bool wide) {
 
 TEST(ControlTest, TargetOverdriveIsRecomputedOnTheSecondBlockAfterANewMinimum) {
     for (const auto &[local_min, ovrd, tol] : {std::tuple{3277, 1536, 4},  // 0.1^3 = 1e-3
-                                               {16384, 5104, 10},  // 0.5^x = 1e-3: x = 9.97
+                                               {16384, 5104, 10},          // 0.5^x = 1e-3: x = 9.97
                                                {32767, 32767, 0},  // no attenuation: saturates
                                                {0, 512, 0},  // as 1: 0.66, raised to the floor
                                                {1, 512, 0}}) {

@@ -56,9 +56,11 @@ int blocks_until_reset(AecState *st) {
 }
 
 TEST(DivergenceGuard, ResetAfterARunThatFollowsTheStrongestPartitionClearsUpToTheGuardBin) {
-    for (const auto &[wide, maxPart, startPart, resetBlock] :
-         {std::tuple{true, 0, 3, 3}, {true, 2, 0, 3}, {true, 6, 1, 6}, {true, 11, 0, 12},
-          {false, 0, 0, 3}}) {
+    for (const auto &[wide, maxPart, startPart, resetBlock] : {std::tuple{true, 0, 3, 3},
+                                                               {true, 2, 0, 3},
+                                                               {true, 6, 1, 6},
+                                                               {true, 11, 0, 12},
+                                                               {false, 0, 0, 3}}) {
         auto st = make_filled_state(wide);
         st->s32MaxPartIdx = maxPart;
         st->s16StartPart = static_cast<int16_t>(startPart);

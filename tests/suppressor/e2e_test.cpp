@@ -65,8 +65,10 @@ TEST(EndToEndTest, QuietFarEndPassesTheNearEndThroughDelayed) {
         int worst = 0;
         for (int t = 479 * half + delay; t < len; ++t)
             worst = std::max(worst, std::abs(r.out[t] - near[t - delay]));
-        std::printf("[ figures ] %d Hz pass-through: largest deviation from the near end delayed "
-                    "by %d samples: %d\n", rate, delay, worst);
+        std::printf(
+            "[ figures ] %d Hz pass-through: largest deviation from the near end delayed "
+            "by %d samples: %d\n",
+            rate, delay, worst);
         EXPECT_LE(worst, 1) << rate;
     }
 }
@@ -85,9 +87,10 @@ TEST(EndToEndTest, EchoIsSuppressedWellBeyondTheLinearStage) {
         const double linear = db(energy(r.linear, from, to), echo);
         const double full = db(energy(r.out, from + f, to + f), echo);
         const double no_cn = db(energy(quiet.out, from + f, to + f), echo);
-        std::printf("[ figures ] %d Hz echo only, relative to the echo: linear stage %.1f dB, with "
-                    "suppressor %.1f dB (%.1f dB without comfort noise)\n",
-                    rate, linear, full, no_cn);
+        std::printf(
+            "[ figures ] %d Hz echo only, relative to the echo: linear stage %.1f dB, with "
+            "suppressor %.1f dB (%.1f dB without comfort noise)\n",
+            rate, linear, full, no_cn);
         EXPECT_LT(full, linear - 5.0) << rate;
         EXPECT_LT(no_cn, linear - 8.0) << rate;
     }
@@ -104,8 +107,10 @@ TEST(EndToEndTest, NearEndSpeechAlonePassesWithLittleAttenuation) {
         const Processed r = process(wide, near, far);
         const int from = len / 4, to = len - 2 * f, lag = f + half;
         const double kept = db(energy(r.out, from + lag, to + lag), energy(near, from, to));
-        std::printf("[ figures ] %d Hz near end alone: output level %.2f dB relative to the near "
-                    "end\n", rate, kept);
+        std::printf(
+            "[ figures ] %d Hz near end alone: output level %.2f dB relative to the near "
+            "end\n",
+            rate, kept);
         EXPECT_GT(kept, -3.0) << rate;
     }
 }

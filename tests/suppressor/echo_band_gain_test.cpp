@@ -1,7 +1,7 @@
 // Echo-band gain: the adaptive smoothing factor, the gain of the coupling model and its update,
 // and the far-end silence latch with its peak hold.
-#include "spectral/processor.h"
 #include "suppressor/echo_band_gain.h"
+#include "spectral/processor.h"
 
 #include <random>
 
@@ -44,8 +44,8 @@ struct Adversarial {
 };
 
 Adversarial adversarial_bins(int n, uint32_t seed) {
-    static constexpr int32_t kMan[] = {0, 1, -1, 2, INT32_MIN, INT32_MAX, kOne, kOne + 1, 32768,
-                                       INT32_MIN + 1, 0x7FFF0000};
+    static constexpr int32_t kMan[] = {
+        0, 1, -1, 2, INT32_MIN, INT32_MAX, kOne, kOne + 1, 32768, INT32_MIN + 1, 0x7FFF0000};
     static constexpr int16_t kExp[] = {-32768, 32767, 0, 30, 31, -1, 60, -60, 15, 16};
     std::mt19937 rng(seed);
     Adversarial a;

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <random>
 
-#include "spectral/processor.h"
 #include "spectral/fft/fft_plan.h"
+#include "spectral/processor.h"
 #include "suppressor/spectrum_power.h"
 #include "suppressor/support.h"
 
@@ -95,9 +95,7 @@ TEST(FrameTest, MuteBoundaryIsSixtyFourTimesTheOutputPower) {
 }
 
 // The instance's choice between the portable and the vectorised loops.
-int32_t &vectorised(AecState *st) {
-    return st->s32LanePath;
-}
+int32_t &vectorised(AecState *st) { return st->s32LanePath; }
 
 // A portable twin of a vectorised state: the same contents with the portable loops chosen.
 std::unique_ptr<AecState> portable_twin(const AecState *st) {
@@ -194,8 +192,8 @@ TEST(FrameTest, VectorPathOfTheSynthesisMatchesPortable) {
             std::vector<int32_t> spectrum_vec = spectrum;
             Sonvel_AEC_OutPutSmooth(portable.get(), spectrum.data(), win.data(), frame.data(),
                                     out.data());
-            Sonvel_AEC_OutPutSmooth(vector.get(), spectrum_vec.data(), win.data(),
-                                    frame_vec.data(), out_vec.data());
+            Sonvel_AEC_OutPutSmooth(vector.get(), spectrum_vec.data(), win.data(), frame_vec.data(),
+                                    out_vec.data());
             ASSERT_EQ(frame_vec, frame) << "trial " << trial;
             ASSERT_EQ(out_vec, out) << "trial " << trial;
             ASSERT_TRUE(same_state(portable.get(), vector.get())) << "trial " << trial;

@@ -1,7 +1,7 @@
 // Gain shaping: the overdrive power, the pull, the upper-band cut-off, and smoothing and
 // taper.
-#include "spectral/processor.h"
 #include "suppressor/gain_shaping.h"
+#include "spectral/processor.h"
 
 #include <array>
 #include <cstring>
@@ -10,8 +10,8 @@
 
 #include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_plan.h"
-#include "suppressor/suppressor_lanes.h"
 #include "suppressor/support.h"
+#include "suppressor/suppressor_lanes.h"
 
 namespace {
 
@@ -30,7 +30,8 @@ TEST(GainShaping, OverdrivePower) {
         for (const int od : {512, 700, 1024, 2560}) {
             const double exact = 32768.0 * std::pow(g / 32768.0, od / 512.0);
             EXPECT_NEAR(overdrive_power(static_cast<int16_t>(g), static_cast<int16_t>(od)), exact,
-                        0.012 * exact + 2.0) << g << " " << od;
+                        0.012 * exact + 2.0)
+                << g << " " << od;
         }
     }
 }
@@ -77,7 +78,8 @@ TEST(GainShaping, SpectralAndTemporalSmoothingAndTaper) {
             if (k == 12 || k == 13) {                           // mean of the four smallest of five
                 const auto first = g.begin() + k - 2;
                 expect = (std::accumulate(first, first + 5, 0) -
-                          *std::max_element(first, first + 5) + 2) >> 2;
+                          *std::max_element(first, first + 5) + 2) >>
+                         2;
             }
             if (k >= last - 4) expect = g[k] >> (3 * (k - last + 5));
             EXPECT_EQ(out[k], expect) << "bin " << k << " last " << last;
@@ -96,8 +98,8 @@ TEST(GainShaping, VectorStepsMatchTheScalarStepsForEveryGain) {
     constexpr int kCount = 65536;
     Gains g(kCount), wc(kCount), ovrd(kCount), oc(kCount), out(kCount);
     std::mt19937 rng(5);
-    const int16_t od_edges[] = {-32768, -513, -1, 0, 1, 255, 256, 511, 512, 513, 700, 1536, 4095,
-                                8191, 16384, 32767};
+    const int16_t od_edges[] = {-32768, -513, -1,  0,    1,    255,  256,   511,
+                                512,    513,  700, 1536, 4095, 8191, 16384, 32767};
     for (int trial = 0; trial < 40; ++trial) {
         const int32_t fb = trial < 6 ? std::array{-32768, -1, 0, 1638, 32767, 20000}[trial]
                                      : static_cast<int16_t>(rng());
@@ -151,8 +153,8 @@ TEST(GainShaping, VectorPathMatchesPortable) {
         auto portable = make_state(wide);
         AecState *st = portable.get();
         for (int k = 0; k < sonvel::kBinWords; ++k) {
-            st->as16BinOvrd[k] = rng() % 8 == 0 ? static_cast<int16_t>(rng())
-                                                : static_cast<int16_t>(rng() % 2048);
+            st->as16BinOvrd[k] =
+                rng() % 8 == 0 ? static_cast<int16_t>(rng()) : static_cast<int16_t>(rng() % 2048);
             st->as16EchoBandGain[k] = gain();
         }
         for (int16_t &v : st->as16LowGainSm) v = gain();

@@ -9,9 +9,9 @@
 #include <random>
 #include <vector>
 
-#include "spectral/processor.h"
 #include "fixedpoint/block_float.h"
 #include "spectral/kernel_elements.h"
+#include "spectral/processor.h"
 #include "suppressor/gain_shaping.h"
 #include "suppressor/suppressor_lanes.h"
 

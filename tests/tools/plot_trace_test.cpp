@@ -33,8 +33,8 @@ TEST_F(Tool, PlotTraceReadsEveryFormatAndFailsInOneLine) {
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(fs::exists(dir_ / "states.png"));
     for (const std::string &args : {path("no_such_dir"), "--trace " + path("none.csv"),
-                                   "--trace " + path("t.csv") + " --mic " + path("none.wav"),
-                                   "--trace " + path("mic.wav")}) {
+                                    "--trace " + path("t.csv") + " --mic " + path("none.wav"),
+                                    "--trace " + path("mic.wav")}) {
         SCOPED_TRACE(args);
         r = plot(args);
         EXPECT_EQ(r.status, 1);

@@ -44,7 +44,7 @@ inline std::string slurp(const fs::path &p) {
 }
 
 class Tool : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         char tmpl[] = "/tmp/sonvel-cli-test-XXXXXX";
         dir_ = mkdtemp(tmpl);

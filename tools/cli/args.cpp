@@ -28,7 +28,7 @@ int parse_channel(const std::string &option, const std::string &v) {
 
 // Walks the arguments; `value` fetches an option's value from "--x=v" or the next argument.
 class Walker {
-public:
+  public:
     explicit Walker(const std::vector<std::string> &args) : args_(args) {}
     bool next() {
         if (i_ >= args_.size()) return false;
@@ -61,7 +61,7 @@ public:
         if (inline_value_) throw UsageError(name_ + " takes no value");
     }
 
-private:
+  private:
     const std::vector<std::string> &args_;
     std::size_t i_ = 0;
     bool options_ended_ = false;

@@ -19,7 +19,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 class HostEngine {
-public:
+  public:
     HostEngine(const AecCfg &cfg, bool use_cfg, int rate, int frame) : frame_(frame) {
         if (use_cfg) check_record(cfg);
         host_.s32UseCfg = use_cfg ? 1 : 0;
@@ -55,7 +55,7 @@ public:
         if (rc != 0) throw Error("the host plug-in failed (status " + std::to_string(rc) + ")");
     }
 
-private:
+  private:
     KxAecConfig host_{};
     void *handle_ = nullptr;
     int frame_;
@@ -63,7 +63,7 @@ private:
 
 // The streaming layer (front end, core and FIFO): any number of samples per call.
 class StreamEngine {
-public:
+  public:
     StreamEngine(const Settings &s) {
         check_record(s.cfg);
         uint32_t size = 0;
@@ -87,7 +87,7 @@ public:
         return e;
     }
 
-private:
+  private:
     std::unique_ptr<uint64_t[]> mem_;
     void *handle_ = nullptr;
 };

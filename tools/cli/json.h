@@ -6,7 +6,7 @@
 namespace cli {
 
 class JsonObject {
-public:
+  public:
     JsonObject &num(const std::string &key, double v, int decimals = 2);
     JsonObject &integer(const std::string &key, long long v);
     JsonObject &str(const std::string &key, const std::string &v);
@@ -16,7 +16,7 @@ public:
     JsonObject &raw(const std::string &key, const std::string &json);
     std::string text() const { return "{" + body_ + "}"; }
 
-private:
+  private:
     JsonObject &add(const std::string &key, const std::string &json);
     std::string body_;
 };

@@ -19,7 +19,7 @@ void refuse_same_file(const std::string &output, const std::string &output_role,
                       const std::string &input, const std::string &input_role);
 
 class OutputFile {
-public:
+  public:
     // Claims the destination now (the temporary file is created or the device opened), so that
     // an unwritable destination is reported before any work is done. `role` names it in
     // messages ("output file", "trace file").
@@ -35,7 +35,7 @@ public:
     // Writes the whole content and puts it in place.
     void write_all(const std::string &bytes);
 
-private:
+  private:
     [[noreturn]] void fail(int error) const;
     std::string path_;    // as given
     std::string target_;  // where the content lands (a symlink's target)

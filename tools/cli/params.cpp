@@ -82,32 +82,20 @@ AecCfg host_builtin_record(int rate) {
 Refusal explain_refusal(int32_t status, const AecCfg &cfg) {
     const std::string b = std::to_string(cfg.u8SampleRate == 0 ? 128 : 256);
     switch (status) {
-        case SONVEL_AEC_ERR_CFG_START_PART:
-            return {"u8StartPart", "0..6"};
-        case SONVEL_AEC_ERR_CFG_NLP_LEVEL:
-            return {"u8NlpLevel", "0..2"};
-        case SONVEL_AEC_ERR_CFG_HIGH_FREQ_MODE:
-            return {"u8HighFreqMode", "0..1"};
-        case SONVEL_AEC_ERR_CFG_SAMPLE_RATE:
-            return {"u8SampleRate", "0..1"};
-        case SONVEL_AEC_ERR_CFG_COH_THR:
-            return {"s16CohThr", "0..32767"};
-        case SONVEL_AEC_ERR_CFG_HF_BIN_ORDER:
-            return {"s16HfBinLo", "0..s16HfBinHi"};
-        case SONVEL_AEC_ERR_CFG_HF_BIN_HI:
-            return {"s16HfBinHi", "s16HfBinLo.." + b};
-        case SONVEL_AEC_ERR_CFG_COH_BIN_ORDER:
-            return {"s16CohBinLo", "0..s16CohBinHi"};
-        case SONVEL_AEC_ERR_CFG_COH_BIN_HI:
-            return {"s16CohBinHi", "s16CohBinLo.." + b};
+        case SONVEL_AEC_ERR_CFG_START_PART: return {"u8StartPart", "0..6"};
+        case SONVEL_AEC_ERR_CFG_NLP_LEVEL: return {"u8NlpLevel", "0..2"};
+        case SONVEL_AEC_ERR_CFG_HIGH_FREQ_MODE: return {"u8HighFreqMode", "0..1"};
+        case SONVEL_AEC_ERR_CFG_SAMPLE_RATE: return {"u8SampleRate", "0..1"};
+        case SONVEL_AEC_ERR_CFG_COH_THR: return {"s16CohThr", "0..32767"};
+        case SONVEL_AEC_ERR_CFG_HF_BIN_ORDER: return {"s16HfBinLo", "0..s16HfBinHi"};
+        case SONVEL_AEC_ERR_CFG_HF_BIN_HI: return {"s16HfBinHi", "s16HfBinLo.." + b};
+        case SONVEL_AEC_ERR_CFG_COH_BIN_ORDER: return {"s16CohBinLo", "0..s16CohBinHi"};
+        case SONVEL_AEC_ERR_CFG_COH_BIN_HI: return {"s16CohBinHi", "s16CohBinLo.." + b};
         case SONVEL_AEC_ERR_CFG_BAND_EDGE:
             return {"as16BandEdge", "non-decreasing, 0 <= e0 <= ... <= e5 <= " + b};
-        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_ORDER:
-            return {"s16ClampBinLo", "0..s16ClampBinHi"};
-        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_LO:
-            return {"s16ClampBinLo", "0.." + b};
-        default:
-            return {};
+        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_ORDER: return {"s16ClampBinLo", "0..s16ClampBinHi"};
+        case SONVEL_AEC_ERR_CFG_CLAMP_BIN_LO: return {"s16ClampBinLo", "0.." + b};
+        default: return {};
     }
 }
 

@@ -6,7 +6,7 @@
 namespace cli {
 
 class ProgressBar {
-public:
+  public:
     // Enabled when standard error is a terminal and `seconds` of audio exceed a few seconds.
     ProgressBar(std::string label, double seconds);
     ~ProgressBar();
@@ -14,7 +14,7 @@ public:
     // Clears the bar's line, so that what follows starts on a clean line.
     void finish();
 
-private:
+  private:
     std::string label_;
     bool enabled_;
     int shown_ = -1;

@@ -46,7 +46,7 @@ struct TraceRow {
 };
 
 class BlockTracer {
-public:
+  public:
     BlockTracer(const AecCfg &cfg, int rate);
     ~BlockTracer();
     BlockTracer(const BlockTracer &) = delete;
@@ -56,7 +56,7 @@ public:
     // Processes the next block of L samples and describes the state after it.
     TraceRow step(const int16_t *near, const int16_t *far);
 
-private:
+  private:
     std::unique_ptr<uint64_t[]> mem_;
     AecState *state_ = nullptr;
     int rate_;

@@ -31,26 +31,26 @@ int16_t clip16(double v) {
 // One scene of the programme: what the far end plays, how it reaches the microphone and what
 // else the microphone hears. Scenes last 2 to 20 seconds.
 struct Scene {
-    int kind = 0;          // far-end material, see far_sample()
-    int frames = 0;        // length in frames
-    double level = 0;      // far-end amplitude
-    double levelEnd = 0;   // amplitude at the end of the scene (level changes)
-    double tone[3] = {};   // tone frequencies (cycles per sample)
-    double pitch = 0;      // speech-like fundamental (cycles per sample)
-    int delay = 0;         // echo path: main delay in samples
-    double gain = 0;       // echo path: main gain
-    int delay2 = 0;        // a reflection
+    int kind = 0;         // far-end material, see far_sample()
+    int frames = 0;       // length in frames
+    double level = 0;     // far-end amplitude
+    double levelEnd = 0;  // amplitude at the end of the scene (level changes)
+    double tone[3] = {};  // tone frequencies (cycles per sample)
+    double pitch = 0;     // speech-like fundamental (cycles per sample)
+    int delay = 0;        // echo path: main delay in samples
+    double gain = 0;      // echo path: main gain
+    int delay2 = 0;       // a reflection
     double gain2 = 0;
-    double drive = 1;      // microphone overdrive (clipping above 1)
-    double talk = 0;       // near-end talker amplitude (double talk when far end active)
-    double dc = 0;         // DC offset on the microphone
-    double noise = 0;      // microphone background noise amplitude
+    double drive = 1;  // microphone overdrive (clipping above 1)
+    double talk = 0;   // near-end talker amplitude (double talk when far end active)
+    double dc = 0;     // DC offset on the microphone
+    double noise = 0;  // microphone background noise amplitude
 };
 
 // The programme: scenes drawn from a seeded generator, produced frame by frame so that an hour of
 // audio never has to be stored, and reproduced exactly by a second generator with the same seed.
 class Programme {
-public:
+  public:
     Programme(uint32_t seed, int rate) : rng_(seed), rate_(rate), f_(rate / 100), hist_(kHist, 0) {}
 
     void next_frame(int16_t *near, int16_t *far) {
@@ -73,7 +73,7 @@ public:
         --left_;
     }
 
-private:
+  private:
     static constexpr int kHist = 8192;
 
     double uni(double a, double b) { return std::uniform_real_distribution<double>(a, b)(rng_); }
@@ -106,16 +106,18 @@ private:
     double far_sample(int kind) {
         const double n = static_cast<double>(n_);
         switch (kind) {
-        case 0: return 0.35 * gauss();                                        // noise
-        case 1:                                                                // tones
-            return 0.4 * (std::sin(2 * kPi * scene_.tone[0] * n) + std::sin(2 * kPi * scene_.tone[1] * n) +
-                          0.5 * std::sin(2 * kPi * scene_.tone[2] * n));
-        case 2: return speech(n, scene_.pitch);                                // speech-like bursts
-        case 3: return 0.0;                                                    // silence
-        case 4: return 6.0 * speech(n, scene_.pitch);                          // clipped far end
-        case 5: return 0.8 + 0.02 * gauss();                                   // DC
-        case 6: return std::sin(2 * kPi * scene_.tone[0] * n) > 0 ? 1.3 : -1.3;  // clipped square
-        default: return speech(n, scene_.pitch * (1.0 + 0.3 * std::sin(n / rate_)));  // gliding
+            case 0: return 0.35 * gauss();  // noise
+            case 1:                         // tones
+                return 0.4 * (std::sin(2 * kPi * scene_.tone[0] * n) +
+                              std::sin(2 * kPi * scene_.tone[1] * n) +
+                              0.5 * std::sin(2 * kPi * scene_.tone[2] * n));
+            case 2: return speech(n, scene_.pitch);        // speech-like bursts
+            case 3: return 0.0;                            // silence
+            case 4: return 6.0 * speech(n, scene_.pitch);  // clipped far end
+            case 5: return 0.8 + 0.02 * gauss();           // DC
+            case 6:
+                return std::sin(2 * kPi * scene_.tone[0] * n) > 0 ? 1.3 : -1.3;  // clipped square
+            default: return speech(n, scene_.pitch * (1.0 + 0.3 * std::sin(n / rate_)));  // gliding
         }
     }
 
@@ -230,10 +232,11 @@ int soak(int rate, double minutes) {
     const Pass a = run_pass(rate, frames, digests, 1);
     const Pass b = run_pass(rate, frames, digests, 2);
     const bool ok = a.faults == 0 && b.faults == 0 && b.mismatches == 0;
-    std::printf("%5d Hz: %.1f min of audio, %ld frames, %ld blocks; pass 1 %.1f s, pass 2 %.1f s "
-                "(%.0fx real time); integrity faults %ld + %ld; mismatched frames %ld",
-                rate, minutes, frames, frames / 4 * 5 + frames % 4,
-                a.seconds, b.seconds, minutes * 60 / a.seconds, a.faults, b.faults, b.mismatches);
+    std::printf(
+        "%5d Hz: %.1f min of audio, %ld frames, %ld blocks; pass 1 %.1f s, pass 2 %.1f s "
+        "(%.0fx real time); integrity faults %ld + %ld; mismatched frames %ld",
+        rate, minutes, frames, frames / 4 * 5 + frames % 4, a.seconds, b.seconds,
+        minutes * 60 / a.seconds, a.faults, b.faults, b.mismatches);
     if (b.mismatches > 0) std::printf(" (first at frame %ld)", b.firstMismatch);
     std::printf(": %s\n", ok ? "ok" : "FAILED");
     std::fflush(stdout);

@@ -54,7 +54,9 @@ std::vector<double> talker(int n, double rms, unsigned seed) {
     return x;
 }
 
-int16_t to16(double v) { return static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0))); }
+int16_t to16(double v) {
+    return static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0)));
+}
 
 void put32(std::FILE *f, uint32_t v) {
     const unsigned char b[4] = {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)};
@@ -85,7 +87,9 @@ bool write_wav(const char *path, const std::vector<int16_t> &interleaved, int ch
     return std::fclose(f) == 0;
 }
 
-uint32_t get32(const unsigned char *p) { return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24; }
+uint32_t get32(const unsigned char *p) {
+    return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24;
+}
 
 // 16-bit PCM WAV (plain or extensible header) -> channels; a data size left open by an interrupted
 // writer reads to the end of the file.
@@ -177,7 +181,8 @@ std::vector<double> envelope_db(const std::vector<double> &x) {
 
 double rms(const std::vector<double> &x, long from, long to) {
     double e = 0.0;
-    for (long i = std::max(0L, from); i < to && i < static_cast<long>(x.size()); ++i) e += x[i] * x[i];
+    for (long i = std::max(0L, from); i < to && i < static_cast<long>(x.size()); ++i)
+        e += x[i] * x[i];
     return std::sqrt(e / std::max(1L, to - from) + 1e-12);
 }
 
@@ -191,9 +196,11 @@ double rms(const std::vector<double> &x, long from, long to) {
 int measure(const char *pair_path, const char *out_path, double min_reduction, double max_change) {
     std::vector<std::vector<double>> pair, out;
     int pair_rate = 0, out_rate = 0;
-    if (!read_wav(pair_path, pair, pair_rate) || pair.size() != 2 || !read_wav(out_path, out, out_rate) ||
-        out.size() != 2 || pair_rate != kRate || out_rate != kRate) {
-        std::fprintf(stderr, "e2e_signals: cannot read %s and %s as 16-bit %d Hz two-channel WAV files\n",
+    if (!read_wav(pair_path, pair, pair_rate) || pair.size() != 2 ||
+        !read_wav(out_path, out, out_rate) || out.size() != 2 || pair_rate != kRate ||
+        out_rate != kRate) {
+        std::fprintf(stderr,
+                     "e2e_signals: cannot read %s and %s as 16-bit %d Hz two-channel WAV files\n",
                      pair_path, out_path, kRate);
         return 2;
     }
@@ -209,20 +216,22 @@ int measure(const char *pair_path, const char *out_path, double min_reduction, d
     while (near < frames && env[near] < 40.0) ++near;
     if (gap - talk < 600 || near + 400 > frames) {
         std::fprintf(stderr,
-                     "e2e_signals: the recorded microphone does not show the played parts (talk at %.2f s, gap "
+                     "e2e_signals: the recorded microphone does not show the played parts (talk at "
+                     "%.2f s, gap "
                      "at %.2f s, near end at %.2f s of %.2f s)\n",
                      talk / 100.0, gap / 100.0, near / 100.0, frames / 100.0);
         return 1;
     }
     const long g = static_cast<long>(gap) * kFrame, e = static_cast<long>(near) * kFrame;
-    const double reduction =
-        20.0 * std::log10(rms(mic, g - samples(3.8), g - samples(0.3)) / rms(y, g - samples(3.8), g - samples(0.3)));
-    const double change =
-        20.0 * std::log10(rms(y, e + samples(0.5), e + samples(4.0)) / rms(mic, e + samples(0.5), e + samples(4.0)));
-    std::printf("far end from %.2f s, gap at %.2f s, near end from %.2f s of the recording\n", talk / 100.0,
-                gap / 100.0, near / 100.0);
+    const double reduction = 20.0 * std::log10(rms(mic, g - samples(3.8), g - samples(0.3)) /
+                                               rms(y, g - samples(3.8), g - samples(0.3)));
+    const double change = 20.0 * std::log10(rms(y, e + samples(0.5), e + samples(4.0)) /
+                                            rms(mic, e + samples(0.5), e + samples(4.0)));
+    std::printf("far end from %.2f s, gap at %.2f s, near end from %.2f s of the recording\n",
+                talk / 100.0, gap / 100.0, near / 100.0);
     std::printf("far-end-only echo reduction: %.1f dB (needs >= %.1f)\n", reduction, min_reduction);
-    std::printf("near-end-only level change:  %+.2f dB (needs |change| <= %.1f)\n", change, max_change);
+    std::printf("near-end-only level change:  %+.2f dB (needs |change| <= %.1f)\n", change,
+                max_change);
     return reduction >= min_reduction && std::fabs(change) <= max_change ? 0 : 1;
 }
 
@@ -232,8 +241,9 @@ int main(int argc, char **argv) {
     if (argc == 3 && std::string(argv[1]) == "generate") return generate(argv[2]);
     if (argc == 6 && std::string(argv[1]) == "measure")
         return measure(argv[2], argv[3], std::atof(argv[4]), std::atof(argv[5]));
-    std::fprintf(stderr,
-                 "usage: e2e_signals generate PAIR.wav\n"
-                 "       e2e_signals measure PAIR.wav OUT.wav MIN_REDUCTION_DB MAX_NEAR_CHANGE_DB\n");
+    std::fprintf(
+        stderr,
+        "usage: e2e_signals generate PAIR.wav\n"
+        "       e2e_signals measure PAIR.wav OUT.wav MIN_REDUCTION_DB MAX_NEAR_CHANGE_DB\n");
     return 2;
 }

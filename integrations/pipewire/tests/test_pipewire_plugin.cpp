@@ -38,14 +38,14 @@ struct CaptureLog {
     spa_log log{};
     std::vector<std::pair<spa_log_level, std::string>> lines;
 
-    static void logtv(void *object, spa_log_level level, const spa_log_topic *, const char *, int, const char *,
-                      const char *fmt, va_list args) {
+    static void logtv(void *object, spa_log_level level, const spa_log_topic *, const char *, int,
+                      const char *, const char *fmt, va_list args) {
         char buf[1024];
         std::vsnprintf(buf, sizeof buf, fmt, args);
         static_cast<CaptureLog *>(object)->lines.emplace_back(level, buf);
     }
-    static void logt(void *object, spa_log_level level, const spa_log_topic *topic, const char *file, int line,
-                     const char *func, const char *fmt, ...) {
+    static void logt(void *object, spa_log_level level, const spa_log_topic *topic,
+                     const char *file, int line, const char *func, const char *fmt, ...) {
         va_list args;
         va_start(args, fmt);
         logtv(object, level, topic, file, line, func, fmt, args);
@@ -79,16 +79,19 @@ const spa_handle_factory *plugin_factory() {
     static const spa_handle_factory *factory = [] {
         void *dl = dlopen(SONVEL_SPA_PLUGIN, RTLD_NOW | RTLD_LOCAL);
         if (dl == nullptr) return static_cast<const spa_handle_factory *>(nullptr);
-        auto enum_fn = reinterpret_cast<spa_handle_factory_enum_func_t>(dlsym(dl, SPA_HANDLE_FACTORY_ENUM_FUNC_NAME));
+        auto enum_fn = reinterpret_cast<spa_handle_factory_enum_func_t>(
+            dlsym(dl, SPA_HANDLE_FACTORY_ENUM_FUNC_NAME));
         const spa_handle_factory *f = nullptr;
         uint32_t index = 0;
-        if (enum_fn == nullptr || enum_fn(&f, &index) != 1) return static_cast<const spa_handle_factory *>(nullptr);
+        if (enum_fn == nullptr || enum_fn(&f, &index) != 1)
+            return static_cast<const spa_handle_factory *>(nullptr);
         return f;
     }();
     return factory;
 }
 
-spa_audio_info_raw format(uint32_t rate, uint32_t channels = 1, spa_audio_format fmt = SPA_AUDIO_FORMAT_F32P) {
+spa_audio_info_raw format(uint32_t rate, uint32_t channels = 1,
+                          spa_audio_format fmt = SPA_AUDIO_FORMAT_F32P) {
     spa_audio_info_raw info{};
     info.format = fmt;
     info.rate = rate;
@@ -116,7 +119,8 @@ struct Aec {
     }
     ~Aec() { spa_handle_clear(handle); }
 
-    int init(const std::map<std::string, std::string> &args, spa_audio_info_raw info = format(16000)) {
+    int init(const std::map<std::string, std::string> &args,
+             spa_audio_info_raw info = format(16000)) {
         std::vector<spa_dict_item> items;
         for (const auto &[k, v] : args) items.push_back(SPA_DICT_ITEM_INIT(k.c_str(), v.c_str()));
         const spa_dict dict = SPA_DICT_INIT(items.data(), static_cast<uint32_t>(items.size()));
@@ -129,10 +133,12 @@ struct Aec {
     }
     // Runs the whole signal in blocks whose sizes `next_block` chooses; the output as int16.
     template <typename Next>
-    std::vector<int16_t> run_all(const std::vector<float> &rec, const std::vector<float> &play, Next next_block) {
+    std::vector<int16_t> run_all(const std::vector<float> &rec, const std::vector<float> &play,
+                                 Next next_block) {
         std::vector<float> out(rec.size());
         for (size_t i = 0; i < rec.size();) {
-            const uint32_t n = static_cast<uint32_t>(std::min<size_t>(next_block(), rec.size() - i));
+            const uint32_t n =
+                static_cast<uint32_t>(std::min<size_t>(next_block(), rec.size() - i));
             EXPECT_EQ(run(&rec[i], &play[i], &out[i], n), 0);
             i += n;
         }
@@ -150,7 +156,8 @@ struct Aec {
         std::map<std::string, std::string> m;
         const void *body = SPA_POD_BODY_CONST(s);
         const char *key = nullptr;
-        for (auto *p = static_cast<const spa_pod *>(body); spa_pod_is_inside(body, SPA_POD_BODY_SIZE(s), p);
+        for (auto *p = static_cast<const spa_pod *>(body);
+             spa_pod_is_inside(body, SPA_POD_BODY_SIZE(s), p);
              p = static_cast<const spa_pod *>(spa_pod_next(p))) {
             if (key == nullptr) {
                 spa_pod_get_string(p, &key);
@@ -159,9 +166,12 @@ struct Aec {
             const char *sv;
             int32_t iv;
             bool bv;
-            if (spa_pod_get_string(p, &sv) == 0) m[key] = sv;
-            else if (spa_pod_get_int(p, &iv) == 0) m[key] = std::to_string(iv);
-            else if (spa_pod_get_bool(p, &bv) == 0) m[key] = bv ? "on" : "off";
+            if (spa_pod_get_string(p, &sv) == 0)
+                m[key] = sv;
+            else if (spa_pod_get_int(p, &iv) == 0)
+                m[key] = std::to_string(iv);
+            else if (spa_pod_get_bool(p, &bv) == 0)
+                m[key] = bv ? "on" : "off";
             key = nullptr;
         }
         return m;
@@ -179,7 +189,8 @@ struct Aec {
             spa_pod_builder_string(&b, v);
         }
         spa_pod_builder_pop(&b, &s);
-        return spa_audio_aec_set_params(aec, static_cast<const spa_pod *>(spa_pod_builder_pop(&b, &o)));
+        return spa_audio_aec_set_params(aec,
+                                        static_cast<const spa_pod *>(spa_pod_builder_pop(&b, &o)));
     }
 };
 
@@ -198,7 +209,8 @@ const Signals &signals() {
         std::normal_distribution<double> g(0.0, 1.0);
         std::vector<double> far(n);
         double lp = 0;
-        for (int i = 0; i < n; ++i) far[i] = (lp = 0.7 * lp + g(rng)) * 2500.0 * (1.0 + std::sin(i * 0.0015));
+        for (int i = 0; i < n; ++i)
+            far[i] = (lp = 0.7 * lp + g(rng)) * 2500.0 * (1.0 + std::sin(i * 0.0015));
         const double h[4] = {0.4, -0.2, 0.1, 0.05};
         for (int i = 0; i < n; ++i) {
             double m = 2.0 * g(rng);
@@ -206,7 +218,8 @@ const Signals &signals() {
                 if (i - 480 - 7 * k >= 0) m += h[k] * far[i - 480 - 7 * k];
             if (i >= 3 * 16000) m += 3000.0 * std::sin(i * 0.05) * std::sin(i * 0.0007);
             x.mic.push_back(static_cast<int16_t>(std::lround(std::clamp(m, -32768.0, 32767.0))));
-            x.ref.push_back(static_cast<int16_t>(std::lround(std::clamp(far[i], -32768.0, 32767.0))));
+            x.ref.push_back(
+                static_cast<int16_t>(std::lround(std::clamp(far[i], -32768.0, 32767.0))));
         }
         for (int i = 0; i < n; ++i) {
             x.micf.push_back(x.mic[i] / 32768.0f);
@@ -218,7 +231,8 @@ const Signals &signals() {
 }
 
 // The streaming layer alone on the int16 signal, with `s` (one call per `block` samples).
-std::vector<int16_t> stream_output(const sonvel::integration::Settings &s, const std::vector<int16_t> &mic,
+std::vector<int16_t> stream_output(const sonvel::integration::Settings &s,
+                                   const std::vector<int16_t> &mic,
                                    const std::vector<int16_t> &ref) {
     uint32_t size = 0;
     EXPECT_EQ(Sonvel_AEC_StreamGetSize(&size), 0);
@@ -226,7 +240,9 @@ std::vector<int16_t> stream_output(const sonvel::integration::Settings &s, const
     void *h = nullptr;
     EXPECT_EQ(Sonvel_AEC_StreamInit(&h, mem.data(), size, &s.core, &s.frontend), 0);
     std::vector<int16_t> out(mic.size());
-    EXPECT_EQ(Sonvel_AEC_StreamProcess(h, mic.data(), ref.data(), out.data(), static_cast<uint32_t>(mic.size())), 0);
+    EXPECT_EQ(Sonvel_AEC_StreamProcess(h, mic.data(), ref.data(), out.data(),
+                                       static_cast<uint32_t>(mic.size())),
+              0);
     return out;
 }
 
@@ -235,11 +251,13 @@ TEST(PluginFactory, EnumeratesOneAecFactoryWithTheAecInterface) {
     ASSERT_NE(f, nullptr) << dlerror();
     EXPECT_STREQ(f->name, SPA_NAME_AEC);
     void *dl = dlopen(SONVEL_SPA_PLUGIN, RTLD_NOW | RTLD_NOLOAD);
-    auto enum_fn = reinterpret_cast<spa_handle_factory_enum_func_t>(dlsym(dl, SPA_HANDLE_FACTORY_ENUM_FUNC_NAME));
+    auto enum_fn = reinterpret_cast<spa_handle_factory_enum_func_t>(
+        dlsym(dl, SPA_HANDLE_FACTORY_ENUM_FUNC_NAME));
     const spa_handle_factory *second = nullptr;
     uint32_t index = 1;
     EXPECT_EQ(enum_fn(&second, &index), 0);
-    EXPECT_EQ(dlsym(dl, "Sonvel_AEC_StreamProcess"), nullptr) << "the canceller's symbols stay inside";
+    EXPECT_EQ(dlsym(dl, "Sonvel_AEC_StreamProcess"), nullptr)
+        << "the canceller's symbols stay inside";
     dlclose(dl);
 
     const spa_interface_info *info = nullptr;
@@ -269,11 +287,14 @@ TEST(PluginInit, AcceptsMonoPlanarFloatAt8000And16000WithOneFrameOfLatency) {
 
 TEST(PluginInit, RefusesOtherFormatsNamingTheModuleArguments) {
     const spa_audio_info_raw bad[] = {format(16000, 2), format(48000), format(44100),
-                                      format(16000, 1, SPA_AUDIO_FORMAT_S16), format(16000, 1, SPA_AUDIO_FORMAT_F32)};
+                                      format(16000, 1, SPA_AUDIO_FORMAT_S16),
+                                      format(16000, 1, SPA_AUDIO_FORMAT_F32)};
     for (const spa_audio_info_raw &info : bad) {
         Aec a;
         EXPECT_EQ(a.init({}, info), -EINVAL);
-        EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_ERROR, {"audio.rate = 16000", "audio.channels = 1", "[ MONO ]"}), 1);
+        EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_ERROR,
+                              {"audio.rate = 16000", "audio.channels = 1", "[ MONO ]"}),
+                  1);
         std::vector<float> buf(160);
         EXPECT_NE(a.run(buf.data(), buf.data(), buf.data(), 160), 0) << "no instance to run";
     }
@@ -299,7 +320,8 @@ TEST(PluginRun, AnyBlockSizeGivesTheStreamingLayersOutputAtBothRates) {
             Aec a;
             ASSERT_EQ(a.init({}, format(rate)), 0);
             const auto got = a.run_all(micf, reff, [&] { return block ? block : any(rng); });
-            ASSERT_EQ(got, expected) << rate << " Hz, block size " << (block ? std::to_string(block) : "random");
+            ASSERT_EQ(got, expected)
+                << rate << " Hz, block size " << (block ? std::to_string(block) : "random");
         }
     }
 }
@@ -312,7 +334,8 @@ TEST(LatestValueHandOver, ReaderSeesWholeRecordsInOrder) {
     std::thread writer([&] {
         for (int i = 1; i <= 20000; ++i) {
             sonvel::integration::Settings s{};
-            s.core.s16CohThr = s.core.s16HfBinLo = s.core.as16BandShift[6] = static_cast<int16_t>(i);
+            s.core.s16CohThr = s.core.s16HfBinLo = s.core.as16BandShift[6] =
+                static_cast<int16_t>(i);
             s.frontend.u16DelayMs = static_cast<uint16_t>(i);
             v.publish(s);
         }
@@ -342,12 +365,22 @@ TEST(PluginRun, ZeroSamplesAndNonFiniteSamplesAreSafe) {
     EXPECT_EQ(a.run(&sentinel, &sentinel, &sentinel, 0), 0);
     EXPECT_EQ(sentinel, 1.5f);
 
-    const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity(),
+                nan = std::numeric_limits<float>::quiet_NaN();
     const Signals &s = signals();
-    std::vector<float> mic(s.micf.begin(), s.micf.begin() + 16000), ref(s.reff.begin(), s.reff.begin() + 16000);
-    std::vector<int16_t> mic16(s.mic.begin(), s.mic.begin() + 16000), ref16(s.ref.begin(), s.ref.begin() + 16000);
-    const struct { size_t at; float v; int16_t as; } bad[] = {
-        {100, nan, 0}, {2000, inf, 32767}, {2001, -inf, -32768}, {5000, 7.5f, 32767}, {5001, -3.0f, -32768}};
+    std::vector<float> mic(s.micf.begin(), s.micf.begin() + 16000),
+        ref(s.reff.begin(), s.reff.begin() + 16000);
+    std::vector<int16_t> mic16(s.mic.begin(), s.mic.begin() + 16000),
+        ref16(s.ref.begin(), s.ref.begin() + 16000);
+    const struct {
+        size_t at;
+        float v;
+        int16_t as;
+    } bad[] = {{100, nan, 0},
+               {2000, inf, 32767},
+               {2001, -inf, -32768},
+               {5000, 7.5f, 32767},
+               {5001, -3.0f, -32768}};
     for (const auto &b : bad) {
         mic[b.at] = ref[b.at + 1] = b.v;
         mic16[b.at] = ref16[b.at + 1] = b.as;
@@ -372,8 +405,11 @@ TEST(SampleConversion, RoundsHalvesAwayFromZeroAndSaturates) {
 
 TEST(PluginArgs, UnknownKeysWarnAndRefusedValuesKeepTheDefaults) {
     Aec a;
-    ASSERT_EQ(a.init({{"no-such-key", "1"}, {"suppression-level", "2"}, {"coh-band", "[ 8 17 ]"},
-                      {"as16BandShift[6]", "12"}, {"as16BandEdge[9]", "1"}}),
+    ASSERT_EQ(a.init({{"no-such-key", "1"},
+                      {"suppression-level", "2"},
+                      {"coh-band", "[ 8 17 ]"},
+                      {"as16BandShift[6]", "12"},
+                      {"as16BandEdge[9]", "1"}}),
               0);
     EXPECT_EQ(a.log.count(SPA_LOG_LEVEL_WARN, {"as16BandEdge[9]"}), 1);
     EXPECT_EQ(a.params().at("band-shifts").substr(a.params().at("band-shifts").rfind(',')), ",12");
@@ -389,7 +425,9 @@ TEST(PluginArgs, UnknownKeysWarnAndRefusedValuesKeepTheDefaults) {
     EXPECT_EQ(b.params().at("start-part"), std::to_string(defaults.core.u8StartPart));
 
     Aec c;
-    ASSERT_EQ(c.init({{"ref-delay", "600"}, {"as16BandEdge", "1,2,3"}, {"hf-band", "7,300"}}, format(8000)), 0);
+    ASSERT_EQ(c.init({{"ref-delay", "600"}, {"as16BandEdge", "1,2,3"}, {"hf-band", "7,300"}},
+                     format(8000)),
+              0);
     EXPECT_EQ(c.log.count(SPA_LOG_LEVEL_ERROR, {"ref-delay", "0..500"}), 1);
     EXPECT_EQ(c.log.count(SPA_LOG_LEVEL_ERROR, {"as16BandEdge", "6"}), 1);
 }
@@ -438,7 +476,8 @@ TEST(PluginParams, RefusedValuesKeepTheRecordAndAcceptedOnesReachTheRunningInsta
     ASSERT_EQ(Sonvel_AEC_StreamSetParams(h, &st.core), 0);
     ASSERT_EQ(Sonvel_AEC_StreamSetFrontend(h, &st.frontend), 0);
     ASSERT_EQ(Sonvel_AEC_StreamProcess(h, &s.mic[half], &s.ref[half], &expected[half], half), 0);
-    for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(static_cast<int16_t>(out[i] * 32768.0f), expected[i]) << i;
+    for (size_t i = 0; i < out.size(); ++i)
+        ASSERT_EQ(static_cast<int16_t>(out[i] * 32768.0f), expected[i]) << i;
 }
 
 TEST(PluginActivate, ActivateAndDeactivateStartAFreshInstance) {

@@ -12,14 +12,17 @@
 #include "spectral/fft/fft_butterflies.h"
 #include "spectral/processor.h"
 
-
 namespace sonvel::fft::simd {
 namespace {
 
 using V = __m256i;
 
-SONVEL_LANES_TARGET inline V load(const int32_t *p) { return _mm256_loadu_si256(reinterpret_cast<const V *>(p)); }
-SONVEL_LANES_TARGET inline void store(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
+SONVEL_LANES_TARGET inline V load(const int32_t *p) {
+    return _mm256_loadu_si256(reinterpret_cast<const V *>(p));
+}
+SONVEL_LANES_TARGET inline void store(int32_t *p, V v) {
+    _mm256_storeu_si256(reinterpret_cast<V *>(p), v);
+}
 
 // Headroom of all words whose lanes are set in the OR of their magnitude bits.
 SONVEL_LANES_TARGET inline int headroom_of(V bits) {
@@ -28,7 +31,9 @@ SONVEL_LANES_TARGET inline int headroom_of(V bits) {
     b = _mm_or_si128(b, _mm_shuffle_epi32(b, 0xB1));
     return fx::hr(_mm_cvtsi128_si32(b));
 }
-SONVEL_LANES_TARGET inline V magnitude(V x) { return _mm256_xor_si256(x, _mm256_srai_epi32(x, 31)); }
+SONVEL_LANES_TARGET inline V magnitude(V x) {
+    return _mm256_xor_si256(x, _mm256_srai_epi32(x, 31));
+}
 
 // Four complex values as 64-bit re and im lanes, in order (Reverse: the last one first).
 struct C4 {
@@ -55,7 +60,8 @@ SONVEL_LANES_TARGET inline V round_shift(V v) {
 SONVEL_LANES_TARGET inline V round_shift(V v, int shift) {
     const V bias = _mm256_set1_epi64x(INT64_MIN + (int64_t{1} << (shift - 1)));
     const V back = _mm256_set1_epi64x(int64_t{1} << (63 - shift));
-    return _mm256_sub_epi64(_mm256_srl_epi64(_mm256_add_epi64(v, bias), _mm_cvtsi32_si128(shift)), back);
+    return _mm256_sub_epi64(_mm256_srl_epi64(_mm256_add_epi64(v, bias), _mm_cvtsi32_si128(shift)),
+                            back);
 }
 
 // Low 32 bits of re and im lanes interleaved as (re, im) pairs; Reverse puts the last pair first.
@@ -73,7 +79,8 @@ struct Pair {
     C4 s;  // S 2^kProductBits
     C4 t;
 };
-SONVEL_LANES_TARGET inline Pair pair(const int32_t *a, const int32_t *b, const int32_t *w, bool inverse) {
+SONVEL_LANES_TARGET inline Pair pair(const int32_t *a, const int32_t *b, const int32_t *w,
+                                     bool inverse) {
     const C4 A = load4<false>(a);
     const C4 B = load4<true>(b);
     const C4 W = load4<false>(w);
@@ -88,10 +95,12 @@ SONVEL_LANES_TARGET inline Pair pair(const int32_t *a, const int32_t *b, const i
         re = _mm256_sub_epi64(_mm256_mul_epi32(dr, w0), _mm256_mul_epi32(di, w1));
         im = _mm256_add_epi64(_mm256_mul_epi32(dr, w1), _mm256_mul_epi32(di, w0));
     } else {
-        re = _mm256_sub_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w0), _mm256_mul_epi32(B.re, w0)),
-                              _mm256_add_epi64(_mm256_mul_epi32(A.im, w1), _mm256_mul_epi32(B.im, w1)));
-        im = _mm256_add_epi64(_mm256_sub_epi64(_mm256_mul_epi32(A.re, w1), _mm256_mul_epi32(B.re, w1)),
-                              _mm256_add_epi64(_mm256_mul_epi32(A.im, w0), _mm256_mul_epi32(B.im, w0)));
+        re = _mm256_sub_epi64(
+            _mm256_sub_epi64(_mm256_mul_epi32(A.re, w0), _mm256_mul_epi32(B.re, w0)),
+            _mm256_add_epi64(_mm256_mul_epi32(A.im, w1), _mm256_mul_epi32(B.im, w1)));
+        im = _mm256_add_epi64(
+            _mm256_sub_epi64(_mm256_mul_epi32(A.re, w1), _mm256_mul_epi32(B.re, w1)),
+            _mm256_add_epi64(_mm256_mul_epi32(A.im, w0), _mm256_mul_epi32(B.im, w0)));
     }
     const C4 s{_mm256_slli_epi64(_mm256_add_epi64(A.re, B.re), kProductBits),
                _mm256_slli_epi64(_mm256_sub_epi64(A.im, B.im), kProductBits)};
@@ -155,7 +164,8 @@ SONVEL_LANES_TARGET void split(const int32_t *spec, const int32_t *w, int32_t *d
         const V ki = round_shift(_mm256_add_epi64(p.s.im, p.t.im), k);
         const V b4 = interleave<false>(kr, ki);
         store(dst + 2 * b, b4);
-        store(dst + 2 * (2 * m - b - 3), _mm256_sign_epi32(_mm256_permute4x64_epi64(b4, 0x1B), conj));
+        store(dst + 2 * (2 * m - b - 3),
+              _mm256_sign_epi32(_mm256_permute4x64_epi64(b4, 0x1B), conj));
     }
 }
 
@@ -164,8 +174,10 @@ SONVEL_LANES_TARGET uint32_t merge(const int32_t *src, const int32_t *w, int32_t
     for (int b = 1; b <= m / 2; b += 4) {
         const Pair p = pair(src + 2 * b, src + 2 * (m - b - 3), w + 2 * b, true);
         // Partner lanes 0..3 hold bins M-b, M-b-1, .., M-b-3.
-        const V j = interleave<true>(_mm256_sub_epi64(p.s.re, p.t.re), _mm256_sub_epi64(p.t.im, p.s.im));
-        const V k = interleave<false>(_mm256_add_epi64(p.s.re, p.t.re), _mm256_add_epi64(p.s.im, p.t.im));
+        const V j =
+            interleave<true>(_mm256_sub_epi64(p.s.re, p.t.re), _mm256_sub_epi64(p.t.im, p.s.im));
+        const V k =
+            interleave<false>(_mm256_add_epi64(p.s.re, p.t.re), _mm256_add_epi64(p.s.im, p.t.im));
         store(out + 2 * (m - b - 3), j);
         store(out + 2 * b, k);
         bits = _mm256_or_si256(bits, _mm256_or_si256(magnitude(j), magnitude(k)));
@@ -183,7 +195,8 @@ SONVEL_LANES_TARGET void unpack_real(const int32_t *z, int32_t *dst, int m) {
     for (int t = 0; t < m; t += 4) {
         const V v = load(z + 2 * t);
         const V a = _mm256_and_si256(_mm256_permutevar8x32_epi32(v, idx), keep);
-        const V b = _mm256_and_si256(_mm256_permutevar8x32_epi32(v, _mm256_add_epi32(idx, _mm256_set1_epi32(4))), keep);
+        const V b = _mm256_and_si256(
+            _mm256_permutevar8x32_epi32(v, _mm256_add_epi32(idx, _mm256_set1_epi32(4))), keep);
         store(dst + 4 * t, a);
         store(dst + 4 * t + 8, b);
     }
@@ -192,7 +205,8 @@ SONVEL_LANES_TARGET void unpack_real(const int32_t *z, int32_t *dst, int m) {
 SONVEL_LANES_TARGET void round_words(int32_t *v, int n, int k) {
     const V half = _mm256_set1_epi32(1 << (k - 1));
     const __m128i count = _mm_cvtsi32_si128(k);
-    for (int i = 0; i < n; i += 8) store(v + i, _mm256_sra_epi32(_mm256_add_epi32(load(v + i), half), count));
+    for (int i = 0; i < n; i += 8)
+        store(v + i, _mm256_sra_epi32(_mm256_add_epi32(load(v + i), half), count));
 }
 
 }  // namespace sonvel::fft::simd

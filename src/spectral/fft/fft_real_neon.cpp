@@ -20,7 +20,9 @@ inline uint32_t or_lanes(int32x4_t x) {
 }
 
 // Two bins as (re, im) lanes in order, or the last one first.
-inline int32x2x2_t reversed(int32x2x2_t x) { return {{vrev64_s32(x.val[0]), vrev64_s32(x.val[1])}}; }
+inline int32x2x2_t reversed(int32x2x2_t x) {
+    return {{vrev64_s32(x.val[0]), vrev64_s32(x.val[1])}};
+}
 
 // Bins b, b+1 with their partners M-b, M-b-1 (see the portable step): S 2^kProductBits and
 // t = w' D with D = A - conj B. Forward, D may not fit 32 bits (the spectrum's words reach
@@ -78,7 +80,8 @@ int symmetric_input_headroom(const int32_t *src, int n) {
     for (int k = 1; k < m; k += 2) {
         const int32x2x2_t a = vld2_s32(src + 2 * k);
         const int32x2x2_t b = reversed(vld2_s32(src + 2 * (n - k - 1)));
-        differ = vorr_s32(differ, vorr_s32(veor_s32(a.val[0], b.val[0]), veor_s32(vneg_s32(a.val[1]), b.val[1])));
+        differ = vorr_s32(
+            differ, vorr_s32(veor_s32(a.val[0], b.val[0]), veor_s32(vneg_s32(a.val[1]), b.val[1])));
         bits = vorr_s32(bits, vorr_s32(veor_s32(a.val[0], vshr_n_s32(a.val[0], 31)),
                                        veor_s32(a.val[1], vshr_n_s32(a.val[1], 31))));
     }
@@ -100,7 +103,8 @@ void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k) {
         const int32x2_t kr = vmovn_s64(vrshlq_s64(vaddq_s64(p.sr, p.tr), down));
         const int32x2_t ki = vmovn_s64(vrshlq_s64(vaddq_s64(p.si, p.ti), down));
         vst2_s32(dst + 2 * b, (int32x2x2_t{{kr, ki}}));
-        vst2_s32(dst + 2 * (2 * m - b - 1), (int32x2x2_t{{vrev64_s32(kr), vrev64_s32(vneg_s32(ki))}}));
+        vst2_s32(dst + 2 * (2 * m - b - 1),
+                 (int32x2x2_t{{vrev64_s32(kr), vrev64_s32(vneg_s32(ki))}}));
     }
 }
 
@@ -115,7 +119,8 @@ uint32_t merge(const int32_t *src, const int32_t *w, int32_t *out, int m) {
         const int32x2_t ki = vmovn_s64(vaddq_s64(p.si, p.ti));
         vst2_s32(out + 2 * (m - b - 1), (int32x2x2_t{{vrev64_s32(jr), vrev64_s32(ji)}}));
         vst2_s32(out + 2 * b, (int32x2x2_t{{kr, ki}}));
-        const int32x4_t jk = vorrq_s32(magnitude(vcombine_s32(jr, ji)), magnitude(vcombine_s32(kr, ki)));
+        const int32x4_t jk =
+            vorrq_s32(magnitude(vcombine_s32(jr, ji)), magnitude(vcombine_s32(kr, ki)));
         bits = vorr_s32(bits, vorr_s32(vget_low_s32(jk), vget_high_s32(jk)));
     }
     return static_cast<uint32_t>(vget_lane_s32(bits, 0) | vget_lane_s32(bits, 1));
@@ -129,7 +134,8 @@ void round_words(int32_t *v, int n, int k) {
 void unpack_real(const int32_t *z, int32_t *dst, int m) {
     // Pairs (re, im) of z become (re, 0, im, 0); from the front, as the portable loop.
     const int32x4_t zero = vdupq_n_s32(0);
-    for (int t = 0; t < m; t += 2) vst2q_s32(dst + 4 * t, (int32x4x2_t{{vld1q_s32(z + 2 * t), zero}}));
+    for (int t = 0; t < m; t += 2)
+        vst2q_s32(dst + 4 * t, (int32x4x2_t{{vld1q_s32(z + 2 * t), zero}}));
 }
 
 }  // namespace sonvel::fft::simd

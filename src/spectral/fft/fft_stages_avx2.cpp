@@ -12,7 +12,6 @@
 
 #include <type_traits>
 
-
 namespace sonvel::fft::simd {
 namespace {
 
@@ -21,7 +20,9 @@ using V = __m256i;
 SONVEL_LANES_TARGET inline V load(const int32_t *p) {
     return _mm256_loadu_si256(reinterpret_cast<const V *>(p));
 }
-SONVEL_LANES_TARGET inline void store(int32_t *p, V v) { _mm256_storeu_si256(reinterpret_cast<V *>(p), v); }
+SONVEL_LANES_TARGET inline void store(int32_t *p, V v) {
+    _mm256_storeu_si256(reinterpret_cast<V *>(p), v);
+}
 
 // Two complex values from each of two places.
 SONVEL_LANES_TARGET inline V load2x2(const int32_t *lo, const int32_t *hi) {
@@ -222,8 +223,8 @@ struct RoundMiddle {
 // top = 2^(31+shift) more, so that the rounded values fit exactly when the sums lie in
 // [0, 2^(32+shift)).
 struct RoundClamp {
-    V lead_;    // 2^(shift-1) + kOffset + top
-    V top;      // 2^(31+shift)
+    V lead_;  // 2^(shift-1) + kOffset + top
+    V top;    // 2^(31+shift)
     __m128i count;
     __m128i countHigh;
     V hi32;     // 2^(31+shift) - 1
@@ -284,7 +285,8 @@ SONVEL_LANES_TARGET inline void butterflies(V (&d)[4], const V (&w)[3], const Ro
 
 // A radix-4 stage with m >= 4: four consecutive k of one group per step.
 template <bool Swap, class Round>
-SONVEL_LANES_TARGET void stage_wide(int32_t *dat, int n, int m, const int32_t *tw, const Round &round) {
+SONVEL_LANES_TARGET void stage_wide(int32_t *dat, int n, int m, const int32_t *tw,
+                                    const Round &round) {
     const int32_t *w1 = tw;
     const int32_t *w2 = tw + 2 * m;
     const int32_t *w3 = tw + 4 * m;
@@ -323,7 +325,8 @@ SONVEL_LANES_TARGET void stage_pairs(int32_t *dat, int n, const int32_t *tw, con
 }
 
 template <bool Swap, class Round>
-SONVEL_LANES_TARGET void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Round &round) {
+SONVEL_LANES_TARGET void stage(int32_t *d, const Plan &p, const Layout &l, int s,
+                               const Round &round) {
     const int m = l.firstRadix << (2 * (s - 1));
     const int32_t *tw = p.tw + l.twOffset[s];
     if (m == 2) {
@@ -335,7 +338,8 @@ SONVEL_LANES_TARGET void stage(int32_t *d, const Plan &p, const Layout &l, int s
 
 }  // namespace
 
-SONVEL_LANES_TARGET int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard, bool swap) {
+SONVEL_LANES_TARGET int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard,
+                                    bool swap) {
     if (p.firstRadix == 4) {
         return swap ? first_stage4<true>(src, dst, p, guard)
                     : first_stage4<false>(src, dst, p, guard);
@@ -348,7 +352,8 @@ SONVEL_LANES_TARGET void middle_stage(int32_t *d, const Plan &p, const Layout &l
 }
 
 template <class Round>
-SONVEL_LANES_TARGET void last_stage_with(int32_t *d, const Plan &p, const Layout &l, bool swap, const Round &round) {
+SONVEL_LANES_TARGET void last_stage_with(int32_t *d, const Plan &p, const Layout &l, bool swap,
+                                         const Round &round) {
     if (swap) {
         stage<true>(d, p, l, l.stages - 1, round);
     } else {
@@ -356,8 +361,8 @@ SONVEL_LANES_TARGET void last_stage_with(int32_t *d, const Plan &p, const Layout
     }
 }
 
-SONVEL_LANES_TARGET void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift, bool swap,
-                        bool fits) {
+SONVEL_LANES_TARGET void last_stage(int32_t *d, const Plan &p, const Layout &l, int shift,
+                                    bool swap, bool fits) {
     const int64_t half = (int64_t{1} << (shift - 1)) + kOffset;
     const __m128i count = _mm_cvtsi32_si128(shift);
     const __m128i countHigh = _mm_cvtsi32_si128(32 - shift);
@@ -365,7 +370,8 @@ SONVEL_LANES_TARGET void last_stage(int32_t *d, const Plan &p, const Layout &l, 
         last_stage_with(d, p, l, swap, RoundPlain{_mm256_set1_epi64x(half), count, countHigh});
     } else {
         const int64_t top = int64_t{1} << (31 + shift);
-        const RoundClamp round{_mm256_set1_epi64x(half + top), _mm256_set1_epi64x(top),
+        const RoundClamp round{_mm256_set1_epi64x(half + top),
+                               _mm256_set1_epi64x(top),
                                count,
                                countHigh,
                                _mm256_set1_epi64x(top - 1),

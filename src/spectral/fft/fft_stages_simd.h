@@ -11,7 +11,6 @@
 
 namespace sonvel::fft::simd {
 
-
 // Common headroom of all words in [lo, hi], the range of a block's words (lo <= 0 <= hi).
 inline int range_headroom(int32_t lo, int32_t hi) {
     const int a = fx::hr(lo);

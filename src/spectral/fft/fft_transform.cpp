@@ -220,7 +220,8 @@ void complex_transform(const int32_t *src, int32_t *dst, const Plan &p, const La
 
 void run_transform(const int32_t *src, int32_t *dst, const Plan &p, int shift, bool inverse,
                    Kernels kernels) {
-    if (inverse ? real_inverse(src, dst, p, shift, kernels) : real_forward(src, dst, p, shift, kernels)) {
+    if (inverse ? real_inverse(src, dst, p, shift, kernels)
+                : real_forward(src, dst, p, shift, kernels)) {
         return;
     }
     complex_transform(src, dst, p, p.full, shift, inverse, kernels);
