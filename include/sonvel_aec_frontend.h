@@ -2,7 +2,8 @@
  *
  * On real devices the echo often reaches the microphone 20-300 ms after the reference is tapped,
  * beyond the adaptive filter's reach (48 ms; about 56 ms at most with u8StartPart), the two clocks
- * drift apart and the microphone carries a DC offset. The front end lines the reference up before the core sees it:
+ * drift apart and the microphone carries a DC offset. The front end lines the reference up before
+ * the core sees it:
  *   - a DC-blocking high-pass on the microphone and the reference (first order, cut-off about
  *     40 Hz at both rates; see the implementation's opening comment for the exact coefficients);
  *   - a reference delay line of up to SONVEL_AEC_FRONTEND_MAX_DELAY_MS;

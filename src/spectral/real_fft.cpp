@@ -39,7 +39,8 @@ bool vector_loops(const void *plan) {
 int32_t neg_sat(int32_t x) { return fx::sat32(-static_cast<int64_t>(x)); }
 
 // c[2i] = (buf[i], 0) for i = from..N-1.
-// One word pair per pass: the compiler vectorises this form (c is a local of the caller, never buf).
+// One word pair per pass: the compiler vectorises this form (c is a local of the caller, never
+// buf).
 void real_to_complex(const int32_t *__restrict buf, int32_t *__restrict c, int32_t from,
                      int32_t n) {
     for (int32_t i = from; i < n; ++i) {

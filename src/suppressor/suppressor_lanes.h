@@ -1,5 +1,6 @@
 // The lane loops of the suppressor's own per-bin and per-sample steps (suppressor_lanes.cpp): the
-// windowed frames, the zero-word marking of the spectra, the bin powers and their sums, the common scale and band sums of the smoothed powers, the shaped gains and their
+// windowed frames, the zero-word marking of the spectra, the bin powers and their sums, the common
+// scale and band sums of the smoothed powers, the shaped gains and their
 // application, and the synthesis' unwindowing and overlap-add. Each runs whole vector steps from
 // the start of its arrays and returns how many elements (or bins) it did; the caller's portable
 // loop does the rest, so counts that are no multiple of the step and operands a loop does not take

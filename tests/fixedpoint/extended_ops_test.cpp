@@ -16,7 +16,8 @@ constexpr int32_t kMax = INT32_MAX;
 constexpr int32_t kMin = INT32_MIN;
 
 TEST(Tables, LogarithmAndPowerTablesFollowTheirRules) {
-    // Logarithm: upper half round(32767 log2(1 + j/32)); lower half the difference to the next value.
+    // Logarithm: upper half round(32767 log2(1 + j/32)); lower half the difference to the next
+    // value.
     auto log_q15 = [](int j) {
         return static_cast<int32_t>(std::floor(32767.0 * std::log2(1.0 + j / 32.0) + 0.5));
     };

@@ -1,6 +1,7 @@
 // Scalar operators: randomized and boundary comparison with plain 64-bit reference formulas and
 // with the literal step-by-step definitions (doubling loops, restoring division, counting loops),
-// documented results the sweeps do not reach, and the exported operators against their inline twins.
+// documented results the sweeps do not reach, and the exported operators against their inline
+// twins.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -145,7 +145,8 @@ TEST(PluginProcess, BuffersOfSeveralFramesMatchTheCorePath) {
             EXPECT_EQ(o.ps16Main, out.data() + pos) << "the record's own pointer is not moved";
             pos += count * f;
         }
-        // The core path: the same record through Sonvel_AEC_Init and Sonvel_AEC_Apply frame by frame.
+        // The core path: the same record through Sonvel_AEC_Init and Sonvel_AEC_Apply frame by
+        // frame.
         sonvel::test::GuardedBlock block;
         void *core = nullptr;
         const AecCfg cfg = builtin_record(byte);

@@ -31,7 +31,8 @@ TEST(FaultInjection, DamagedWordsAndRandomBlocksAreRefusedBeforeAnyWrite) {
         {"header magic", offsetof(sonvel::AecHeader, u16HdrMagic), 2, -51, 0, 0},
         {"state magic", kState + offsetof(AecState, u32StateMagic), 4, 0, -51, -51},
         {"init magic", kState + offsetof(AecState, u16InitMagic), 2, 0, -101, 0},
-        // An offset other than 3880 is never followed (a high bit would point far outside the block).
+        // An offset other than 3880 is never followed (a high bit would point far outside the
+        // block).
         {"state offset", offsetof(sonvel::AecHeader, u32StateOffset), 4, -51, -51, -51},
     };
     for (uint8_t rate : {uint8_t{0}, uint8_t{1}}) {

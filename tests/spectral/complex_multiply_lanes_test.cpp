@@ -1,4 +1,5 @@
-// The steps of the lane vocabulary against their scalar definitions on boundary and random operands, then the
+// The steps of the lane vocabulary against their scalar definitions on boundary and random
+// operands, then the
 // complex multiply lane loops against the portable ones on random, boundary and saturating
 // spectra for every count up to 136. Skipped where the processor has no vector unit.
 #include <gtest/gtest.h>

@@ -168,7 +168,8 @@ TEST(FftService, ScaleFactorRoundsSaturatesAndClamps) {
 }
 
 // The vectorised stages (where the processor has them) give the portable stages' bits, so every
-// target computes the same spectra: random parts, often pinned to the extremes, and constant blocks.
+// target computes the same spectra: random parts, often pinned to the extremes, and constant
+// blocks.
 TEST(FftService, VectorisedStagesMatchPortableStages) {
     using namespace sonvel::fft;
     for (int order : {7, 8}) {

@@ -1,7 +1,8 @@
 // The lane loops around the complex transform and of the block normaliser against the portable
 // ones: the real FFT pair end to end behind a plan that asks for the portable loops, on random
 // and boundary words (the saturating conjugation of -2^31 included), and the normaliser for
-// every count up to 40 and the block sizes with shifts to both sides. Skipped where the processor has no vector unit.
+// every count up to 40 and the block sizes with shifts to both sides. Skipped where the processor
+// has no vector unit.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,5 +1,6 @@
 // Lane equivalence of the reciprocal family (reciprocal, reciprocal square root, square root; the
-// kernel is the test parameter) against the scalar functions, bit for bit: every mantissa of the binades where the estimate tables and the
+// kernel is the test parameter) against the scalar functions, bit for bit: every mantissa of the
+// binades where the estimate tables and the
 // exponent arithmetic change behaviour, every class of special operand in every lane beside
 // ordinary ones, and random bit patterns. On x86-64 only where the processor runs AVX2 and FMA.
 #include <gtest/gtest.h>
@@ -68,7 +69,8 @@ class ReciprocalLanes : public ::testing::TestWithParam<Kernel> {
     }
 };
 
-// Whole binades, the vectors alternately positive and negative: both parities of the exponent around 1 (the two halves
+// Whole binades, the vectors alternately positive and negative: both parities of the exponent
+// around 1 (the two halves
 // of the square root table) in full; a sample of every third mantissa of the denormals, the
 // smallest normals, the edges of the range of ordinary operands (fields 1/2 and 250/251) and the
 // top, where reciprocal estimates become denormal.

@@ -1,4 +1,5 @@
-// Lane equivalence of the smoothing and power loops (the kernel is the test parameter), bit for bit: every count
+// Lane equivalence of the smoothing and power loops (the kernel is the test parameter), bit for
+// bit: every count
 // from 0 to 136 (whole vector steps, the portable tail and the words behind the count, which stay
 // untouched), operands mixing boundary values (-2^31, -1, 0, powers of two, 2^31 - 1) with random
 // ones, extreme Q values, and factors 0, 32767 and negative ones (which some loops leave to the

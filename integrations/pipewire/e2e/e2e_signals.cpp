@@ -4,7 +4,8 @@
 //       writes a two-channel 16000 Hz file: channel 0 the microphone, channel 1 the reference.
 //       Layout: 1.5 s of silence (time for the links), 8 s far end only (the microphone holds the
 //       reference through a room response delayed 40 ms, plus noise), 0.6 s of silence (it marks
-//       the parts in the recording), 5 s near end only, 0.5 s of silence. Both channels leave one player, so they stay sample-aligned through the graph.
+//       the parts in the recording), 5 s near end only, 0.5 s of silence. Both channels leave one
+// player, so they stay sample-aligned through the graph.
 //   e2e_signals measure PAIR.wav OUT.wav MIN_REDUCTION_DB MAX_NEAR_CHANGE_DB
 //       OUT.wav: the canceller's output and the microphone, recorded together. Reports the
 //       far-end-only echo reduction and the near-end-only level change; exits 1 when either

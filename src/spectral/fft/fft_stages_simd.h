@@ -24,7 +24,8 @@ inline int range_headroom(int32_t lo, int32_t hi) {
 // behaviour: the shifts and sums wrap on the vector lanes) and must be rewritten.
 int first_stage(const int32_t *src, int32_t *dst, const Layout &l, int guard, bool swap);
 
-// Radix-4 stage s (1 .. l.stages - 2) in place; results rounded by 2^-(kProductBits + 2), not clamped
+// Radix-4 stage s (1 .. l.stages - 2) in place; results rounded by 2^-(kProductBits + 2), not
+// clamped
 // (with the headroom they fit).
 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s);
 
