@@ -31,13 +31,13 @@ TEST_F(Tool, AnalyzeFindsTheDelayAndDcAndRecommendsTheOptions) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.delay_ms);
-        cli::ScenarioSpec spec;
-        spec.rate = c.rate;
-        spec.segments = conversation();
-        spec.bulk_delay_ms = c.delay_ms;
-        spec.mic_dc = c.dc;
-        spec.echo_gain_db = c.echo_db;
-        const cli::Scenario s = cli::make_scenario(spec);
+        cli::ScenarioSpec setup;
+        setup.rate = c.rate;
+        setup.segments = conversation();
+        setup.bulk_delay_ms = c.delay_ms;
+        setup.mic_dc = c.dc;
+        setup.echo_gain_db = c.echo_db;
+        const cli::Scenario s = cli::make_scenario(setup);
         write_wav(path("m.wav"), c.rate, s.mic);
         write_wav(path("r.wav"), c.rate, s.ref);
         ToolRun r = tool("analyze m.wav r.wav", dir_);

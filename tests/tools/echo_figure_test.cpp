@@ -43,14 +43,14 @@ TEST_F(Tool, SummaryEchoReductionIsTheFarEndOnlyReduction) {
     for (const auto &c : cases) {
         SCOPED_TRACE(std::to_string(c.rate) + " Hz, " + std::to_string(c.delay_ms) + " ms " +
                      c.options);
-        cli::ScenarioSpec spec = cli::demo_spec(c.rate);
-        if (!c.demo) spec.segments = third_double_talk;
-        spec.bulk_delay_ms = c.delay_ms;
-        spec.mic_dc = c.dc;
-        spec.echo_gain_db = c.echo_db;
-        spec.near_dbfs = c.near_db;
-        spec.seed = c.demo ? 0 : 1;
-        const cli::Scenario s = cli::make_scenario(spec);
+        cli::ScenarioSpec setup = cli::demo_spec(c.rate);
+        if (!c.demo) setup.segments = third_double_talk;
+        setup.bulk_delay_ms = c.delay_ms;
+        setup.mic_dc = c.dc;
+        setup.echo_gain_db = c.echo_db;
+        setup.near_dbfs = c.near_db;
+        setup.seed = c.demo ? 0 : 1;
+        const cli::Scenario s = cli::make_scenario(setup);
         write_wav(path("m.wav"), c.rate, s.mic);
         write_wav(path("r.wav"), c.rate, s.ref);
         const ToolRun r = tool("process m.wav r.wav -o o.wav --align --json " + c.options, dir_);

@@ -164,37 +164,37 @@ std::vector<int16_t> to_pcm(const std::vector<double> &x) {
 }  // namespace
 
 ScenarioSpec demo_spec(int rate) {
-    ScenarioSpec spec;
-    spec.rate = rate;
-    spec.segments = {{"far end only", 0, 6, true, false},
-                     {"near end only", 6, 10, false, true},
-                     {"double talk", 10, 16, true, true},
-                     {"far end only", 16, 22, true, false}};
-    return spec;
+    ScenarioSpec setup;
+    setup.rate = rate;
+    setup.segments = {{"far end only", 0, 6, true, false},
+                      {"near end only", 6, 10, false, true},
+                      {"double talk", 10, 16, true, true},
+                      {"far end only", 16, 22, true, false}};
+    return setup;
 }
 
 Scenario make_scenario(int rate) { return make_scenario(demo_spec(rate)); }
 
-Scenario make_scenario(const ScenarioSpec &spec) {
-    const int rate = spec.rate;
+Scenario make_scenario(const ScenarioSpec &setup) {
+    const int rate = setup.rate;
     Scenario s;
     s.rate = rate;
-    s.segments = spec.segments;
-    const double seconds = spec.segments.empty() ? 0.0 : spec.segments.back().end;
+    s.segments = setup.segments;
+    const double seconds = setup.segments.empty() ? 0.0 : setup.segments.back().end;
     const auto n = static_cast<std::size_t>(seconds * rate);
-    s.bulk_delay = static_cast<int>(std::lround(spec.bulk_delay_ms * rate / 1000.0));
+    s.bulk_delay = static_cast<int>(std::lround(setup.bulk_delay_ms * rate / 1000.0));
 
-    std::vector<double> far = talker({120.0, 1.0, 11 + spec.seed}, n, rate);
-    std::vector<double> near = talker({210.0, 1.18, 23 + spec.seed}, n, rate);
-    gate(far, rate, talking(spec.segments, &Segment::far));
-    gate(near, rate, talking(spec.segments, &Segment::near));
-    normalise(far, spec.far_dbfs);
-    normalise(near, spec.near_dbfs);
+    std::vector<double> far = talker({120.0, 1.0, 11 + setup.seed}, n, rate);
+    std::vector<double> near = talker({210.0, 1.18, 23 + setup.seed}, n, rate);
+    gate(far, rate, talking(setup.segments, &Segment::far));
+    gate(near, rate, talking(setup.segments, &Segment::near));
+    normalise(far, setup.far_dbfs);
+    normalise(near, setup.near_dbfs);
     std::vector<double> echo = convolve(far, room(rate, s.bulk_delay));
-    const double echo_gain = std::pow(10.0, spec.echo_gain_db / 20.0);
+    const double echo_gain = std::pow(10.0, setup.echo_gain_db / 20.0);
 
     // Background noise: low-passed white noise.
-    std::mt19937 rng(5 + spec.seed);
+    std::mt19937 rng(5 + setup.seed);
     std::normal_distribution<double> gauss(0.0, 1.0);
     std::vector<double> noise(n);
     double lp = 0;
@@ -202,13 +202,13 @@ Scenario make_scenario(const ScenarioSpec &spec) {
         lp = 0.9 * lp + 0.1 * gauss(rng);
         v = lp;
     }
-    normalise(noise, spec.noise_dbfs);
+    normalise(noise, setup.noise_dbfs);
 
     std::vector<double> mic(n), clean(n);
     for (std::size_t i = 0; i < n; ++i) {
         echo[i] *= echo_gain;
         clean[i] = near[i] + noise[i];
-        mic[i] = clean[i] + echo[i] + spec.mic_dc;
+        mic[i] = clean[i] + echo[i] + setup.mic_dc;
     }
     s.ref = to_pcm(far);
     s.mic = to_pcm(mic);

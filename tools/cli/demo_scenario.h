@@ -42,6 +42,6 @@ struct ScenarioSpec {
 // The demonstration: 22 s in four segments, a 4 ms echo path.
 ScenarioSpec demo_spec(int rate);
 Scenario make_scenario(int rate);
-Scenario make_scenario(const ScenarioSpec &spec);
+Scenario make_scenario(const ScenarioSpec &setup);
 
 }  // namespace cli

@@ -149,10 +149,10 @@ SONVEL_LANES_TARGET int symmetric_input_headroom(const int32_t *src, int n) {
     return h < edges ? h : edges;
 }
 
-SONVEL_LANES_TARGET void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k) {
+SONVEL_LANES_TARGET void split(const int32_t *spectrum, const int32_t *w, int32_t *dst, int m, int k) {
     const V conj = _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1);
     for (int b = 1; b <= m / 2; b += 4) {
-        const Pair p = pair(spec + 2 * b, spec + 2 * (m - b - 3), w + 2 * b, false);
+        const Pair p = pair(spectrum + 2 * b, spectrum + 2 * (m - b - 3), w + 2 * b, false);
         // Bins M-b-3..M-b first, then b..b+3 (for b + 3 = M/2 both write bin M/2 alike), each
         // with its conjugate at N - bin: M+b..M+b+3 and N-b-3..N-b (both write bin 3M/2 alike).
         const V jr = round_shift(_mm256_sub_epi64(p.s.re, p.t.re), k);

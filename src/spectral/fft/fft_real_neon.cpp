@@ -90,10 +90,10 @@ int symmetric_input_headroom(const int32_t *src, int n) {
     return fx::hr(vget_lane_s32(bits, 0) | vget_lane_s32(bits, 1) | edges);
 }
 
-void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k) {
+void split(const int32_t *spectrum, const int32_t *w, int32_t *dst, int m, int k) {
     const int64x2_t down = vdupq_n_s64(-k);
     for (int b = 1; b <= m / 2; b += 2) {
-        const Pair p = pair(spec + 2 * b, spec + 2 * (m - b - 1), w + 2 * b, false);
+        const Pair p = pair(spectrum + 2 * b, spectrum + 2 * (m - b - 1), w + 2 * b, false);
         // Bins M-b-1, M-b first, then b, b+1 (for b + 1 = M/2 both write bin M/2 alike), each
         // with its conjugate at N - bin: M+b, M+b+1 and N-b-1, N-b (both write bin 3M/2 alike).
         const int32x2_t jr = vmovn_s64(vrshlq_s64(vsubq_s64(p.sr, p.tr), down));

@@ -132,15 +132,15 @@ bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     // that their roundings fall as far below the last place as they can (their first stage
     // shifts it); Z 2^f on the stack, |Z 2^f| <= sqrt(2) 2^30 with the headroom.
     const int c = h - (p.order - 1);
-    alignas(32) int32_t spec[kMaxN];
-    complex_transform(z, spec, p, p.half, c - f, false, kernels, -c);
+    alignas(32) int32_t spectrum[kMaxN];
+    complex_transform(z, spectrum, p, p.half, c - f, false, kernels, -c);
     const SinkRounded sink{dst, k};
     const int32_t *w = p.tw + p.splitOffset;
     if constexpr (simd::kRealSteps) {
-        if (vec) simd::split(spec, w, dst, m, k);
+        if (vec) simd::split(spectrum, w, dst, m, k);
     }
-    if (!vec) step<false>(spec, w, m, sink);
-    const int64_t r0 = spec[0], i0 = spec[1];
+    if (!vec) step<false>(spectrum, w, m, sink);
+    const int64_t r0 = spectrum[0], i0 = spectrum[1];
     sink(0, (r0 + i0) << (1 + kProductBits), 0);
     sink(m, (r0 - i0) << (1 + kProductBits), 0);
     // Bins N-b = conj(bin b); |Im X[b]| < 2^31 - 2^(31 - log2 N) + 2, so the negation never

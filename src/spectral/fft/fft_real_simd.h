@@ -26,9 +26,9 @@ int symmetric_input_headroom(const int32_t *src, int n);
 // dst[4t..4t+3] = (Re z[t], 0, Im z[t], 0), t < m, from the front (z may lie in dst's upper half).
 void unpack_real(const int32_t *z, int32_t *dst, int m);
 
-// The split step's bins 1..M/2 and M/2..M-1 from spec (bins 0..M-1), rounded by 2^-k, k >= 5,
+// The split step's bins 1..M/2 and M/2..M-1 from spectrum (bins 0..M-1), rounded by 2^-k, k >= 5,
 // and with them bins N-b = conj(bin b) (M+1..N-1); bins 0 and M are left to the caller.
-void split(const int32_t *spec, const int32_t *w, int32_t *dst, int m, int k);
+void split(const int32_t *spectrum, const int32_t *w, int32_t *dst, int m, int k);
 
 // The merge step's bins 1..M-1 as 32-bit words into out (bins 0 and M are the caller's); returns
 // the OR of their magnitude bits. They are the portable step's 64-bit results, which fit: with
