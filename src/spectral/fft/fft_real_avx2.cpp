@@ -149,7 +149,8 @@ SONVEL_LANES_TARGET int symmetric_input_headroom(const int32_t *src, int n) {
     return h < edges ? h : edges;
 }
 
-SONVEL_LANES_TARGET void split(const int32_t *spectrum, const int32_t *w, int32_t *dst, int m, int k) {
+SONVEL_LANES_TARGET void split(const int32_t *spectrum, const int32_t *w, int32_t *dst, int m,
+                               int k) {
     const V conj = _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1);
     for (int b = 1; b <= m / 2; b += 4) {
         const Pair p = pair(spectrum + 2 * b, spectrum + 2 * (m - b - 3), w + 2 * b, false);
