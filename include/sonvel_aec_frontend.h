@@ -23,8 +23,9 @@
  * allocated, there is no global writable data and no pointer is kept beyond a call. The
  * arithmetic is integer, so every platform gives the same bits. With the front end off
  * (a null front-end record, or every mode off) the stream's output is the core's, sample for
- * sample. One instance must be used by one thread at a time. In-place processing (output
- * aliasing an input) is not supported. */
+ * sample. One instance must be used by one thread at a time. The stream does not support in-place
+ * processing (its output must not alias an input); the front end alone may write each frame over
+ * its own input (see Sonvel_AEC_FrontendProcess). */
 #ifndef SONVEL_AEC_FRONTEND_H
 #define SONVEL_AEC_FRONTEND_H
 
