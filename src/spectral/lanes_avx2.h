@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "spectral/processor.h"
-#include "spectral/reciprocal_lanes.h"
+#include "spectral/reciprocal.h"
 
 #define LN_FN SONVEL_LANES_TARGET inline
 
@@ -246,15 +246,92 @@ LN_FN I32 f2i(F32 f) {
     return _mm256_andnot_si256(nan, _mm256_xor_si256(r, big));
 }
 LN_FN F32 fmul(F32 a, F32 b) { return _mm256_mul_ps(a, b); }
-// sp::recip, sp::rsqrt and sp::sqrt of each lane.
-LN_FN F32 recip(F32 x) { return sp::recip8(x); }
-LN_FN F32 rsqrt(F32 x) { return sp::rsqrt8(x); }
-LN_FN F32 sqrt(F32 x) { return sp::sqrt8(x); }
+// sp::recip, sp::rsqrt and sp::sqrt of each lane, with the same bits for every operand: operands
+// of a moderate exponent take the table estimate and three fused steps in the lanes; a vector
+// holding any other operand (zero, denormal, near the top of the range, infinity, NaN, a negative
+// square root) is done lane by lane with the scalar functions.
+namespace detail {
+
+// The byte at index i of an estimate table, per lane. The gather reads the aligned 32-bit word that
+// holds it (the tables' lengths are multiples of four, so the word is always inside the table).
+LN_FN __m256i table_byte(const uint8_t *table, __m256i i) {
+    const __m256i word = _mm256_i32gather_epi32(reinterpret_cast<const int *>(table),
+                                                _mm256_andnot_si256(_mm256_set1_epi32(3), i), 1);
+    const __m256i shift = _mm256_slli_epi32(_mm256_and_si256(i, _mm256_set1_epi32(3)), 3);
+    return _mm256_and_si256(_mm256_srlv_epi32(word, shift), _mm256_set1_epi32(0xFF));
+}
+
+// Exponent field 2..250 in every lane (sign ignored): u & 0x7FFFFFFF in [2^24, 251 * 2^23).
+LN_FN bool all_moderate(__m256i magnitude) {
+    const __m256i ok =
+        _mm256_and_si256(_mm256_cmpgt_epi32(magnitude, _mm256_set1_epi32(0x00FFFFFF)),
+                         _mm256_cmpgt_epi32(_mm256_set1_epi32(0x7D800000), magnitude));
+    return _mm256_movemask_epi8(ok) == -1;
+}
+
+template <float (*F)(float)>
+LN_FN __m256 lane_by_lane(__m256 x) {
+    alignas(32) float v[8];
+    _mm256_store_ps(v, x);
+    for (float &e : v) e = F(e);
+    return _mm256_load_ps(v);
+}
+
+}  // namespace detail
+
+// 1/x per lane, as sp::recip.
+LN_FN F32 recip(F32 x) {
+    const __m256i u = _mm256_castps_si256(x);
+    const __m256i sign =
+        _mm256_and_si256(u, _mm256_set1_epi32(static_cast<int>(sp::detail::kSign)));
+    const __m256i magnitude = _mm256_xor_si256(u, sign);
+    if (!detail::all_moderate(magnitude)) return detail::lane_by_lane<sp::recip>(x);
+    // Estimate: exponent 253 - e, fraction from the table at the top 8 fraction bits.
+    const __m256i exponent = _mm256_sub_epi32(_mm256_set1_epi32(253 << 23),
+                                              _mm256_and_si256(u, _mm256_set1_epi32(0x7F800000)));
+    const __m256i index = _mm256_and_si256(_mm256_srli_epi32(u, 15), _mm256_set1_epi32(0xFF));
+    const __m256i fraction =
+        _mm256_slli_epi32(detail::table_byte(sp::detail::kRecipEstimate.data(), index), 15);
+    __m256 r = _mm256_castsi256_ps(_mm256_or_si256(_mm256_or_si256(sign, exponent), fraction));
+    // Three steps r <- r * (2 - x*r), the inner expression rounded once.
+    const __m256 two = _mm256_set1_ps(2.0f);
+    for (int i = 0; i < 3; ++i) r = _mm256_mul_ps(r, _mm256_fnmadd_ps(x, r, two));
+    return r;
+}
+
+// 1/sqrt(x) per lane, as sp::rsqrt.
+LN_FN F32 rsqrt(F32 x) {
+    const __m256i u = _mm256_castps_si256(x);
+    if (!detail::all_moderate(u)) return detail::lane_by_lane<sp::rsqrt>(x);  // negatives too
+    // Estimate: exponent (380 - e) / 2; an even exponent indexes 1.f (top 8 fraction bits, upper
+    // half of the table), an odd one 0.1f (top 7 fraction bits, lower half).
+    const __m256i e = _mm256_srli_epi32(u, 23);
+    const __m256i odd = _mm256_and_si256(e, _mm256_set1_epi32(1));
+    const __m256i top8 = _mm256_and_si256(_mm256_srli_epi32(u, 15), _mm256_set1_epi32(0xFF));
+    const __m256i index =
+        _mm256_add_epi32(_mm256_srlv_epi32(top8, odd),
+                         _mm256_slli_epi32(_mm256_xor_si256(odd, _mm256_set1_epi32(1)), 7));
+    const __m256i exponent =
+        _mm256_slli_epi32(_mm256_srli_epi32(_mm256_sub_epi32(_mm256_set1_epi32(380), e), 1), 23);
+    const __m256i fraction =
+        _mm256_slli_epi32(detail::table_byte(sp::detail::kRsqrtEstimate.data(), index), 15);
+    __m256 r = _mm256_castsi256_ps(_mm256_or_si256(exponent, fraction));
+    // Three steps r <- r * (3 - x*r*r)/2 as r * (1.5 - (x/2)*(r*r)), the inner expression rounded
+    // once; halving a moderate x is exact.
+    const __m256 half_x = _mm256_mul_ps(x, _mm256_set1_ps(0.5f));
+    const __m256 three_halves = _mm256_set1_ps(1.5f);
+    for (int i = 0; i < 3; ++i)
+        r = _mm256_mul_ps(r, _mm256_fnmadd_ps(half_x, _mm256_mul_ps(r, r), three_halves));
+    return r;
+}
+
+// sqrt(x) per lane, as sp::sqrt.
+LN_FN F32 sqrt(F32 x) { return recip(rsqrt(x)); }
 // sp::sqrt of each lane, +0 for zero lanes, without sending the whole step to the lane-by-lane
 // path of the square root.
 LN_FN F32 sqrt_or_zero(F32 x) {
     const __m256 zero = _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ);
-    return _mm256_andnot_ps(zero, sp::sqrt8(_mm256_blendv_ps(x, _mm256_set1_ps(1.0f), zero)));
+    return _mm256_andnot_ps(zero, sqrt(_mm256_blendv_ps(x, _mm256_set1_ps(1.0f), zero)));
 }
 LN_FN F32 fadd(F32 a, F32 b) { return _mm256_add_ps(a, b); }
 LN_FN F32 fsub(F32 a, F32 b) { return _mm256_sub_ps(a, b); }

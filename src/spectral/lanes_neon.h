@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "spectral/reciprocal_lanes.h"
+#include "spectral/reciprocal.h"
 
 namespace ln {
 
@@ -130,11 +130,20 @@ inline I32 shift_wrap(I32 x, I32 c) {
 inline F32 i2f(I32 x) { return vcvtq_f32_s32(x); }
 inline I32 f2i(F32 f) { return vcvtq_s32_f32(f); }
 inline F32 fmul(F32 a, F32 b) { return vmulq_f32(a, b); }
-inline F32 recip(F32 x) { return sp::recip4(x); }
-inline F32 rsqrt(F32 x) { return sp::rsqrt4(x); }
-inline F32 sqrt(F32 x) { return sp::sqrt4(x); }
+// sp::recip, sp::rsqrt and sp::sqrt of each lane: the estimate and three Newton steps.
+inline F32 recip(F32 x) {
+    F32 r = vrecpeq_f32(x);
+    for (int i = 0; i < 3; ++i) r = vmulq_f32(r, vrecpsq_f32(x, r));
+    return r;
+}
+inline F32 rsqrt(F32 x) {
+    F32 r = vrsqrteq_f32(x);
+    for (int i = 0; i < 3; ++i) r = vmulq_f32(r, vrsqrtsq_f32(x, vmulq_f32(r, r)));
+    return r;
+}
+inline F32 sqrt(F32 x) { return recip(rsqrt(x)); }
 // sp::sqrt of each lane, +0 for zero lanes (the estimate steps give it).
-inline F32 sqrt_or_zero(F32 x) { return sp::sqrt4(x); }
+inline F32 sqrt_or_zero(F32 x) { return sqrt(x); }
 inline F32 fadd(F32 a, F32 b) { return vaddq_f32(a, b); }
 inline F32 fsub(F32 a, F32 b) { return vsubq_f32(a, b); }
 

@@ -21,7 +21,7 @@
 
 namespace {
 
-using namespace sonvel::comfort_noise;  // the shared weights and the Pow / Power pairs
+using namespace sup::comfort_noise;  // the shared weights and the Pow / Power pairs
 
 constexpr int kBins = sonvel::kBinWords;
 constexpr float kTwoPowM15 = 1.0f / 32768.0f;
@@ -51,7 +51,7 @@ void average(sp::Isa isa, Pow a, Power p, int bins) {
         return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
-    for (int k = sp::lanes_on(isa) ? lanes::average(a, p, bins) : 0; k < bins; ++k) {
+    for (int k = sp::lanes_on(isa) ? sup::lanes::average(a, p, bins) : 0; k < bins; ++k) {
         const int qm = std::min(pq[k], a.exp[k]);
         const int32_t x = sp::align_to(weighted_half(pm[k], kTenth), pq[k], qm);
         const int32_t y = sp::align_to(weighted_half(a.man[k], kNineTenths), a.exp[k], qm);
@@ -64,7 +64,7 @@ void floor_down(sp::Isa isa, Pow f, Pow a, int bins) {
     if (sp::lanes_checked(isa, {{f.man, 4u * bins}, {f.exp, 2u * bins}},
                           [&](sp::Isa i) { floor_down(i, f, a, bins); }))
         return;
-    for (int k = sp::lanes_on(isa) ? lanes::floor_down(f, a, bins) : 0; k < bins; ++k) {
+    for (int k = sp::lanes_on(isa) ? sup::lanes::floor_down(f, a, bins) : 0; k < bins; ++k) {
         const int qm = std::min(a.exp[k], f.exp[k]);
         const int32_t av = sp::align_to(a.man[k], a.exp[k], qm);
         const int32_t fl = sp::align_to(f.man[k], f.exp[k], qm);
@@ -82,7 +82,7 @@ void count_persistence(sp::Isa isa, int16_t *t, int16_t *above, Power p, Pow f, 
         return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
-    int k = sp::lanes_on(isa) ? lanes::count_persistence(t, above, p, f, bins) : 0;
+    int k = sp::lanes_on(isa) ? sup::lanes::count_persistence(t, above, p, f, bins) : 0;
     for (; k < bins; ++k) {
         const int qf4 = f.exp[k] - 2;
         const int qm = std::min<int>(pq[k], qf4);
@@ -101,7 +101,7 @@ void floor_up(sp::Isa isa, Pow f, Power p, const int16_t *t, const int16_t *abov
         return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
-    const int done = sp::lanes_on(isa) ? lanes::floor_up(f, p, t, above, bins) : 0;
+    const int done = sp::lanes_on(isa) ? sup::lanes::floor_up(f, p, t, above, bins) : 0;
     for (int k = bins - 1; k >= done; --k) {
         if (t[k] <= kRiseCntLong && above[k] != 0) continue;
         const int16_t qm = std::min(pq[k], f.exp[k]);
@@ -123,7 +123,7 @@ void average_catch_up(sp::Isa isa, Pow a, Power p, int bins) {
         return;
     const int32_t *pm = p.man;
     const int16_t *pq = p.exp;
-    for (int k = sp::lanes_on(isa) ? lanes::average_catch_up(a, p, bins) : 0; k < bins; ++k) {
+    for (int k = sp::lanes_on(isa) ? sup::lanes::average_catch_up(a, p, bins) : 0; k < bins; ++k) {
         const int qp2 = pq[k] - 1;
         const int qm = std::min<int>(qp2, a.exp[k]);
         const int32_t p2 = sp::align_to(pm[k], qp2, qm);
@@ -173,11 +173,11 @@ Noise noise_component(int32_t m, int q, int16_t g, int16_t cs, int16_t sn, int s
 
 // The vectorised loop does the leading bins; the per-bin steps do the rest and the whole portable
 // path.
-void sonvel::comfort_noise::add_noise(sp::Isa isa, const Bins &b, const int32_t *e, int32_t *out,
-                                      int n) {
+void sup::comfort_noise::add_noise(sp::Isa isa, const Bins &b, const int32_t *e, int32_t *out,
+                                   int n) {
     if (sp::lanes_checked(isa, {{out, 8u * n}}, [&](sp::Isa i) { add_noise(i, b, e, out, n); }))
         return;
-    for (int k = sp::lanes_on(isa) ? lanes::add_noise(b, e, out, n) : 0; k < n; ++k) {
+    for (int k = sp::lanes_on(isa) ? sup::lanes::add_noise(b, e, out, n) : 0; k < n; ++k) {
         const Noise c =
             noise_component(b.floor_man[k], b.floor_exp[k], b.gain[k], b.cos[k], b.sin[k], b.s);
         out[2 * k] = fx::sat_add(e[2 * k], c.re);
@@ -187,7 +187,7 @@ void sonvel::comfort_noise::add_noise(sp::Isa isa, const Bins &b, const int32_t 
 
 // One block of the floor estimate; the vectorised loops do the leading bins of each step on that
 // path.
-void sonvel::comfort_noise::estimate(sp::Isa isa, AecState *st) {
+void sup::comfort_noise::estimate(sp::Isa isa, AecState *st) {
     const int bins = st->s16HalfFftLen;  // bins 0..L-1
     const int32_t blocks = st->s32CnBlockCnt;
     const Power pw{st->ai32DPowMan, st->as16DPowExp};
@@ -223,7 +223,7 @@ void sonvel::comfort_noise::estimate(sp::Isa isa, AecState *st) {
 }
 
 extern "C" SONVEL_API void Sonvel_AEC_ComfortNoiseEstimate(AecState *state) {
-    sonvel::comfort_noise::estimate(sp::instance_isa(state), state);
+    sup::comfort_noise::estimate(sp::instance_isa(state), state);
 }
 
 extern "C" SONVEL_API void Sonvel_AEC_ComfortNoise(AecState *state, const int16_t *g,
@@ -247,11 +247,11 @@ extern "C" SONVEL_API void Sonvel_AEC_ComfortNoise(AecState *state, const int16_
     OUT[1] = E[1];
 
     // 4. Bins 1..L.
-    const sonvel::comfort_noise::Bins bins{st->ai32CnFloorMan + 1,
-                                           st->as16CnFloorExp + 1,
-                                           g + 1,
-                                           Sonvel_AEC_gasAecCnCos_650 + r + 1,
-                                           Sonvel_AEC_gasAecCnSin_650 + r + 1,
-                                           st->s16RateShift};
-    sonvel::comfort_noise::add_noise(sp::instance_isa(st), bins, E + 2, OUT + 2, last);
+    const sup::comfort_noise::Bins bins{st->ai32CnFloorMan + 1,
+                                        st->as16CnFloorExp + 1,
+                                        g + 1,
+                                        Sonvel_AEC_gasAecCnCos_650 + r + 1,
+                                        Sonvel_AEC_gasAecCnSin_650 + r + 1,
+                                        st->s16RateShift};
+    sup::comfort_noise::add_noise(sp::instance_isa(st), bins, E + 2, OUT + 2, last);
 }

@@ -6,7 +6,7 @@
 
 #include "spectral/processor.h"
 
-namespace sonvel::comfort_noise {
+namespace sup::comfort_noise {
 
 // Inputs of n consecutive bins: the noise floor (mantissas with Q values, m / 2^q), the gains
 // applied to them (Q15), the cosine and sine of their phases (Q15) and the rate shift s.
@@ -25,4 +25,4 @@ void add_noise(sp::Isa isa, const Bins &b, const int32_t *e, int32_t *out, int n
 // One block of the noise floor estimate (Sonvel_AEC_ComfortNoiseEstimate) on the given path.
 void estimate(sp::Isa isa, AecState *st);
 
-}  // namespace sonvel::comfort_noise
+}  // namespace sup::comfort_noise

@@ -8,8 +8,10 @@
 
 #if SONVEL_HAS_LANES
 
-namespace sonvel::comfort_noise::lanes {
+namespace sup::lanes {
 namespace {
+
+using namespace comfort_noise;  // the shared weights and the Pow / Power pairs
 
 using ln::I32;
 
@@ -76,7 +78,8 @@ SONVEL_LANES_TARGET inline ln::Bins noise(I32 m, I32 q, I32 g, I32 cs, I32 sn, I
 
 }  // namespace
 
-SONVEL_LANES_TARGET int add_noise(const Bins &b, const int32_t *e, int32_t *out, int n) {
+SONVEL_LANES_TARGET int add_noise(const comfort_noise::Bins &b, const int32_t *e, int32_t *out,
+                                  int n) {
     const I32 s = ln::dup(b.s);
     int k = 0;
     for (; k + ln::kLanes <= n; k += ln::kLanes) {
@@ -171,6 +174,6 @@ SONVEL_LANES_TARGET int average_catch_up(Pow a, Power p, int n) {
     return k;
 }
 
-}  // namespace sonvel::comfort_noise::lanes
+}  // namespace sup::lanes
 
 #endif

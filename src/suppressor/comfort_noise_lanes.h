@@ -9,7 +9,7 @@
 #include "spectral/lanes.h"
 #include "suppressor/comfort_noise.h"
 
-namespace sonvel::comfort_noise {
+namespace sup::comfort_noise {
 
 inline constexpr float kTenth = 3277.0f;        // 0.1 in Q15
 inline constexpr float kNineTenths = 29490.0f;  // 0.9 in Q15
@@ -32,13 +32,16 @@ struct Power {
     const int16_t *exp;
 };
 
-}  // namespace sonvel::comfort_noise
+}  // namespace sup::comfort_noise
 
-namespace sonvel::comfort_noise::lanes {
+namespace sup::lanes {
+
+using comfort_noise::Pow;
+using comfort_noise::Power;
 
 #if SONVEL_HAS_LANES
 
-int add_noise(const Bins &b, const int32_t *e, int32_t *out, int n);
+int add_noise(const comfort_noise::Bins &b, const int32_t *e, int32_t *out, int n);
 
 // The floor estimate's per-bin loops (see comfort_noise.cpp); `above` holds 1 where the power is
 // above four times the floor, else 0.
@@ -50,7 +53,7 @@ int average_catch_up(Pow a, Power p, int n);
 
 #else
 
-inline int add_noise(const Bins &, const int32_t *, int32_t *, int) { return 0; }
+inline int add_noise(const comfort_noise::Bins &, const int32_t *, int32_t *, int) { return 0; }
 inline int average(Pow, Power, int) { return 0; }
 inline int floor_down(Pow, Pow, int) { return 0; }
 inline int count_persistence(int16_t *, int16_t *, Power, Pow, int) { return 0; }
@@ -59,4 +62,4 @@ inline int average_catch_up(Pow, Power, int) { return 0; }
 
 #endif
 
-}  // namespace sonvel::comfort_noise::lanes
+}  // namespace sup::lanes

@@ -47,7 +47,7 @@ int32_t quotient_q31(int32_t num, int32_t den) {
 
 }  // namespace
 
-namespace sonvel::echo_band {
+namespace sup::echo_band {
 
 // Smoothing factor of one bin from R = Px / ((Asx + Asy) / 2): 24575 - |R - 1| / 2 in Q15,
 // within 8192..24575.
@@ -103,8 +103,12 @@ int16_t update_gain(int16_t h, int16_t g) {
 
 #if SONVEL_HAS_LANES
 
-namespace lanes {
+}  // namespace sup::echo_band
+
+namespace sup::lanes {
 namespace {
+
+using echo_band::Bins;
 
 using ln::I32;
 
@@ -194,7 +198,9 @@ SONVEL_LANES_TARGET int update_gains(Bins asx, const int32_t *w, Bins asy, Bins 
     return k;
 }
 
-}  // namespace lanes
+}  // namespace sup::lanes
+
+namespace sup::echo_band {
 
 #endif
 
@@ -229,7 +235,7 @@ void update_gains(sp::Isa isa, Bins asx, const int32_t *w, Bins asy, Bins ase, i
     }
 }
 
-}  // namespace sonvel::echo_band
+}  // namespace sup::echo_band
 
 namespace {
 
@@ -261,7 +267,7 @@ void silence_latch_and_peak_hold(AecState *st, const Powers &px, int last) {
 extern "C" SONVEL_API void Sonvel_AEC_HnlmGain(AecState *state, const void * /*unused*/,
                                                const int32_t *E, const int32_t *X,
                                                const int32_t *Y) {
-    using namespace sonvel::echo_band;
+    using namespace sup::echo_band;
     AecState *st = state;
     const int last = st->s16HalfFftLen;
     const int bins = last + 4;

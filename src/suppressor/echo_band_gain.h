@@ -7,7 +7,7 @@
 
 #include "spectral/processor.h"
 
-namespace sonvel::echo_band {
+namespace sup::echo_band {
 
 // Smoothing factor in Q15 from R = Px / ((Asx + Asy) / 2): 24575 - |R - 1| / 2, within
 // 8192..24575.
@@ -32,4 +32,4 @@ void smoothing_factors(sp::Isa isa, Bins px, Bins asx, Bins asy, int16_t *a, int
 // h[k] = update_gain(h[k], instant_gain(asx[k], w[k], asy[k], ase[k])) for bins 0..n-1.
 void update_gains(sp::Isa isa, Bins asx, const int32_t *w, Bins asy, Bins ase, int16_t *h, int n);
 
-}  // namespace sonvel::echo_band
+}  // namespace sup::echo_band

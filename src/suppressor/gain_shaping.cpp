@@ -18,7 +18,7 @@
 #include "state/aec_state.h"
 #include "suppressor/suppressor_lanes.h"
 
-namespace sonvel::shaping {
+namespace sup::shaping {
 
 namespace {
 
@@ -149,10 +149,10 @@ void shape_gains(sp::Isa isa, const AecState *st, int16_t *g, int32_t fb, const 
 }
 
 }  // namespace
-}  // namespace sonvel::shaping
+}  // namespace sup::shaping
 
 extern "C" SONVEL_API void Sonvel_AEC_NlpPro(AecState *state, int16_t *g, int32_t fb, int32_t *E) {
-    using namespace sonvel::shaping;
+    using namespace sup::shaping;
     const int last = state->s16HalfFftLen;
     const bool narrow = last == 64;
     const int16_t *wc = narrow ? Sonvel_AEC_gasAecWeightCurve_65 : Sonvel_AEC_gasAecWeightCurve_129;

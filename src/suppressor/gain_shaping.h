@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace sonvel::shaping {
+namespace sup::shaping {
 
 // (wc * min(g, fb) + (32767 - wc) * g) >> 15, saturated: g drawn toward fb by wc where g > fb.
 int16_t weigh_toward_band(int16_t g, int32_t fb, int16_t wc);
@@ -18,4 +18,4 @@ int16_t overdrive_power(int16_t g, int16_t od);
 // the whole group of 4 holding b. Nothing changes for b < 0.
 void pull_toward(int16_t *g, const int16_t *h, int b, int last);
 
-}  // namespace sonvel::shaping
+}  // namespace sup::shaping

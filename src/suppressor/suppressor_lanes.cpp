@@ -21,7 +21,7 @@ SONVEL_LANES_TARGET inline I32 weigh(I32 g, I32 fb, I32 wc) {
     return ln::shr_all(ln::add(toward, keep), 15);
 }
 
-// g^(od / 512) as sonvel::shaping::overdrive_power, for g and od in the int16 range.
+// g^(od / 512) as sup::shaping::overdrive_power, for g and od in the int16 range.
 //  - log2 of g > 0: n = hr(g) in 16..30, y = g << n, table index (y >> 25) - 32 in 0..31, weight
 //    (y >> 10) & 0x7FFF; the doubled product of the weight and the low half of the entry stays
 //    inside the int32 range, the difference from the entry's high half saturates as L_sub.

@@ -106,8 +106,8 @@ TEST(ComfortNoiseEstimate, VectorLoopsGiveThePortableState) {
         if (seed % 6 == 5) port->s16HalfFftLen = seed % 8 < 4 ? 125 : 3;  // bins left to the tail
         auto vec = std::make_unique<AecState>();
         std::memcpy(vec.get(), port.get(), sizeof(AecState));
-        sonvel::comfort_noise::estimate(sp::Isa::kPortable, port.get());
-        sonvel::comfort_noise::estimate(sp::Isa::kVector, vec.get());
+        sup::comfort_noise::estimate(sp::Isa::kPortable, port.get());
+        sup::comfort_noise::estimate(sp::Isa::kVector, vec.get());
         for (size_t k = 0; k < std::size(port->ai32CnAvgMan); ++k) {
             ASSERT_EQ(
                 std::tuple(vec->ai32CnAvgMan[k], vec->as16CnAvgExp[k], vec->ai32CnFloorMan[k],
@@ -197,11 +197,11 @@ TEST(ComfortNoiseGeneration, VectorLoopGivesThePortableBits) {
             e[2 * k] = pick(kMan, int32_t{});
             e[2 * k + 1] = pick(kMan, int32_t{});
         }
-        const sonvel::comfort_noise::Bins bins{man.data(), exp.data(), gain.data(),
-                                               cs.data(),  sn.data(),  static_cast<int>(seed % 2)};
+        const sup::comfort_noise::Bins bins{man.data(), exp.data(), gain.data(),
+                                            cs.data(),  sn.data(),  static_cast<int>(seed % 2)};
         for (const int n : {0, 5, 8, 64, 128, 131}) {
-            sonvel::comfort_noise::add_noise(sp::Isa::kVector, bins, e.data(), vec.data(), n);
-            sonvel::comfort_noise::add_noise(sp::Isa::kPortable, bins, e.data(), port.data(), n);
+            sup::comfort_noise::add_noise(sp::Isa::kVector, bins, e.data(), vec.data(), n);
+            sup::comfort_noise::add_noise(sp::Isa::kPortable, bins, e.data(), port.data(), n);
             ASSERT_EQ(vec, port) << "seed " << seed << " n " << n;
         }
     }

@@ -10,7 +10,7 @@
 
 namespace {
 
-using namespace sonvel::echo_band;
+using namespace sup::echo_band;
 constexpr int32_t kOne = 1 << 30;  // 1.0 at Q value 30
 
 TEST(EchoBandGain, SmoothingFactorGainOfTheCouplingModelAndItsUpdate) {

@@ -15,7 +15,7 @@
 
 namespace {
 
-using namespace sonvel::shaping;
+using namespace sup::shaping;
 using suptest::make_state;
 using Gains = std::vector<int16_t>;
 

@@ -151,8 +151,8 @@ TEST_F(SuppressorLanes, GainShapingAndApplicationGiveThePortableBits) {
                 int16_t od = fx::sat16((int32_t{ov[k]} * oc[k]) >> 14);
                 if (k <= caps.lo) od = std::min(od, caps.cap_lo);
                 if (k >= caps.hi_from && k <= caps.hi_to) od = std::min(od, caps.cap_hi);
-                const int16_t wg = sonvel::shaping::weigh_toward_band(v[k], fb, wc[k]);
-                v[k] = sonvel::shaping::overdrive_power(wg, od);
+                const int16_t wg = sup::shaping::weigh_toward_band(v[k], fb, wc[k]);
+                v[k] = sup::shaping::overdrive_power(wg, od);
             };
             for (int k = 0; k < n; ++k) step(r, k);
             for (int k = lanes::shape_gains(o.data(), fb, wc.data(), ov.data(), oc.data(), caps, n);
