@@ -1,6 +1,6 @@
-// Coherence analysis: the per-bin coherence against a double-precision reference and its vector
-// path against the portable one, band means, the preferred band's order statistics, and the
-// thresholds of the near-end state and the regimes.
+// Coherence analysis: the per-bin coherence against a double-precision reference, the lane
+// equivalence of its loops and of the whole analysis, band means, the preferred band's order
+// statistics, and the thresholds of the near-end state and the regimes.
 #include "suppressor/coherence.h"
 #include "spectral/processor.h"
 
@@ -8,9 +8,12 @@
 #include <numeric>
 #include <random>
 
+#include "suppressor/lane_equivalence.h"
 #include "suppressor/support.h"
 
 namespace {
+
+using suptest::LaneEquivalence;
 
 // Mantissa in [2^29, 2^30) and Q value of a positive value, and back.
 void to_block_float(double v, int32_t &m, int16_t &q) {
@@ -67,84 +70,68 @@ TEST(CoherenceTest, MatchesReferenceForEachPairAtBothRates) {
     }
 }
 
-// The vector path gives the portable bits for any spectra: ordinary block-floating-point values,
-// random words, and the extremes (0, -1, -2^31, 2^31 - 1, Q values whose shifts run far beyond 32
-// bits either way), at every bin count from one vector up, so that every position of the last,
-// overlapping vector is met; and so does the analysis built on the coherences.
-TEST(CoherenceTest, VectorPathMatchesPortable) {
-    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector unit on this processor";
-    auto st = suptest::make_state(true);
-    std::mt19937 rng(31);
-    const int32_t mant_edges[] = {0,         -1,      1,          INT32_MIN,
-                                  INT32_MAX, 1 << 30, -(1 << 30), (1 << 29) + 1};
-    const int16_t q_edges[] = {-32768, 32767, 0, 15, 16, 31, 32, 33, -15, -16, -31, -32, -33, 64};
-    const auto mant = [&](int kind) -> int32_t {
-        if (kind == 0) return mant_edges[rng() % 8];
-        if (kind == 1) return static_cast<int32_t>(rng());
-        const int32_t m = static_cast<int32_t>((1u << 29) + (rng() & ((1u << 29) - 1)));
-        return rng() % 4 == 0 ? -m : m;
+// The family's lane loops. Spectra of ordinary block-floating-point values, random words and the
+// extremes (0, -1, -2^31, 2^31 - 1, Q values whose shifts run far beyond 32 bits either way).
+void fill_spectra(suptest::Draw &draw, AecState *st) {
+    const auto fill = [&](int32_t *m, int16_t *q, int n) {
+        for (int k = 0; k < n; ++k) m[k] = draw.word(), q[k] = draw.q();
     };
-    const auto q = [&](int kind) -> int16_t {
-        if (kind == 0) return q_edges[rng() % 14];
-        if (kind == 1) return static_cast<int16_t>(rng());
-        return static_cast<int16_t>(static_cast<int>(rng() % 24) - 4);
-    };
-    const auto fill = [&](int32_t *m, int16_t *e, int n) {
-        for (int k = 0; k < n; ++k) {
-            const int kind = static_cast<int>(rng() % 8);
-            m[k] = mant(kind < 2 ? 0 : (kind < 4 ? 1 : 2));
-            e[k] = q(kind == 0 || kind == 5 ? 0 : (kind == 2 ? 1 : 2));
-        }
-    };
-    for (int trial = 0; trial < 300; ++trial) {
-        fill(st->ai32SdMan, st->as16SdExp, sonvel::kBinWords);
-        fill(st->ai32SeMan, st->as16SeExp, sonvel::kBinWords);
-        fill(st->ai32SxMan, st->as16SxExp, sonvel::kBinWords);
-        fill(st->ai32SedMan, st->as16SedExp, 2 * sonvel::kBinWords);
-        fill(st->ai32SxdMan, st->as16SxdExp, 2 * sonvel::kBinWords);
-        st->s16HalfFftLen =
-            static_cast<int16_t>(trial % 3 == 0 ? 128 : (trial % 3 == 1 ? 64 : 4 + trial % 125));
-        const int bins = st->s16HalfFftLen + 4;
-        for (bool far : {false, true}) {
-            int16_t want[sonvel::kBinWords], got[sonvel::kBinWords];
-            sup::coherence(sp::Isa::kPortable, st.get(), far, want);
-            sup::coherence(sp::Isa::kVector, st.get(), far, got);
-            for (int k = 0; k < bins; ++k)
-                ASSERT_EQ(got[k], want[k]) << "trial " << trial << " far " << far << " bin " << k;
-        }
-        // Incoherence and first gains from coherences over the whole int16 range.
-        int16_t coh[sonvel::kBinWords], xd_p[sonvel::kBinWords], gain_p[sonvel::kBinWords];
-        for (int k = 0; k < bins; ++k) {
-            coh[k] = static_cast<int16_t>(rng());
-            xd_p[k] = rng() % 4 == 0 ? q_edges[rng() % 2] : static_cast<int16_t>(rng());
-        }
-        int16_t xd_v[sonvel::kBinWords], gain_v[sonvel::kBinWords];
-        std::copy(xd_p, xd_p + bins, xd_v);
-        sup::incoherence_and_gains(sp::Isa::kPortable, coh, xd_p, gain_p, bins);
-        sup::incoherence_and_gains(sp::Isa::kVector, coh, xd_v, gain_v, bins);
-        ASSERT_TRUE(std::equal(xd_p, xd_p + bins, xd_v)) << "trial " << trial;
-        ASSERT_TRUE(std::equal(gain_p, gain_p + bins, gain_v)) << "trial " << trial;
-        // The whole analysis (incoherence, gains, band sort, decisions) on an instance of each
-        // path; aarch64 instances always take the lanes.
-#if defined(__x86_64__)
-        if (trial % 3 == 2) continue;  // the bin counts of the two rates only
-        auto path = [&](int32_t vectorised, int16_t *hnl, int16_t &fb) {
-            auto copy = std::make_unique<AecState>(*st);
-            auto &flag = copy->s32LanePath;
-            flag = vectorised;
-            Sonvel_AEC_HnledCalc(copy.get(), hnl, &fb);
-            flag = 0;
-            return copy;
-        };
-        int16_t hnl_p[sonvel::kBinWords], hnl_v[sonvel::kBinWords], fb_p = 0, fb_v = 0;
-        const auto portable = path(0, hnl_p, fb_p), vector = path(1, hnl_v, fb_v);
-        ASSERT_EQ(fb_v, fb_p) << "trial " << trial;
-        ASSERT_TRUE(std::equal(hnl_p, hnl_p + bins, hnl_v)) << "trial " << trial;
-        ASSERT_EQ(std::memcmp(portable.get(), vector.get(), sizeof(AecState)), 0)
-            << "trial " << trial;
-#endif
-    }
+    fill(st->ai32SdMan, st->as16SdExp, sonvel::kBinWords);
+    fill(st->ai32SeMan, st->as16SeExp, sonvel::kBinWords);
+    fill(st->ai32SxMan, st->as16SxExp, sonvel::kBinWords);
+    fill(st->ai32SedMan, st->as16SedExp, 2 * sonvel::kBinWords);
+    fill(st->ai32SxdMan, st->as16SxdExp, 2 * sonvel::kBinWords);
 }
+
+// Coherences of both pairs at every bin count (half length + 4) from one vector up.
+const suptest::LaneKernel kCoherence{
+    "Coherence", suptest::counts_upto(128), 6,
+    [](suptest::Draw &draw, int half, int round) {
+        suptest::Operands o;
+        o.st = suptest::make_state(true);
+        fill_spectra(draw, o.st.get());
+        o.st->s16HalfFftLen = static_cast<int16_t>(half);
+        o.h = {std::vector<int16_t>(sonvel::kBinWords, 7), {static_cast<int16_t>(round % 2)}};
+        return o;
+    },
+    [](sp::Isa isa, suptest::Operands &o, int) {
+        sup::coherence(isa, o.st.get(), o.h[1][0] != 0, o.h[0].data());
+    }};
+
+// Incoherences and first gains from coherences over the whole int16 range.
+const suptest::LaneKernel kIncoherence{
+    "IncoherenceAndGains", suptest::counts_upto(140), 8,
+    [](suptest::Draw &draw, int n, int) {
+        suptest::Operands o;
+        const size_t m = n + 16;
+        o.h = {draw.many(m, &suptest::Draw::half), draw.many(m, &suptest::Draw::half),
+               draw.many(m, &suptest::Draw::half)};
+        return o;
+    },
+    [](sp::Isa isa, suptest::Operands &o, int n) {
+        sup::incoherence_and_gains(isa, o.h[0].data(), o.h[1].data(), o.h[2].data(), n);
+    }};
+
+// The whole analysis (incoherence, gains, band sort, decisions) of an instance at both rates.
+const suptest::LaneKernel kAnalysis{
+    "Analysis",
+    {64, 128},
+    100,
+    [](suptest::Draw &draw, int half, int) {
+        suptest::Operands o;
+        o.st = suptest::make_state(half == 128);
+        fill_spectra(draw, o.st.get());
+        o.h = {std::vector<int16_t>(sonvel::kBinWords), {0}};
+        return o;
+    },
+    [](sp::Isa isa, suptest::Operands &o, int) {
+        suptest::on_path(isa, o.st.get(),
+                         [&] { Sonvel_AEC_HnledCalc(o.st.get(), o.h[0].data(), o.h[1].data()); });
+    }};
+
+INSTANTIATE_TEST_SUITE_P(Coherence, LaneEquivalence,
+                         ::testing::Values(kCoherence, kIncoherence, kAnalysis),
+                         suptest::kernel_name);
 
 // Both paths sort every band length the preferred band can have: random words, few distinct values
 // (ties), the extremes, ascending and descending runs.

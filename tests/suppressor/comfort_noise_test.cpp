@@ -1,17 +1,18 @@
-// Comfort noise: the floor estimate (persistence counter, quiet-block steps, block count) and the
-// generator (start, seed sequence, amplitude and phase of the noise).
+// Comfort noise: the floor estimate (persistence counter, quiet-block steps, block count), the
+// generator (start, seed sequence, amplitude and phase of the noise) and the lane equivalence of
+// both.
 #include "suppressor/comfort_noise.h"
 #include "spectral/processor.h"
 
 #include <array>
-#include <cstring>
-#include <random>
 #include <tuple>
 
+#include "suppressor/lane_equivalence.h"
 #include "suppressor/support.h"
 
 namespace {
 
+using suptest::LaneEquivalence;
 using suptest::make_state;
 
 double floor_of(const AecState &st, int k) {
@@ -73,53 +74,6 @@ TEST(ComfortNoiseEstimate, QuietBlockStepsNeedTheirConditions) {
     EXPECT_EQ(quiet_block(0, 7, 0, 300, 293).second, flr);  // only recently above 4 F
 }
 
-// Random floors, averages, powers and counters, with zero and full-scale mantissas, Q values at
-// both ends of their range and counters near both limits, through every branch of the estimate:
-// the vectorised loops must leave exactly the state of the per-bin steps.
-TEST(ComfortNoiseEstimate, VectorLoopsGiveThePortableState) {
-    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector path on this processor";
-    static constexpr int32_t kMan[] = {0, 1, -1, INT32_MIN, INT32_MAX, 1 << 30, 0x5A5A5A5A};
-    static constexpr int16_t kExp[] = {-32768, -32767, 32767, 32766, 0, 1, 2, 30, 31, 32, -40};
-    static constexpr int16_t kCnt[] = {0, 1, 5, 6, 300, 301, 32753, 32760, -3, 32767};
-    for (uint32_t seed = 1; seed <= 48; ++seed) {
-        std::mt19937 rng(seed);
-        auto pick = [&](const auto &set, auto any) {
-            const uint32_t u = rng();
-            return u % 4 == 0 ? static_cast<decltype(any)>(rng()) : set[u / 4 % std::size(set)];
-        };
-        auto port = make_state(seed % 2 == 0);
-        // Close Q values in a fifth of the runs, where the aligned mantissas meet.
-        auto q = [&] { return seed % 5 == 0 ? int16_t(rng() % 8 + 20) : pick(kExp, int16_t{}); };
-        for (size_t k = 0; k < std::size(port->ai32CnAvgMan); ++k) {
-            port->ai32DPowMan[k] = pick(kMan, int32_t{});
-            port->as16DPowExp[k] = q();
-            port->ai32CnAvgMan[k] = pick(kMan, int32_t{});
-            port->as16CnAvgExp[k] = q();
-            port->ai32CnFloorMan[k] = pick(kMan, int32_t{});
-            port->as16CnFloorExp[k] = q();
-            port->as16CnRiseCnt[k] = pick(kCnt, int16_t{});
-        }
-        port->s32CnBlockCnt = std::array{5, 100, 300}[seed % 3];
-        port->s16NearActive = seed % 8 == 0 ? 1 : 0;
-        port->as16NearVadSt[0] = seed % 4 < 2 ? 7 : 3;
-        port->s32NotNearState = 0;
-        if (seed % 6 == 5) port->s16HalfFftLen = seed % 8 < 4 ? 125 : 3;  // bins left to the tail
-        auto vec = std::make_unique<AecState>();
-        std::memcpy(vec.get(), port.get(), sizeof(AecState));
-        sup::comfort_noise::estimate(sp::Isa::kPortable, port.get());
-        sup::comfort_noise::estimate(sp::Isa::kVector, vec.get());
-        for (size_t k = 0; k < std::size(port->ai32CnAvgMan); ++k) {
-            ASSERT_EQ(
-                std::tuple(vec->ai32CnAvgMan[k], vec->as16CnAvgExp[k], vec->ai32CnFloorMan[k],
-                           vec->as16CnFloorExp[k], vec->as16CnRiseCnt[k]),
-                std::tuple(port->ai32CnAvgMan[k], port->as16CnAvgExp[k], port->ai32CnFloorMan[k],
-                           port->as16CnFloorExp[k], port->as16CnRiseCnt[k]))
-                << "seed " << seed << " bin " << k;
-        }
-        ASSERT_EQ(std::memcmp(vec.get(), port.get(), sizeof(AecState)), 0) << "seed " << seed;
-    }
-}
-
 TEST(ComfortNoiseGeneration, StartsAfter250BlocksWhenEnabledAndTheSeedSequenceSetsThePhases) {
     auto st = make_state(true);
     fill_value(st->ai32CnFloorMan, st->as16CnFloorExp, 10);  // F = 2^20: amplitude 2^17 at g = 0
@@ -172,39 +126,57 @@ TEST(ComfortNoiseGeneration, AmplitudeFollowsFloorAndGain) {
     }
 }
 
-// Empty, negative and full-scale floors with Q values at both ends of their range, gains and phases
-// at their extremes and an error spectrum that saturates the sum.
-TEST(ComfortNoiseGeneration, VectorLoopGivesThePortableBits) {
-    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector path on this processor";
-    static constexpr int32_t kMan[] = {0, 1, -1, 3, INT32_MIN, INT32_MAX, 1 << 30, 0x5A5A5A5A};
-    static constexpr int16_t kQ15[] = {0, 1, -1, 32767, -32768, 23170, -23170};
-    static constexpr int16_t kExp[] = {-32768, 32767, 0, 1, 30, 31, 62, 63, -40, -41};
-    constexpr int kMax = 136;
-    for (uint32_t seed = 1; seed <= 60; ++seed) {
-        std::mt19937 rng(seed);
-        auto pick = [&](const auto &set, auto any) {
-            const uint32_t u = rng();
-            return u % 4 == 0 ? static_cast<decltype(any)>(rng()) : set[u / 4 % std::size(set)];
+// The family's lane loops. The estimate over every bin count with floors, averages, powers and
+// counters from the boundary values (zero and full-scale mantissas, Q values at both ends of their
+// range, close ones where the aligned mantissas meet, counters at both limits) through every
+// branch: block counts, near-end activity, quiet blocks.
+const suptest::LaneKernel kEstimate{
+    "FloorEstimate", suptest::counts_upto(130), 12,
+    [](suptest::Draw &draw, int bins, int round) {
+        static constexpr int16_t kCnt[] = {0, 1, 5, 6, 300, 301, 32753, 32760, -3, 32767};
+        suptest::Operands o;
+        o.st = make_state(false);
+        AecState *st = o.st.get();
+        const auto q = [&] {
+            return round % 5 == 0 ? static_cast<int16_t>(draw() % 8 + 20) : draw.q();
         };
-        std::vector<int32_t> man(kMax), e(2 * kMax), vec(2 * kMax), port(2 * kMax);
-        std::vector<int16_t> exp(kMax), gain(kMax), cs(kMax), sn(kMax);
-        for (int k = 0; k < kMax; ++k) {
-            man[k] = pick(kMan, int32_t{});
-            exp[k] = seed % 3 == 0 ? static_cast<int16_t>(rng() % 80 - 20) : pick(kExp, int16_t{});
-            gain[k] = pick(kQ15, int16_t{});
-            cs[k] = pick(kQ15, int16_t{});
-            sn[k] = pick(kQ15, int16_t{});
-            e[2 * k] = pick(kMan, int32_t{});
-            e[2 * k + 1] = pick(kMan, int32_t{});
+        for (size_t k = 0; k < std::size(st->ai32CnAvgMan); ++k) {
+            st->ai32DPowMan[k] = draw.word(), st->as16DPowExp[k] = q();
+            st->ai32CnAvgMan[k] = draw.word(), st->as16CnAvgExp[k] = q();
+            st->ai32CnFloorMan[k] = draw.word(), st->as16CnFloorExp[k] = q();
+            st->as16CnRiseCnt[k] = draw.one_in(4) ? draw.half() : kCnt[draw() % std::size(kCnt)];
         }
-        const sup::comfort_noise::Bins bins{man.data(), exp.data(), gain.data(),
-                                            cs.data(),  sn.data(),  static_cast<int>(seed % 2)};
-        for (const int n : {0, 5, 8, 64, 128, 131}) {
-            sup::comfort_noise::add_noise(sp::Isa::kVector, bins, e.data(), vec.data(), n);
-            sup::comfort_noise::add_noise(sp::Isa::kPortable, bins, e.data(), port.data(), n);
-            ASSERT_EQ(vec, port) << "seed " << seed << " n " << n;
-        }
-    }
-}
+        st->s32CnBlockCnt = std::array{5, 100, 300}[round % 3];
+        st->s16NearActive = round % 8 == 7 ? 1 : 0;
+        st->as16NearVadSt[0] = round % 4 < 2 ? 7 : 3;
+        st->s32NotNearState = 0;
+        st->s16HalfFftLen = static_cast<int16_t>(bins);
+        return o;
+    },
+    [](sp::Isa isa, suptest::Operands &o, int) { sup::comfort_noise::estimate(isa, o.st.get()); }};
+
+// The generator with empty, negative and full-scale floors, Q values at both ends of their range,
+// gains and phases at their extremes and error spectra that saturate the sum.
+const suptest::LaneKernel kNoise{
+    "NoiseGenerator", suptest::counts_upto(136), 8,
+    [](suptest::Draw &draw, int n, int) {
+        const size_t m = n + 16;
+        suptest::Operands o;
+        o.w = {draw.many(m, &suptest::Draw::word),
+               draw.many(2 * m, &suptest::Draw::word),
+               draw.many(2 * m, &suptest::Draw::word),
+               {static_cast<int32_t>(draw() % 2)}};
+        o.h = {draw.many(m, &suptest::Draw::q), draw.many(m, &suptest::Draw::half),
+               draw.many(m, &suptest::Draw::half), draw.many(m, &suptest::Draw::half)};
+        return o;
+    },
+    [](sp::Isa isa, suptest::Operands &o, int n) {
+        const sup::comfort_noise::Bins bins{o.w[0].data(), o.h[0].data(), o.h[1].data(),
+                                            o.h[2].data(), o.h[3].data(), o.w[3][0]};
+        sup::comfort_noise::add_noise(isa, bins, o.w[1].data(), o.w[2].data(), n);
+    }};
+
+INSTANTIATE_TEST_SUITE_P(ComfortNoise, LaneEquivalence, ::testing::Values(kEstimate, kNoise),
+                         suptest::kernel_name);
 
 }  // namespace

@@ -1,16 +1,18 @@
 // Echo-band gain: the adaptive smoothing factor, the gain of the coupling model and its update,
-// and the far-end silence latch with its peak hold.
+// the far-end silence latch with its peak hold, and the lane equivalence of its loops.
 #include "suppressor/echo_band_gain.h"
 #include "spectral/processor.h"
 
 #include <random>
 
 #include "sonvel_aec_spectral.h"
+#include "suppressor/lane_equivalence.h"
 #include "suppressor/support.h"
 
 namespace {
 
 using namespace sup::echo_band;
+using suptest::LaneEquivalence;
 constexpr int32_t kOne = 1 << 30;  // 1.0 at Q value 30
 
 TEST(EchoBandGain, SmoothingFactorGainOfTheCouplingModelAndItsUpdate) {
@@ -35,51 +37,37 @@ TEST(EchoBandGain, SmoothingFactorGainOfTheCouplingModelAndItsUpdate) {
     EXPECT_EQ(update_gain(20000, 20000), 20000);
 }
 
-// Mantissas and Q values that reach every saturation and shift limit of the per-bin steps: zero
-// and negative powers, full-scale and most negative mantissas, Q values far apart.
-struct Adversarial {
-    std::vector<int32_t> man[4];  // Px (or W), Asx, Asy, Ase
-    std::vector<int16_t> exp[4];
-    std::vector<int16_t> h;
-};
-
-Adversarial adversarial_bins(int n, uint32_t seed) {
-    static constexpr int32_t kMan[] = {
-        0, 1, -1, 2, INT32_MIN, INT32_MAX, kOne, kOne + 1, 32768, INT32_MIN + 1, 0x7FFF0000};
-    static constexpr int16_t kExp[] = {-32768, 32767, 0, 30, 31, -1, 60, -60, 15, 16};
-    std::mt19937 rng(seed);
-    Adversarial a;
-    for (int j = 0; j < 4; ++j) {
-        for (int k = 0; k < n; ++k) {
-            const uint32_t pick = rng();
-            a.man[j].push_back(pick % 3 == 0 ? static_cast<int32_t>(rng())
-                                             : kMan[pick / 3 % std::size(kMan)]);
-            a.exp[j].push_back(pick % 5 == 0 ? static_cast<int16_t>(rng() % 90 - 30)
-                                             : kExp[pick / 5 % std::size(kExp)]);
-        }
+// The family's lane loops, with mantissas and Q values that reach every saturation and shift
+// limit of the per-bin steps: zero and negative powers, full-scale and most negative mantissas,
+// Q values far apart.
+suptest::Operands adversarial_bins(suptest::Draw &draw, int n) {
+    suptest::Operands o;
+    const size_t m = n + 16;
+    for (int j = 0; j < 4; ++j) {  // Px (or W), Asx, Asy, Ase
+        o.w.push_back(draw.many(m, &suptest::Draw::word));
+        o.h.push_back(draw.many(m, &suptest::Draw::q));
     }
-    for (int k = 0; k < n; ++k) a.h.push_back(static_cast<int16_t>(rng()));
-    return a;
+    o.h.push_back(draw.many(m, &suptest::Draw::half));  // the result
+    return o;
 }
+Bins bins(const suptest::Operands &o, int j) { return {o.w[j].data(), o.h[j].data()}; }
 
-TEST(EchoBandGain, VectorLoopsGiveThePortableBits) {
-    if (sp::probe_isa() != sp::Isa::kVector) GTEST_SKIP() << "no vector path on this processor";
-    for (const int n : {0, 3, 8, 13, 68, 132}) {
-        for (uint32_t seed = 1; seed <= 40; ++seed) {
-            const Adversarial a = adversarial_bins(n, seed);
-            const Bins px{a.man[0].data(), a.exp[0].data()}, asx{a.man[1].data(), a.exp[1].data()};
-            const Bins asy{a.man[2].data(), a.exp[2].data()}, ase{a.man[3].data(), a.exp[3].data()};
-            std::vector<int16_t> fv(n), fp(n);
-            smoothing_factors(sp::Isa::kVector, px, asx, asy, fv.data(), n);
-            smoothing_factors(sp::Isa::kPortable, px, asx, asy, fp.data(), n);
-            ASSERT_EQ(fv, fp) << "smoothing factors, n " << n << " seed " << seed;
-            std::vector<int16_t> hv = a.h, hp = a.h;
-            update_gains(sp::Isa::kVector, asx, a.man[0].data(), asy, ase, hv.data(), n);
-            update_gains(sp::Isa::kPortable, asx, a.man[0].data(), asy, ase, hp.data(), n);
-            ASSERT_EQ(hv, hp) << "gains, n " << n << " seed " << seed;
-        }
-    }
-}
+const suptest::LaneKernel kSmoothingFactors{
+    "SmoothingFactors", suptest::counts_upto(140), 12,
+    [](suptest::Draw &draw, int n, int) { return adversarial_bins(draw, n); },
+    [](sp::Isa isa, suptest::Operands &o, int n) {
+        smoothing_factors(isa, bins(o, 0), bins(o, 1), bins(o, 2), o.h[4].data(), n);
+    }};
+
+const suptest::LaneKernel kGainUpdate{
+    "GainUpdate", suptest::counts_upto(140), 12,
+    [](suptest::Draw &draw, int n, int) { return adversarial_bins(draw, n); },
+    [](sp::Isa isa, suptest::Operands &o, int n) {
+        update_gains(isa, bins(o, 1), o.w[0].data(), bins(o, 2), bins(o, 3), o.h[4].data(), n);
+    }};
+
+INSTANTIATE_TEST_SUITE_P(EchoBandGain, LaneEquivalence,
+                         ::testing::Values(kSmoothingFactors, kGainUpdate), suptest::kernel_name);
 
 // One block of random spectra (the far end's guard words random too) over a tiny Asx history
 // with the given far-end counts; returns the final silence length and the bins whose Asx became Px.
