@@ -14,6 +14,7 @@
 #include <iterator>
 #include <memory>
 #include <numeric>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -109,6 +110,9 @@ void on_path(sp::Isa isa, AecState *st, Call call) {
     call();
     st->s32LanePath = 0;
 }
+
+// GoogleTest names a failing kernel by this.
+inline void PrintTo(const LaneKernel &k, std::ostream *os) { *os << k.name; }
 
 class LaneEquivalence : public ::testing::TestWithParam<LaneKernel> {};
 
