@@ -1,9 +1,11 @@
 // The core entry points: status codes of every argument fault in the order they are examined,
-// with nothing written on failure; the parameter record's rules, the last failing rule deciding;
+// with nothing written on failure; the parameter record's rules, the last failing rule deciding,
+// each named with its range in its status text;
 // initialisation of larger blocks, again over a used one and after a failed attempt; the frame
 // schedule against a reference that feeds contiguous blocks straight to the block step.
 
 #include <functional>
+#include <string>
 
 #include "interface/instance_block.h"
 
@@ -80,37 +82,48 @@ void early_faults(AecCfg &c) {
     c.u8StartPart = 9, c.s16CohThr = -5, c.s16CohBinHi = 300, c.as16BandEdge[3] = 10;
 }
 
+// The refused field is named, with its allowed range, in the text of the code the rule returns.
 TEST(StatusCodes, RecordRulesAndTheLastFailingRuleDecides) {
     const struct {
         const char *what;
         void (*spoil)(AecCfg &);
         int32_t code;
+        const char *field = nullptr, *range = nullptr;
     } cases[] = {
-        {"start part 7", [](AecCfg &c) { c.u8StartPart = 7; }, -21},
-        {"nlp level 3", [](AecCfg &c) { c.u8NlpLevel = 3; }, -22},
-        {"high freq mode 2", [](AecCfg &c) { c.u8HighFreqMode = 2; }, -23},
-        {"sample rate 2", [](AecCfg &c) { c.u8SampleRate = 2; }, -25},
-        {"coh thr -1", [](AecCfg &c) { c.s16CohThr = -1; }, -26},
+        {"start part 7", [](AecCfg &c) { c.u8StartPart = 7; }, -21, "u8StartPart", "0..6"},
+        {"nlp level 3", [](AecCfg &c) { c.u8NlpLevel = 3; }, -22, "u8NlpLevel", "0..2"},
+        {"high freq mode 2", [](AecCfg &c) { c.u8HighFreqMode = 2; }, -23, "u8HighFreqMode",
+         "0..1"},
+        {"sample rate 2", [](AecCfg &c) { c.u8SampleRate = 2; }, -25, "u8SampleRate",
+         "1 = 16000 Hz"},
+        {"coh thr -1", [](AecCfg &c) { c.s16CohThr = -1; }, -26, "s16CohThr", "0..32767"},
         {"hf lo > hi", [](AecCfg &c) { c.s16HfBinLo = 39; }, -27},
-        {"hf lo < 0", [](AecCfg &c) { c.s16HfBinLo = -1; }, -27},
-        {"hf hi > 256", [](AecCfg &c) { c.s16HfBinHi = 257; }, -28},
-        {"coh lo > hi", [](AecCfg &c) { c.s16CohBinLo = 73; }, -29},
+        {"hf lo < 0", [](AecCfg &c) { c.s16HfBinLo = -1; }, -27, "s16HfBinLo", "0..s16HfBinHi"},
+        {"hf hi > 256", [](AecCfg &c) { c.s16HfBinHi = 257; }, -28, "s16HfBinHi",
+         "256 at 16000 Hz"},
+        {"coh lo > hi", [](AecCfg &c) { c.s16CohBinLo = 73; }, -29, "s16CohBinLo",
+         "0..s16CohBinHi"},
         {"coh lo < 0", [](AecCfg &c) { c.s16CohBinLo = -1; }, -29},
-        {"coh hi > 256", [](AecCfg &c) { c.s16CohBinHi = 257; }, -210},
+        {"coh hi > 256", [](AecCfg &c) { c.s16CohBinHi = 257; }, -210, "s16CohBinHi",
+         "256 at 16000 Hz"},
         {"edge5 > 256", [](AecCfg &c) { c.as16BandEdge[5] = 257; }, -24},
         {"edge0 > edge1", [](AecCfg &c) { c.as16BandEdge[0] = 7; }, -24},
-        {"edge0 < 0", [](AecCfg &c) { c.as16BandEdge[0] = -1; }, -24},
+        {"edge0 < 0", [](AecCfg &c) { c.as16BandEdge[0] = -1; }, -24, "as16BandEdge",
+         "256 at 16000 Hz"},
         {"edge2 > edge3", [](AecCfg &c) { c.as16BandEdge[2] = 50; }, -24},
-        {"clamp lo > hi", [](AecCfg &c) { c.s16ClampBinLo = 7; }, -211},
+        {"clamp lo > hi", [](AecCfg &c) { c.s16ClampBinLo = 7; }, -211, "s16ClampBinLo",
+         "0..s16ClampBinHi"},
         {"clamp lo < 0", [](AecCfg &c) { c.s16ClampBinLo = -1; }, -211},
-        {"clamp lo > 256", [](AecCfg &c) { c.s16ClampBinLo = 257, c.s16ClampBinHi = 300; }, -212},
+        {"clamp lo > 256", [](AecCfg &c) { c.s16ClampBinLo = 257, c.s16ClampBinHi = 300; }, -212,
+         "s16ClampBinLo", "256 at 16000 Hz"},
         {"fields equal to the 8000 Hz bound",
          [](AecCfg &c) {
              c.u8SampleRate = 0, c.s16HfBinHi = c.s16CohBinHi = c.as16BandEdge[5] =
                                      c.s16ClampBinLo = c.s16ClampBinHi = 128;
          },
          0},
-        {"hf hi 129 at 8000 Hz", [](AecCfg &c) { c.u8SampleRate = 0, c.s16HfBinHi = 129; }, -28},
+        {"hf hi 129 at 8000 Hz", [](AecCfg &c) { c.u8SampleRate = 0, c.s16HfBinHi = 129; }, -28,
+         "s16HfBinHi", "128 at 8000 Hz"},
         {"hf hi 256 at 16000 Hz", [](AecCfg &c) { c.s16HfBinHi = 256; }, 0},
         {"rate 9: wide bound, still refused",
          [](AecCfg &c) { c.s16HfBinHi = 256, c.u8SampleRate = 9; }, -25},
@@ -135,6 +148,10 @@ TEST(StatusCodes, RecordRulesAndTheLastFailingRuleDecides) {
         AecCfg c = default_cfg(1);
         k.spoil(c);
         EXPECT_EQ(Sonvel_AEC_Check(&c), k.code) << k.what;
+        if (k.field == nullptr) continue;
+        const std::string text = Sonvel_AEC_StatusText(k.code);
+        for (const char *part : {k.field, "allowed ", k.range})
+            EXPECT_NE(text.find(part), std::string::npos) << k.code << ": " << text;
     }
 }
 
