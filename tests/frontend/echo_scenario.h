@@ -37,13 +37,13 @@ struct Recording {
 
 namespace detail {
 
-constexpr double kPi = std::numbers::pi;
+using std::numbers::pi;
 
 struct Resonator {
     double a1 = 0, a2 = 0, g = 0, y1 = 0, y2 = 0;
     void tune(double f, double bw, int rate) {
-        const double r = std::exp(-kPi * bw / rate);
-        a1 = 2.0 * r * std::cos(2.0 * kPi * f / rate);
+        const double r = std::exp(-pi * bw / rate);
+        a1 = 2.0 * r * std::cos(2.0 * pi * f / rate);
         a2 = -r * r;
         g = 1.0 - r;
     }
@@ -79,8 +79,8 @@ inline std::vector<double> talker(size_t n, int rate, double f0, unsigned seed,
             const bool fricative = uni(rng) < 0.3;
             for (size_t i = 0; i < len && t < n; ++i, ++t) {
                 const double pos = static_cast<double>(i) / static_cast<double>(len);
-                const double env = std::sin(kPi * pos);
-                phase += pitch * (1.0 + 0.06 * std::sin(2.0 * kPi * 4.0 * t / rate)) / rate;
+                const double env = std::sin(pi * pos);
+                phase += pitch * (1.0 + 0.06 * std::sin(2.0 * pi * 4.0 * t / rate)) / rate;
                 double src = 0.03 * gauss(rng);
                 if (phase >= 1.0) {
                     phase -= 1.0;
@@ -98,12 +98,7 @@ inline std::vector<double> talker(size_t n, int rate, double f0, unsigned seed,
     }
     double e = 0;
     size_t k = 0;
-    for (size_t i = 0; i < n; ++i) {
-        if (active[i]) {
-            e += out[i] * out[i];
-            ++k;
-        }
-    }
+    for (size_t i = 0; i < n; ++i) e += active[i] ? out[i] * out[i] : 0.0, k += active[i];
     const double g = k > 0 ? 1.0 / std::sqrt(e / static_cast<double>(k)) : 1.0;
     for (double &x : out) x *= g;
     return out;
@@ -123,8 +118,8 @@ inline double interpolate(const std::vector<double> &x, double pos) {
         const long i = i0 + k;
         if (i < 0 || i >= static_cast<long>(x.size())) continue;
         const double d = static_cast<double>(k) - fr;
-        const double w = 0.5 + 0.5 * std::cos(kPi * d / 9.0);
-        const double s = std::abs(d) < 1e-12 ? 1.0 : std::sin(kPi * d) / (kPi * d);
+        const double w = 0.5 + 0.5 * std::cos(pi * d / 9.0);
+        const double s = std::abs(d) < 1e-12 ? 1.0 : std::sin(pi * d) / (pi * d);
         acc += x[i] * s * w;
     }
     return acc;
@@ -225,10 +220,6 @@ inline double echo_reduction_db(const Recording &r, const std::vector<int16_t> &
     }
     return 10.0 * std::log10((pm + 1.0) / (po + 1.0));
 }
-
-}  // namespace fetest
-
-namespace fetest {
 
 // Replaces a signal with white noise of the given RMS.
 inline void testsupport_fill_noise(std::vector<int16_t> &v, double rms, unsigned seed) {
