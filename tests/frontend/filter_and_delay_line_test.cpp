@@ -119,24 +119,4 @@ TEST(DelayLine, FixedDelayIsExactAndTheMicrophoneUntouched) {
     }
 }
 
-TEST(DelayLine, AutomaticModeStartsAtTheGivenDelayAndPicksTheStartPartition) {
-    AecFrontendCfg cfg{};
-    cfg.u8DelayMode = SONVEL_AEC_DELAY_AUTO;
-    cfg.u16DelayMs = 50;
-    uint32_t size = 0;
-    ASSERT_EQ(Sonvel_AEC_FrontendGetSize(&size), SONVEL_AEC_OK);
-    std::vector<uint64_t> mem(size / 8 + 1);
-    void *h = nullptr;
-    ASSERT_EQ(Sonvel_AEC_FrontendInit(&h, mem.data(), size, 8000, &cfg), SONVEL_AEC_OK);
-    int16_t in[80] = {}, o1[80], o2[80];
-    uint8_t part = 5;
-    ASSERT_EQ(Sonvel_AEC_FrontendProcess(h, in, in, o1, o2, &part), SONVEL_AEC_OK);
-    EXPECT_EQ(part, 0);
-    AecFrontendEstimate est{};
-    ASSERT_EQ(Sonvel_AEC_FrontendGetEstimate(h, &est), SONVEL_AEC_OK);
-    EXPECT_EQ(est.s32DelayApplied, 400);
-    EXPECT_EQ(est.u8Locked, 0);
-    EXPECT_EQ(est.s32DelayEstimate, -1);
-}
-
 }  // namespace

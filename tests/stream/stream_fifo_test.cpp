@@ -180,33 +180,10 @@ TEST(StreamFifo, ReportedLatencyIsWhereAClickComesOut) {
     }
 }
 
-TEST(StreamFifo, ParametersReachTheCoreAndTheRateStays) {
-    const AecCfg cfg = record(16000);
-    Stream st(cfg, nullptr);
-    AecCfg next = cfg;
-    next.u8StartPart = 3;
-    next.u8NlpLevel = 2;
-    ASSERT_EQ(Sonvel_AEC_StreamSetParams(st.handle(), &next), SONVEL_AEC_OK);
-    AecCfg back{};
-    ASSERT_EQ(Sonvel_AEC_StreamGetParams(st.handle(), &back), SONVEL_AEC_OK);
-    EXPECT_EQ(back.u8StartPart, 3);
-    EXPECT_EQ(back.u8NlpLevel, 2);
-    next.u8SampleRate = 0;
-    EXPECT_EQ(Sonvel_AEC_StreamSetParams(st.handle(), &next), SONVEL_AEC_ERR_CFG_SAMPLE_RATE);
-    next = cfg;
-    next.u8StartPart = 9;
-    EXPECT_EQ(Sonvel_AEC_StreamSetParams(st.handle(), &next), SONVEL_AEC_ERR_CFG_START_PART);
-    ASSERT_EQ(Sonvel_AEC_StreamGetParams(st.handle(), &back), SONVEL_AEC_OK);
-    EXPECT_EQ(back.u8StartPart, 3);
-}
-
-}  // namespace
-
-namespace {
-
-// In automatic delay mode the front end chooses the core's start partition (the delay line does
-// the shifting, the filter keeps its whole span); the caller's own comes back when the mode ends.
-TEST(StreamFifo, AutomaticModeOwnsTheStartPartition) {
+// Parameters reach the core. In automatic delay mode the front end chooses the core's start
+// partition (the delay line does the shifting, the filter keeps its whole span); the caller's own
+// comes back when the mode ends. A rate change and a bad record are refused, the record stays.
+TEST(StreamFifo, ParametersReachTheCoreAndAutomaticModeOwnsTheStartPartition) {
     AecCfg cfg = record(16000);
     cfg.u8StartPart = 3;
     AecFrontendCfg fe{};
@@ -224,6 +201,12 @@ TEST(StreamFifo, AutomaticModeOwnsTheStartPartition) {
     fe.u8DelayMode = SONVEL_AEC_DELAY_FIXED;
     fe.u16DelayMs = 100;
     ASSERT_EQ(Sonvel_AEC_StreamSetFrontend(st.handle(), &fe), SONVEL_AEC_OK);
+    AecCfg bad = cfg;
+    bad.u8SampleRate = 0;
+    EXPECT_EQ(Sonvel_AEC_StreamSetParams(st.handle(), &bad), SONVEL_AEC_ERR_CFG_SAMPLE_RATE);
+    bad = cfg;
+    bad.u8StartPart = 9;
+    EXPECT_EQ(Sonvel_AEC_StreamSetParams(st.handle(), &bad), SONVEL_AEC_ERR_CFG_START_PART);
     ASSERT_EQ(Sonvel_AEC_StreamGetParams(st.handle(), &back), SONVEL_AEC_OK);
     EXPECT_EQ(back.u8StartPart, 5);
     AecFrontendEstimate est{};
