@@ -1,6 +1,6 @@
 // Coherence analysis: the per-bin coherence against a double-precision reference, the lane
-// equivalence of its loops and of the whole analysis, band means, the preferred band's order
-// statistics, and the thresholds of the near-end state and the regimes.
+// equivalence of its loops, of the band sort and of the whole analysis, band means, the preferred
+// band's order statistics, and the thresholds of the near-end state and the regimes.
 #include "suppressor/coherence.h"
 #include "spectral/processor.h"
 
@@ -129,39 +129,26 @@ const suptest::LaneKernel kAnalysis{
                          [&] { Sonvel_AEC_HnledCalc(o.st.get(), o.h[0].data(), o.h[1].data()); });
     }};
 
-INSTANTIATE_TEST_SUITE_P(Coherence, LaneEquivalence,
-                         ::testing::Values(kCoherence, kIncoherence, kAnalysis),
-                         suptest::kernel_name);
-
-// Both paths sort every band length the preferred band can have: random words, few distinct values
-// (ties), the extremes, ascending and descending runs.
-TEST(CoherenceTest, BandSortOrdersAscendingOnEveryPath) {
-    std::vector<sp::Isa> paths = {sp::Isa::kPortable};
-    if (sp::probe_isa() == sp::Isa::kVector) paths.push_back(sp::Isa::kVector);
-    std::mt19937 rng(5);
-    const int16_t edges[] = {-32768, 32767, 0, -1, 1};
-    for (int trial = 0; trial < 2000; ++trial) {
-        const int n = trial % 53;
-        std::vector<int16_t> v(n);
+// The preferred band's sort (the portable one is the exchange sort) at every length the band can
+// have: boundary and random values, few distinct ones (ties), ascending and descending runs.
+const suptest::LaneKernel kBandSort{
+    "BandSort", suptest::counts_upto(52), 20,
+    [](suptest::Draw &draw, int n, int round) {
+        suptest::Operands o;
+        o.h = {draw.many(n, &suptest::Draw::half), std::vector<int16_t>(64, 7)};
         for (int j = 0; j < n; ++j) {
-            switch (trial / 53 % 5) {
-                case 0: v[j] = static_cast<int16_t>(rng()); break;
-                case 1: v[j] = static_cast<int16_t>(rng() % 4 * 1000); break;
-                case 2: v[j] = edges[rng() % 5]; break;
-                case 3: v[j] = static_cast<int16_t>(j * 600 - 15000); break;
-                default: v[j] = static_cast<int16_t>(15000 - j * 600); break;
-            }
+            if (round % 4 == 1) o.h[0][j] = static_cast<int16_t>(draw() % 4 * 1000);
+            if (round % 4 >= 2) o.h[0][j] = static_cast<int16_t>((round % 4 == 2 ? j : -j) * 600);
         }
-        std::vector<int16_t> want = v;
-        std::sort(want.begin(), want.end());
-        for (sp::Isa isa : paths) {
-            int16_t got[52];
-            sup::sort_band(isa, v.data(), n, got);
-            ASSERT_TRUE(std::equal(want.begin(), want.end(), got))
-                << "trial " << trial << " path " << static_cast<int>(isa);
-        }
-    }
-}
+        return o;
+    },
+    [](sp::Isa isa, suptest::Operands &o, int n) {
+        sup::sort_band(isa, o.h[0].data(), n, o.h[1].data());
+    }};
+
+INSTANTIATE_TEST_SUITE_P(Coherence, LaneEquivalence,
+                         ::testing::Values(kCoherence, kIncoherence, kAnalysis, kBandSort),
+                         suptest::kernel_name);
 
 TEST(CoherenceTest, BandMeanRoundsDownAndPreferredBandGivesMeansAndOrderStatistics) {
     int16_t v[132];
