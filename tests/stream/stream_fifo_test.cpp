@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "interface/instance_block.h"
 #include "sonvel_aec.h"
 #include "sonvel_aec_frontend.h"
 #include "test_digest.h"
@@ -17,22 +18,13 @@ struct Signals {
     std::vector<int16_t> nearv, farv;
 };
 
-// Far-end noise bursts, their echo through a few taps, near-end bursts of their own.
-Signals make_signals(int rate, int frames, uint64_t seed) {
-    testsupport::Xorshift64 rng(seed);
-    const int n = frames * rate / 100;
-    Signals s;
-    s.farv.resize(n);
-    s.nearv.resize(n);
-    for (int i = 0; i < n; ++i) {
-        const bool on = (i / (rate / 4)) % 4 != 3;
-        s.farv[i] = static_cast<int16_t>(on ? rng.uniform(8000) : rng.uniform(20));
-        int32_t e = 0;
-        if (i >= 7) e += s.farv[i - 7] / 2;
-        if (i >= 30) e -= s.farv[i - 30] / 5;
-        const bool talk = (i / (rate / 3)) % 5 == 2;
-        s.nearv[i] = static_cast<int16_t>(e + (talk ? rng.uniform(5000) : rng.uniform(40)));
-    }
+// A far end, its echo and, from a third on, near-end talk over it.
+Signals make_signals(int rate, int frames, uint32_t seed) {
+    const size_t n = static_cast<size_t>(frames * rate / 100);
+    Signals s{sonvel::test::echo_of(sonvel::test::test_signal(n, seed, 8000), 7, 2),
+              sonvel::test::test_signal(n, seed, 8000)};
+    const auto talk = sonvel::test::test_signal(n, seed + 1, 5000);
+    for (size_t i = n / 3; i < n; ++i) s.nearv[i] = static_cast<int16_t>(s.nearv[i] + talk[i]);
     return s;
 }
 
