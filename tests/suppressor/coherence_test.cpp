@@ -127,7 +127,8 @@ const suptest::LaneKernel kAnalysis{
     [](sp::Isa isa, suptest::Operands &o, int) {
         suptest::on_path(isa, o.st.get(),
                          [&] { Sonvel_AEC_HnledCalc(o.st.get(), o.h[0].data(), o.h[1].data()); });
-    }};
+    },
+    true};
 
 // The preferred band's sort (the portable one is the exchange sort) at every length the band can
 // have: boundary and random values, few distinct ones (ties), ascending and descending runs.

@@ -87,13 +87,16 @@ struct Operands {
 };
 
 // A kernel of a family: the counts it runs for (bins, elements or, for whole steps, the last bin
-// of the rate), the rounds of fresh operands per count, the operands, and the call on a path.
+// of the rate), the rounds of fresh operands per count, the operands, and the call on a path;
+// whether the path is the instance's recorded choice (exported steps, see on_path), which
+// aarch64 instances do not have: they always take the lanes.
 struct LaneKernel {
     std::string name;
     std::vector<int> counts;
     int rounds;
     std::function<Operands(Draw &, int count, int round)> make;
     std::function<void(sp::Isa, Operands &, int count)> run;
+    bool instance_path = false;
 };
 
 inline std::vector<int> counts_upto(int last) {
