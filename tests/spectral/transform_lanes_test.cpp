@@ -61,10 +61,10 @@ Words block(Operands &ops, int n) {
             x[2 * t + 1] = std::sin(angle) * sign >= 0 ? lim - 1 : -lim;
         }
     }
-    if (shape == 4 || shape == 6)  // real: 16-bit samples as the stages scale them, or any
-        for (int t = 0; t < n; ++t)
-            x[2 * t] = ops.next() % 2 ? x[2 * t] : ops.value(-32768, 32767) * (lim >> 16),
-                  x[2 * t + 1] = 0;
+    for (int t = 0; (shape == 4 || shape == 6) && t < n; ++t) {  // real: any, or 16-bit samples
+        if (ops.next() % 2) x[2 * t] = ops.value(-32768, 32767) * (lim >> 16);  // as scaled
+        x[2 * t + 1] = 0;
+    }
     if (shape == 5 || (shape == 6 && ops.next() % 2)) {  // conjugate-symmetric
         x[1] = x[n + 1] = 0;
         for (int k = 1; k < n / 2; ++k) {
