@@ -1,18 +1,16 @@
 // Scalar operators: randomized and boundary comparison with plain 64-bit reference formulas and
 // with the literal step-by-step definitions (doubling loops, restoring division, counting loops),
-// documented results the sweeps do not reach, and the exported operators against their inline
-// twins.
+// and documented results the sweeps do not reach. The exported operators forward to these; the
+// identity digest pins their results on every target.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <random>
-#include <tuple>
 #include <vector>
 
 #include "fixedpoint/basic_ops.h"
 #include "fixedpoint/extended_ops.h"
-#include "sonvel_aec_ops.h"
 
 namespace {
 
@@ -64,52 +62,46 @@ int16_t norm_reference(int64_t a, int64_t top) {
     return n;
 }
 
-// Fifteen steps of restoring division give floor(num * 2^15 / den).
+// Fifteen steps of restoring division; num == den gives 32767, invalid operands 0.
 int16_t div_s_reference(int16_t num, int16_t den) {
     if (num <= 0 || den <= 0 || num > den) return 0;
-    return static_cast<int16_t>(num == den ? 32767 : (int32_t{num} << 15) / den);
+    int32_t r = num, q = 0;
+    for (int i = 0; i < 15; ++i) {
+        r *= 2, q *= 2;
+        if (r >= den) r -= den, ++q;
+    }
+    return static_cast<int16_t>(num == den ? 32767 : q);
 }
 
+// The saturation corners and results the sweeps do not reach; the identity digest pins the
+// operators on random and boundary operands on every target.
 TEST(BasicOps, DocumentedResults) {
+    EXPECT_EQ(fx::add(32767, 1), 32767);
+    EXPECT_EQ(fx::sub(-32768, 1), -32768);
+    EXPECT_EQ(fx::abs_s(-32768), 32767);
+    EXPECT_EQ(fx::negate(-32768), 32767);
+    EXPECT_EQ(fx::mult(-32768, -32768), 32767);
+    EXPECT_EQ(fx::mult(-1, 1), -1);  // the product shifted right: towards minus infinity
+    EXPECT_EQ(fx::L_mult(-32768, -32768), kMax);
+    EXPECT_EQ(fx::L_mpy(-32768, -32768), 0x40000000);
+    EXPECT_EQ(fx::L_mac(kMax, 1, 1), kMax);
+    EXPECT_EQ(fx::L_msu(kMin, -32768, -32768), kMin);
+    EXPECT_EQ(fx::L_add(kMax, 1), kMax);
+    EXPECT_EQ(fx::L_sub(kMin, 1), kMin);
+    EXPECT_EQ(fx::L_abs(kMin), kMax);
+    EXPECT_EQ(fx::L_negate(kMin), kMax);
+    EXPECT_EQ(fx::round(0x7FFF7FFF), 32767);
+    EXPECT_EQ(fx::round(0x7FFF8000), 32767);  // saturates before the upper half is taken
+    EXPECT_EQ(fx::round(-0x8001), -1);
+    EXPECT_EQ(fx::sature(-32769), -32768);
+    EXPECT_EQ(fx::sature_L(INT64_MIN), kMin);
+    EXPECT_EQ(fx::sature_L(int64_t{kMax} + 1), kMax);
     EXPECT_EQ(fx::L_shr_opt(0x40000000, -30), 0x10000000);  // -30 taken as 2
     EXPECT_EQ(fx::shr_opt2(-32768, -1), -1);                // 31: sign fill
     EXPECT_EQ(fx::L_shl_opt(5, -63), 10);                   // -63 modulo 64 is 1
     EXPECT_EQ(fx::norm_l_opt(0), 31);
     EXPECT_EQ(fx::extract_l(0x12348765), static_cast<int16_t>(0x8765));
     EXPECT_EQ(fx::L_deposit_h(-32768), kMin);
-    EXPECT_EQ(fx::sature_L(INT64_MIN), kMin);
-}
-
-TEST(BasicOps, SaturatingArithmeticMatchesWideReference) {
-    const auto v16 = operands16();
-    for (int16_t a : v16) {
-        EXPECT_EQ(fx::abs_s(a), clamp64(a < 0 ? -int64_t{a} : a, -32768, 32767));
-        EXPECT_EQ(fx::negate(a), clamp64(-int64_t{a}, -32768, 32767));
-        for (int16_t b : v16) {
-            const int64_t p = int64_t{a} * b;
-            ASSERT_EQ(fx::add(a, b), clamp64(int64_t{a} + b, -32768, 32767)) << a << " " << b;
-            ASSERT_EQ(fx::sub(a, b), clamp64(int64_t{a} - b, -32768, 32767)) << a << " " << b;
-            ASSERT_EQ(fx::mult(a, b), clamp64(p >> 15, -32768, 32767)) << a << " " << b;
-            ASSERT_EQ(fx::L_mult(a, b), clamp64(2 * p, kMin, kMax)) << a << " " << b;
-            ASSERT_EQ(fx::L_mpy(a, b), p);
-        }
-    }
-    const auto v32 = operands32();
-    for (int32_t a : v32) {
-        EXPECT_EQ(fx::L_abs(a), clamp64(a < 0 ? -int64_t{a} : a, kMin, kMax));
-        EXPECT_EQ(fx::L_negate(a), clamp64(-int64_t{a}, kMin, kMax));
-        EXPECT_EQ(fx::round(a), clamp64(int64_t{a} + 0x8000, kMin, kMax) >> 16);
-        EXPECT_EQ(fx::sature(a), clamp64(a, -32768, 32767));
-        for (int32_t b : v32) {
-            ASSERT_EQ(fx::L_add(a, b), clamp64(int64_t{a} + b, kMin, kMax));
-            ASSERT_EQ(fx::L_sub(a, b), clamp64(int64_t{a} - b, kMin, kMax));
-        }
-        for (int16_t b : v16) {
-            const int64_t p = clamp64(2 * int64_t{b} * b, kMin, kMax);
-            ASSERT_EQ(fx::L_mac(a, b, b), clamp64(a + p, kMin, kMax));
-            ASSERT_EQ(fx::L_msu(a, b, b), clamp64(a - p, kMin, kMax));
-        }
-    }
 }
 
 TEST(BasicOps, ShiftsMatchStepwiseDefinitions) {
@@ -122,9 +114,7 @@ TEST(BasicOps, ShiftsMatchStepwiseDefinitions) {
             ASSERT_EQ(fx::L_shl(a, c), L_shl_reference(a, n)) << a << " << " << n;
             ASSERT_EQ(fx::L_shl_opt2(a, c), L_shl_reference(a, n));
             ASSERT_EQ(fx::L_shr(a, c), L_shl_reference(a, -n)) << a << " >> " << n;
-            // Unsaturated forms: shifts modulo 64 / the count modulo 32, clamped to 31.
-            const uint64_t wide = static_cast<uint64_t>(int64_t{a}) << (n & 63);
-            ASSERT_EQ(fx::L_shl_opt(a, c), static_cast<int32_t>(static_cast<uint32_t>(wide)));
+            // The unsaturated right shift: the count modulo 32, clamped to 31.
             const int r = n < 0 ? ((n % 32) + 32) % 32 : (n > 31 ? 31 : n);
             ASSERT_EQ(fx::L_shr_opt(a, c), a >> r);
         }
@@ -161,95 +151,6 @@ TEST(BasicOps, NormalisationAndDivisionMatchTheLoops) {
     const auto v16 = operands16();
     for (int16_t a : v16)
         for (int16_t b : v16) ASSERT_EQ(fx::div_s(a, b), div_s_reference(a, b)) << a << "/" << b;
-}
-
-// Every exported operator gives the same result as the inline operator the library uses internally.
-// Draws from the boundary pools, with small shift counts and fresh random words mixed in.
-struct Operands {
-    std::mt19937 rng{2024};
-    const std::vector<int16_t> v16 = operands16();
-    const std::vector<int32_t> v32 = operands32();
-    template <typename T>
-    T next() {
-        if constexpr (sizeof(T) == 2) {
-            return rng() % 4 ? v16[rng() % v16.size()] : static_cast<int16_t>(int(rng() % 80) - 40);
-        } else if constexpr (sizeof(T) == 4) {
-            return rng() % 2 ? v32[rng() % v32.size()] : static_cast<int32_t>(rng());
-        } else {
-            return static_cast<int64_t>((uint64_t{rng()} << 32) | rng()) >> (rng() % 64);
-        }
-    }
-};
-
-template <typename R, typename... A, typename F>
-void expect_same(const char *name, R (*exported)(A...), F twin, Operands &op) {
-    for (int i = 0; i < 20000; ++i) {
-        const std::tuple<A...> args{op.next<A>()...};
-        ASSERT_EQ(std::apply(exported, args), std::apply(twin, args)) << name;
-    }
-}
-
-#define SAME(name) \
-    expect_same(   \
-        #name, Sonvel_aec_##name, [](auto... v) { return fx::name(v...); }, op)
-
-TEST(ExportedOperators, MatchInlineTwins) {
-    Operands op;
-    SAME(add);
-    SAME(sub);
-    SAME(abs_s);
-    SAME(negate);
-    SAME(mult);
-    SAME(L_mult);
-    SAME(L_mpy);
-    SAME(L_mac);
-    SAME(L_msu);
-    SAME(L_add);
-    SAME(L_sub);
-    SAME(L_negate);
-    SAME(L_abs);
-    SAME(extract_h);
-    SAME(extract_l);
-    SAME(round);
-    SAME(L_deposit_h);
-    SAME(L_deposit_l);
-    SAME(sature);
-    SAME(sature_L);
-    SAME(shl);
-    SAME(shr);
-    SAME(shr_opt2);
-    SAME(L_shl);
-    SAME(L_shl_opt2);
-    SAME(L_shr);
-    SAME(L_shl_opt);
-    SAME(L_shr_opt);
-    SAME(norm_s);
-    SAME(norm_l);
-    SAME(norm_l_opt);
-    SAME(div_s);
-    SAME(L_Comp);
-    SAME(Mpy_32);
-    SAME(Mpy_32_16);
-    SAME(Mpy_32_opt);
-    SAME(Mpy_32_16_opt);
-    SAME(Mpy_32_16_opt2);
-    SAME(Mpy_32_opt2);
-    SAME(smulwt);
-    SAME(smlabb);
-    SAME(L_qdadd);
-    SAME(L_qdsub);
-    SAME(subc);
-    SAME(Div_32_OP);
-    SAME(Ln_OP);
-    // Operators with output parameters.
-    for (int i = 0; i < 20000; ++i) {
-        const auto x = op.next<int32_t>();
-        int16_t a[4] = {}, b[4] = {};
-        Sonvel_aec_L_Extract(x, &a[0], &a[1]);
-        fx::L_Extract(x, &b[0], &b[1]);
-        ASSERT_EQ(Sonvel_aec_Log2(x, &a[2], &a[3]), fx::Log2(x, &b[2], &b[3]));
-        ASSERT_TRUE(std::equal(a, a + 4, b)) << x;
-    }
 }
 
 }  // namespace

@@ -1,179 +1,104 @@
-// Lane equivalence of the linear filter's loops (the kernel is the test parameter): the portable
-// and the lane path run on copies of the same boundary, saturating and random buffers for every
-// count up to 140, and the buffers (words beyond the count included, which neither may write) and
-// results must be identical. Skipped where the processor has no vector unit.
-#include <gtest/gtest.h>
-
+// Lane equivalence of the linear filter's loops (the kernel is the test parameter), bit for bit
+// over the counts and operands of the lane-equivalence fixture: Q values on both sides of every
+// shift, shift counts beyond the word both ways, mostly-zero gradients and full-scale near-end
+// samples. Skipped where the processor has no vector unit.
 #include <cstdint>
-#include <functional>
-#include <random>
-#include <string>
 #include <vector>
 
+#include "lane_equivalence.h"
 #include "linear/linear_loops.h"
-#include "spectral/kernels.h"
-#include "spectral/processor.h"
 
 namespace {
 
-using Words = std::vector<int32_t>;
-using Buffers = std::vector<Words>;
+using lanetest::Buffers;
+using lanetest::Operands;
 using sp::Isa;
 
-constexpr int kMaxCount = 140;
-constexpr int kSlack = 16;  // words past every count, which neither path may write
+constexpr int kS = lanetest::kSlack;
 
-// Boundary values a third of the time, otherwise random values of random magnitude.
-Words adversarial(int n, std::mt19937 &rng) {
-    static constexpr int32_t kEdges[] = {INT32_MIN, INT32_MIN + 1, -65536,   -2, -1, 0, 1, 2, 65535,
-                                         1 << 30,   INT32_MAX - 1, INT32_MAX};
-    Words v(n);
-    for (auto &x : v)
-        x = rng() % 3 == 0 ? kEdges[rng() % std::size(kEdges)]
-                           : static_cast<int32_t>(rng()) >> (rng() % 32);
-    return v;
-}
-
-// Q values in a range whose sums and differences stay far from overflow.
-Words q_values(int n, int lo, int hi, std::mt19937 &rng) {
-    std::uniform_int_distribution<int32_t> d(lo, hi);
-    Words v(n);
-    for (auto &x : v) x = d(rng);
-    return v;
-}
-
-// One of the values, for a scalar argument.
-template <size_t N>
-int32_t pick(const int (&values)[N], std::mt19937 &rng) {
-    return values[rng() % N];
-}
-
-// A kernel of the family: its buffers for a count (scalar arguments and results as one-word
-// buffers at the end) and its call on a path.
-struct Kernel {
-    std::string name;
-    std::function<Buffers(int n, int round, std::mt19937 &)> inputs;
-    std::function<void(Isa, Buffers &, int n)> run;
-};
-
-const int kShifts[] = {-32768, -40, -32, -31, -30, -17, -1, 0, 1, 2, 15, 30, 31, 32, 33, 32767};
-const int kSmallShifts[] = {-40, -32, -31, -30, -17, -1, 0, 1, 2, 15, 30, 31, 32, 33};
-const int kUndos[] = {-40, -31, -5, 0, 3, 4, 12, 31, 32, 40};
-const int kRateShifts[] = {0, 7, 8, 17};
-
-const Kernel kKernels[] = {
+const lanetest::Kernel kKernels[] = {
     // Zero, negative and tiny powers take the lanes' fallback, large ones the short path.
     {"ReciprocalFarPower",
-     [](int n, int, std::mt19937 &r) {
-         return Buffers{adversarial(n + kSlack, r), adversarial(n + kSlack, r),
-                        adversarial(n + kSlack, r)};
+     [](Operands &ops, int n) {
+         return Buffers{{ops.words(n + kS), ops.words(n + kS), ops.words(n + kS)}, {}};
      },
      [](Isa isa, Buffers &b, int n) {
-         lin::reciprocal_far_power(isa, b[0].data(), n, 7, b[1].data(), b[2].data());
+         lin::reciprocal_far_power(isa, b.w[0].data(), n, 7, b.w[1].data(), b.w[2].data());
      }},
     {"NormalisedError",
-     [](int n, int, std::mt19937 &r) {
-         return Buffers{adversarial(2 * n + kSlack, r), adversarial(n + kSlack, r),
-                        q_values(n + kSlack, -100, 100, r), adversarial(2 * n + kSlack, r),
-                        adversarial(2 * n + kSlack, r)};
+     [](Operands &ops, int n) {
+         return Buffers{{ops.words(2 * n + kS), ops.words(n + kS), ops.in(n + kS, -100, 100),
+                         ops.words(2 * n + kS), ops.words(2 * n + kS)},
+                        {}};
      },
      [](Isa isa, Buffers &b, int n) {
-         lin::normalised_error(isa, b[0].data(), b[1].data(), b[2].data(), n, b[3].data(),
-                               b[4].data());
+         lin::normalised_error(isa, b.w[0].data(), b.w[1].data(), b.w[2].data(), n, b.w[3].data(),
+                               b.w[4].data());
      }},
     // Q values on both sides of the gain shift, so that results saturate and vanish.
     {"ConstantMagnitudeGain",
-     [](int n, int, std::mt19937 &r) {
-         return Buffers{adversarial(n + kSlack, r), q_values(n + kSlack, -120, 200, r)};
+     [](Operands &ops, int n) {
+         return Buffers{{ops.words(n + kS), ops.in(n + kS, -120, 200)}, {}};
      },
      [](Isa isa, Buffers &b, int n) {
-         lin::constant_magnitude_gain(isa, b[0].data(), b[1].data(), n);
+         lin::constant_magnitude_gain(isa, b.w[0].data(), b.w[1].data(), n);
      }},
     {"ApplyGain",
-     [](int n, int, std::mt19937 &r) {
-         return Buffers{adversarial(2 * n + kSlack, r), adversarial(n + kSlack, r)};
+     [](Operands &ops, int n) {
+         return Buffers{{ops.words(2 * n + kS), ops.words(n + kS)}, {}};
      },
-     [](Isa isa, Buffers &b, int n) { lin::apply_gain(isa, b[0].data(), b[1].data(), n); }},
+     [](Isa isa, Buffers &b, int n) { lin::apply_gain(isa, b.w[0].data(), b.w[1].data(), n); }},
     // Mostly zero words in odd rounds, so the smallest Q sits on a zero word or none.
     {"CommonQ",
-     [](int n, int round, std::mt19937 &r) {
-         Words g = adversarial(n + kSlack, r);
-         if (round % 2 == 1)
-             for (auto &x : g) x = r() % 8 == 0 ? x : 0;
-         return Buffers{g, q_values(n + kSlack, -60, 160, r), {0}};
+     [](Operands &ops, int n) {
+         lanetest::Words g = ops.words(n + kS);
+         for (auto &x : g) x = ops.round() % 2 == 0 || ops.next() % 8 == 0 ? x : 0;
+         return Buffers{{g, ops.in(n + kS, -60, 160), {0}}, {}};
      },
-     [](Isa isa, Buffers &b, int n) { b[2][0] = lin::common_q(isa, b[0].data(), b[1].data(), n); }},
+     [](Isa isa, Buffers &b, int n) {
+         b.w[2][0] = lin::common_q(isa, b.w[0].data(), b.w[1].data(), n);
+     }},
     // Differences from -170 to 150: shifts beyond the word both ways.
     {"AlignToQ",
-     [](int n, int, std::mt19937 &r) {
-         return Buffers{adversarial(n + kSlack, r),
-                        q_values(n + kSlack, -60, 160, r),
-                        {static_cast<int32_t>(r() % 101) - 10}};
+     [](Operands &ops, int n) {
+         return Buffers{{ops.words(n + kS), ops.in(n + kS, -60, 160), {ops.value(-10, 90)}}, {}};
      },
      [](Isa isa, Buffers &b, int n) {
-         lin::align_to_q(isa, b[0].data(), b[1].data(), n, b[2][0]);
+         lin::align_to_q(isa, b.w[0].data(), b.w[1].data(), n, b.w[2][0]);
      }},
-    // Small magnitudes in odd rounds: the headroom then comes from the tail words too.
-    {"BlockHeadroom",
-     [](int n, int round, std::mt19937 &r) {
-         Words v = adversarial(n + kSlack, r);
-         if (round % 2 == 1)
-             for (auto &x : v) x >>= 24;
-         return Buffers{v, {0}};
-     },
-     [](Isa isa, Buffers &b, int n) { b[1][0] = sp::block_headroom(isa, b[0].data(), n); }},
-    {"ShiftBlock",
-     [](int n, int, std::mt19937 &r) {
-         return Buffers{adversarial(n + kSlack, r), {pick(kSmallShifts, r)}};
-     },
-     [](Isa isa, Buffers &b, int n) { sp::shift_block(isa, b[0].data(), n, b[1][0]); }},
     {"AccumulateIntoFilter",
-     [](int n, int, std::mt19937 &r) {
-         return Buffers{adversarial(n + kSlack, r), adversarial(n + kSlack, r), {pick(kShifts, r)}};
+     [](Operands &ops, int n) {
+         return Buffers{{ops.words(n + kS),
+                         ops.words(n + kS),
+                         {ops.pick({-32768, -40, -32, -31, -30, -17, -1, 0, 1, 2, 15, 30, 31, 32,
+                                    33, 32767})}},
+                        {}};
      },
      [](Isa isa, Buffers &b, int n) {
-         lin::accumulate_into_filter(isa, b[0].data(), b[1].data(), n, b[2][0]);
+         lin::accumulate_into_filter(isa, b.w[0].data(), b.w[1].data(), n, b.w[2][0]);
      }},
     // Near-end samples at full scale a quarter of the time.
     {"EstimateAndError",
-     [](int n, int, std::mt19937 &r) {
-         Words near(n + kSlack);
-         for (auto &x : near)
-             x = static_cast<int16_t>(r() % 4 == 0 ? (r() % 2 ? 32767 : -32768) : r());
-         return Buffers{adversarial(2 * n + kSlack, r),
-                        near,
-                        Words(n + kSlack, 5),
-                        Words(n + kSlack, 6),
-                        {pick(kUndos, r), pick(kRateShifts, r)}};
+     [](Operands &ops, int n) {
+         lanetest::Shorts near = ops.shorts(n + kS, -32768, 32767);
+         for (auto &x : near) x = ops.next() % 4 ? x : ops.pick<int16_t>({-32768, 32767});
+         return Buffers{
+             {ops.words(2 * n + kS),
+              lanetest::Words(n + kS, 5),
+              lanetest::Words(n + kS, 6),
+              {ops.pick({-40, -31, -5, 0, 3, 4, 12, 31, 32, 40}), ops.pick({0, 7, 8, 17})}},
+             {near}};
      },
      [](Isa isa, Buffers &b, int n) {
-         const std::vector<int16_t> near(b[1].begin(), b[1].end());
-         lin::estimate_and_error(isa, b[0].data(), near.data(), n, b[4][0], b[4][1], b[2].data(),
-                                 b[3].data());
+         lin::estimate_and_error(isa, b.w[0].data(), b.s[0].data(), n, b.w[3][0], b.w[3][1],
+                                 b.w[1].data(), b.w[2].data());
      }},
 };
 
-class LinearLanes : public ::testing::TestWithParam<Kernel> {};
+class LinearLanes : public lanetest::LaneFamily {};
 
-TEST_P(LinearLanes, LanePathGivesThePortableBits) {
-    if (sp::probe_isa() != Isa::kVector) GTEST_SKIP() << "no vector unit on this processor";
-    const Kernel &kernel = GetParam();
-    std::mt19937 rng(2024);
-    for (int n = 0; n <= kMaxCount; ++n) {
-        for (int round = 0; round < 24; ++round) {
-            Buffers portable = kernel.inputs(n, round, rng), lanes = portable;
-            kernel.run(Isa::kPortable, portable, n);
-            kernel.run(Isa::kVector, lanes, n);
-            for (size_t b = 0; b < portable.size(); ++b)
-                ASSERT_EQ(portable[b], lanes[b])
-                    << "count " << n << ", round " << round << ", buffer " << b;
-        }
-    }
-}
+TEST_P(LinearLanes, LanePathGivesThePortableBits) { expect_same_bits(); }
 
-INSTANTIATE_TEST_SUITE_P(Family, LinearLanes, ::testing::ValuesIn(kKernels),
-                         [](const ::testing::TestParamInfo<Kernel> &info) {
-                             return info.param.name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Family, LinearLanes, ::testing::ValuesIn(kKernels), lanetest::kernel_name);
 
 }  // namespace
