@@ -194,12 +194,22 @@ void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Round &round
 
 }  // namespace
 
+namespace {
 int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard, bool swap) {
     if (p.firstRadix == 4) {
         return swap ? first_stage4<true>(src, dst, p, guard)
                     : first_stage4<false>(src, dst, p, guard);
     }
     return swap ? first_stage2<true>(src, dst, p, guard) : first_stage2<false>(src, dst, p, guard);
+}
+
+}  // namespace
+
+int first_stages(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int guard,
+                 bool swap) {
+    const int h = first_stage(src, dst, l, guard, swap);
+    stage<false>(dst, p, l, 1, RoundPlain<kProductBits + 2>{});
+    return h;
 }
 
 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {

@@ -18,15 +18,16 @@ inline int range_headroom(int32_t lo, int32_t hi) {
     return a < b ? a : b;
 }
 
-// First stage from src (re / im exchanged with swap) into dst with guard >= 0 guard bits; returns
-// the common headroom of the 2N words of src, which it reads anyway. The results are those of
-// the portable stages only when it is at least log2 N; otherwise dst holds garbage (no undefined
-// behaviour: the shifts and sums wrap on the vector lanes) and must be rewritten.
-int first_stage(const int32_t *src, int32_t *dst, const Layout &l, int guard, bool swap);
+// The first two stages (the radix-2 or radix-4 one and radix-4 stage 1) from src (re / im
+// exchanged with swap) into dst, the first one with guard >= 0 guard bits; returns the common
+// headroom of the 2N words of src, which they read anyway. The results are those of the portable
+// stages only when it is at least log2 N; otherwise dst holds garbage (no undefined behaviour:
+// the shifts and sums wrap on the vector lanes) and must be rewritten.
+int first_stages(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int guard,
+                 bool swap);
 
-// Radix-4 stage s (1 .. l.stages - 2) in place; results rounded by 2^-(kProductBits + 2), not
-// clamped
-// (with the headroom they fit).
+// Radix-4 stage s (2 .. l.stages - 2) in place; results rounded by 2^-(kProductBits + 2), not
+// clamped (with the headroom they fit).
 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s);
 
 // The last stage in place; results rounded by 2^-shift (shift 1..31), clamped, re / im
