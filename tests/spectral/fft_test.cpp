@@ -169,27 +169,31 @@ TEST(FftService, ScaleFactorRoundsSaturatesAndClamps) {
 
 // The vectorised stages (where the processor has them) give the portable stages' bits, so every
 // target computes the same spectra: random parts, often pinned to the extremes, and constant
-// blocks.
+// blocks, on the N-point layout and on the N/2-point one of the real-data paths (64, 128 and 256
+// points in all).
 TEST(FftService, VectorisedStagesMatchPortableStages) {
     using namespace sonvel::fft;
     for (int order : {7, 8}) {
         const PlanArea area = prepared(order);
         const Plan &plan = *reinterpret_cast<const Plan *>(area.bytes);
-        const int32_t lim = int32_t{1} << (31 - order);
-        std::mt19937 rng(static_cast<unsigned>(order) * 7u);
-        for (int r = 0; r < 200; ++r) {
-            Block x = random_block(2 << order, lim, rng);
-            for (auto &v : x) v = rng() % 4 == 0 ? -lim : rng() % 3 == 0 ? lim - 1 : v;
-            if (r % 10 == 0) std::fill(x.begin(), x.end(), r % 20 == 0 ? -lim : lim - 1);
-            for (bool inverse : {false, true}) {
-                for (int sf : {-2, 0, 1, 3}) {
-                    Block a(2 << order, 1), b(2 << order, 2);
-                    run_transform(x.data(), a.data(), plan, sf + (inverse ? order : 0), inverse,
-                                  Kernels::Portable);
-                    run_transform(x.data(), b.data(), plan, sf + (inverse ? order : 0), inverse,
-                                  Kernels::Best);
-                    ASSERT_EQ(a, b) << "order " << order << ", inverse " << inverse << ", shift "
-                                    << sf << ", case " << r;
+        for (const Layout *l : {&plan.full, &plan.half}) {
+            const int32_t lim = int32_t{1} << (31 - l->order);
+            std::mt19937 rng(static_cast<unsigned>(l->order) * 7u);
+            for (int r = 0; r < 200; ++r) {
+                Block x = random_block(2 * l->n, lim, rng);
+                for (auto &v : x) v = rng() % 4 == 0 ? -lim : rng() % 3 == 0 ? lim - 1 : v;
+                if (r % 10 == 0) std::fill(x.begin(), x.end(), r % 20 == 0 ? -lim : lim - 1);
+                for (bool inverse : {false, true}) {
+                    for (int sf : {-2, 0, 1, 3}) {
+                        const int shift = sf + (inverse ? l->order : 0);
+                        Block a(2 * l->n, 1), b(2 * l->n, 2);
+                        complex_transform(x.data(), a.data(), plan, *l, shift, inverse,
+                                          Kernels::Portable);
+                        complex_transform(x.data(), b.data(), plan, *l, shift, inverse,
+                                          Kernels::Best);
+                        ASSERT_EQ(a, b) << l->n << " points, inverse " << inverse << ", shift "
+                                        << sf << ", case " << r;
+                    }
                 }
             }
         }
