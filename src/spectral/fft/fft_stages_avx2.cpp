@@ -24,12 +24,7 @@ SONVEL_LANES_TARGET inline void store(int32_t *p, V v) {
     _mm256_storeu_si256(reinterpret_cast<V *>(p), v);
 }
 
-// Two complex values from each of two places.
-SONVEL_LANES_TARGET inline V load2x2(const int32_t *lo, const int32_t *hi) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(lo));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(hi));
-    return _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1);
-}
+// Two complex values to each of two places.
 SONVEL_LANES_TARGET inline void store2x2(int32_t *lo, int32_t *hi, V v) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(lo), _mm256_castsi256_si128(v));
     _mm_storeu_si128(reinterpret_cast<__m128i *>(hi), _mm256_extracti128_si256(v, 1));
@@ -227,7 +222,7 @@ SONVEL_LANES_TARGET inline void butterflies(V (&d)[4], const V (&w)[3], const Ro
     pack_all<Swap>(d, a, round);
 }
 
-// A radix-4 stage with m >= 4: four consecutive k of one group per step.
+// A radix-4 stage after the fused ones (m >= 8): four consecutive k of one group per step.
 template <bool Swap, class Round>
 SONVEL_LANES_TARGET void stage_wide(int32_t *dat, int n, int m, const int32_t *tw,
                                     const Round &round) {
@@ -247,24 +242,6 @@ SONVEL_LANES_TARGET void stage_wide(int32_t *dat, int n, int m, const int32_t *t
             }
             for (int q = 0; q < 4; ++q) store(y + 2 * q * m, d[q]);
         }
-    }
-}
-
-// A radix-4 stage with m = 2: both k of two groups per step.
-template <bool Swap, class Round>
-SONVEL_LANES_TARGET void stage_pairs(int32_t *dat, int n, const int32_t *tw, const Round &round) {
-    constexpr int m = 2;
-    const V w[3] = {
-        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw))),
-        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 4))),
-        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 8)))};
-    for (int base = 0; base < n; base += 8 * m) {
-        int32_t *x = dat + 2 * base;
-        int32_t *z = x + 8 * m;
-        V d[4];
-        for (int q = 0; q < 4; ++q) d[q] = load2x2(x + 2 * q * m, z + 2 * q * m);
-        butterflies<0x33, Swap>(d, w, round);
-        for (int q = 0; q < 4; ++q) store2x2(x + 2 * q * m, z + 2 * q * m, d[q]);
     }
 }
 
@@ -456,13 +433,7 @@ SONVEL_LANES_TARGET int first_stages4(const int32_t *src, int32_t *dst, const La
 template <bool Swap, class Round>
 SONVEL_LANES_TARGET void stage(int32_t *d, const Plan &p, const Layout &l, int s,
                                const Round &round) {
-    const int m = l.firstRadix << (2 * (s - 1));
-    const int32_t *tw = p.tw + l.twOffset[s];
-    if (m == 2) {
-        stage_pairs<Swap>(d, l.n, tw, round);
-    } else {
-        stage_wide<Swap>(d, l.n, m, tw, round);
-    }
+    stage_wide<Swap>(d, l.n, l.firstRadix << (2 * (s - 1)), p.tw + l.twOffset[s], round);
 }
 
 }  // namespace
