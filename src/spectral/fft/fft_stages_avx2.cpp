@@ -222,26 +222,20 @@ SONVEL_LANES_TARGET inline void butterflies(V (&d)[4], const V (&w)[3], const Ro
     pack_all<Swap>(d, a, round);
 }
 
+// Butterflies k..k+3 of one group of a radix-4 stage in place at y, their twiddles at w.
+template <int KZeroMask, bool Swap, int m, class Round>
+SONVEL_LANES_TARGET inline void step(int32_t *y, const int32_t *w, const Round &round) {
+    V d[4] = {load(y), load(y + 2 * m), load(y + 4 * m), load(y + 6 * m)};
+    butterflies<KZeroMask, Swap>(d, {load(w), load(w + 2 * m), load(w + 4 * m)}, round);
+    for (int q = 0; q < 4; ++q) store(y + 2 * q * m, d[q]);
+}
+
 // A radix-4 stage after the fused ones (m >= 8): four consecutive k of one group per step.
-template <bool Swap, class Round>
-SONVEL_LANES_TARGET void stage_wide(int32_t *dat, int n, int m, const int32_t *tw,
-                                    const Round &round) {
-    const int32_t *w1 = tw;
-    const int32_t *w2 = tw + 2 * m;
-    const int32_t *w3 = tw + 4 * m;
+template <bool Swap, int n, int m, class Round>
+SONVEL_LANES_TARGET void stage_wide(int32_t *dat, const int32_t *tw, const Round &round) {
     for (int base = 0; base < n; base += 4 * m) {
-        int32_t *x = dat + 2 * base;
-        for (int k = 0; k < m; k += 4) {
-            int32_t *y = x + 2 * k;
-            V d[4] = {load(y), load(y + 2 * m), load(y + 4 * m), load(y + 6 * m)};
-            const V w[3] = {load(w1 + 2 * k), load(w2 + 2 * k), load(w3 + 2 * k)};
-            if (k == 0) {
-                butterflies<0x03, Swap>(d, w, round);
-            } else {
-                butterflies<0, Swap>(d, w, round);
-            }
-            for (int q = 0; q < 4; ++q) store(y + 2 * q * m, d[q]);
-        }
+        step<0x03, Swap, m>(dat + 2 * base, tw, round);
+        for (int k = 4; k < m; k += 4) step<0, Swap, m>(dat + 2 * (base + k), tw + 2 * k, round);
     }
 }
 
@@ -433,7 +427,19 @@ SONVEL_LANES_TARGET int first_stages4(const int32_t *src, int32_t *dst, const La
 template <bool Swap, class Round>
 SONVEL_LANES_TARGET void stage(int32_t *d, const Plan &p, const Layout &l, int s,
                                const Round &round) {
-    stage_wide<Swap>(d, l.n, l.firstRadix << (2 * (s - 1)), p.tw + l.twOffset[s], round);
+    const int32_t *tw = p.tw + l.twOffset[s];
+    // The middle stages have m = n / 16 (128 and 256 points), the last ones m = n / 4 (64, 128,
+    // 256 points): fixed offsets and counts.
+    const int m = l.firstRadix << (2 * (s - 1));
+    switch (l.n) {
+        case 64: return stage_wide<Swap, 64, 16>(d, tw, round);
+        case 128:
+            return m == 8 ? stage_wide<Swap, 128, 8>(d, tw, round)
+                          : stage_wide<Swap, 128, 32>(d, tw, round);
+        default:
+            return m == 16 ? stage_wide<Swap, 256, 16>(d, tw, round)
+                           : stage_wide<Swap, 256, 64>(d, tw, round);
+    }
 }
 
 }  // namespace
