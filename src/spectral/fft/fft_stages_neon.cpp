@@ -108,11 +108,11 @@ struct RoundShift {
     int32x2_t operator()(int64x2_t v) const { return vmovn_s64(vrshlq_s64(v, negShift)); }
 };
 
-template <bool KZero, bool Swap, class Round>
-inline void butterflies(int32_t *y, int m, const int32_t *const (&w)[3], const Round &round) {
-    C2 a[4] = {widen(vld2_s32(y)), twiddle_k<KZero>(vld2_s32(y + 2 * m), vld2_s32(w[0])),
-               twiddle_k<KZero>(vld2_s32(y + 4 * m), vld2_s32(w[1])),
-               twiddle_k<KZero>(vld2_s32(y + 6 * m), vld2_s32(w[2]))};
+template <bool KZero, bool Swap, int m, class Round>
+inline void butterflies(int32_t *y, const int32_t *w, const Round &round) {
+    C2 a[4] = {widen(vld2_s32(y)), twiddle_k<KZero>(vld2_s32(y + 2 * m), vld2_s32(w)),
+               twiddle_k<KZero>(vld2_s32(y + 4 * m), vld2_s32(w + 2 * m)),
+               twiddle_k<KZero>(vld2_s32(y + 6 * m), vld2_s32(w + 4 * m))};
     radix4(a);
     for (int q = 0; q < 4; ++q) {
         const int32x2_t re = round(a[q].re);
@@ -121,20 +121,32 @@ inline void butterflies(int32_t *y, int m, const int32_t *const (&w)[3], const R
     }
 }
 
+// A radix-4 stage after the fused ones, with fixed lengths; the step with the -1 twiddle (k = 0)
+// runs once per group.
+template <bool Swap, int n, int m, class Round>
+void stage_fixed(int32_t *d, const int32_t *tw, const Round &round) {
+    for (int base = 0; base < n; base += 4 * m) {
+        butterflies<true, Swap, m>(d + 2 * base, tw, round);
+        for (int k = 2; k < m; k += 2) {
+            butterflies<false, Swap, m>(d + 2 * (base + k), tw + 2 * k, round);
+        }
+    }
+}
+
 template <bool Swap, class Round>
 void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Round &round) {
-    const int m = l.firstRadix << (2 * (s - 1));
     const int32_t *tw = p.tw + l.twOffset[s];
-    for (int base = 0; base < l.n; base += 4 * m) {
-        int32_t *x = d + 2 * base;
-        for (int k = 0; k < m; k += 2) {
-            const int32_t *const w[3] = {tw + 2 * k, tw + 2 * (m + k), tw + 2 * (2 * m + k)};
-            if (k == 0) {
-                butterflies<true, Swap>(x + 2 * k, m, w, round);
-            } else {
-                butterflies<false, Swap>(x + 2 * k, m, w, round);
-            }
-        }
+    // The middle stages have m = n / 16 (128 and 256 points), the last ones m = n / 4 (64, 128,
+    // 256 points).
+    const int m = l.firstRadix << (2 * (s - 1));
+    switch (l.n) {
+        case 64: return stage_fixed<Swap, 64, 16>(d, tw, round);
+        case 128:
+            return m == 8 ? stage_fixed<Swap, 128, 8>(d, tw, round)
+                          : stage_fixed<Swap, 128, 32>(d, tw, round);
+        default:
+            return m == 16 ? stage_fixed<Swap, 256, 16>(d, tw, round)
+                           : stage_fixed<Swap, 256, 64>(d, tw, round);
     }
 }
 
