@@ -136,18 +136,7 @@ void stage_fixed(int32_t *d, const int32_t *tw, const Round &round) {
 template <bool Swap, class Round>
 void stage(int32_t *d, const Plan &p, const Layout &l, int s, const Round &round) {
     const int32_t *tw = p.tw + l.twOffset[s];
-    // The middle stages have m = n / 16 (128 and 256 points), the last ones m = n / 4 (64, 128,
-    // 256 points).
-    const int m = l.firstRadix << (2 * (s - 1));
-    switch (l.n) {
-        case 64: return stage_fixed<Swap, 64, 16>(d, tw, round);
-        case 128:
-            return m == 8 ? stage_fixed<Swap, 128, 8>(d, tw, round)
-                          : stage_fixed<Swap, 128, 32>(d, tw, round);
-        default:
-            return m == 16 ? stage_fixed<Swap, 256, 16>(d, tw, round)
-                           : stage_fixed<Swap, 256, 64>(d, tw, round);
-    }
+    with_stage(l, s, Swap, [&](auto n, auto m, auto) { stage_fixed<Swap, n, m>(d, tw, round); });
 }
 
 // ---- The first two stages fused: each lane works on its own sub-transform. ----
@@ -320,17 +309,13 @@ int first_stages4(const int32_t *src, int32_t *dst, const Layout &l, const int32
 int first_stages(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int guard,
                  bool swap) {
     const int32_t *tw = p.tw + l.twOffset[1];
-    // The layouts have 64, 128 or 256 points (orders 6..8), the odd order the radix-2 one.
-    if (l.n == 64) {
-        return swap ? first_stages4<true, 64>(src, dst, l, tw, guard)
-                    : first_stages4<false, 64>(src, dst, l, tw, guard);
-    }
-    if (l.n == 256) {
-        return swap ? first_stages4<true, 256>(src, dst, l, tw, guard)
-                    : first_stages4<false, 256>(src, dst, l, tw, guard);
-    }
-    return swap ? first_stages2<true, 128>(src, dst, l, tw, guard)
-                : first_stages2<false, 128>(src, dst, l, tw, guard);
+    return with_length(l, swap, [&](auto n, auto sw) {
+        if constexpr (n == 128) {
+            return first_stages2<sw, n>(src, dst, l, tw, guard);
+        } else {
+            return first_stages4<sw, n>(src, dst, l, tw, guard);
+        }
+    });
 }
 
 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {

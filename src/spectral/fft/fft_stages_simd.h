@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_plan.h"
@@ -16,6 +17,33 @@ inline int range_headroom(int32_t lo, int32_t hi) {
     const int a = fx::hr(lo);
     const int b = fx::hr(hi);
     return a < b ? a : b;
+}
+
+// The shapes of the layouts as compile-time values, for code with fixed offsets and counts:
+// 64, 128 or 256 points (orders 6..8, the odd one with the radix-2 first stage), and the radix-4
+// stages after the first two, the middle ones with m = n / 16, the last with m = n / 4. f is
+// called with std::integral_constant values n (and m) and std::bool_constant swap.
+template <int v>
+using Int = std::integral_constant<int, v>;
+
+template <class F>
+inline auto with_length(const Layout &l, bool swap, F &&f) {
+    const auto go = [&](auto n) { return swap ? f(n, std::true_type{}) : f(n, std::false_type{}); };
+    if (l.n == 64) return go(Int<64>{});
+    if (l.n == 128) return go(Int<128>{});
+    return go(Int<256>{});
+}
+
+template <class F>
+inline void with_stage(const Layout &l, int s, bool swap, F &&f) {
+    const bool last = s == l.stages - 1;
+    with_length(l, swap, [&](auto n, auto sw) {
+        if (last) {
+            f(n, Int<n / 4>{}, sw);
+        } else if constexpr (n > 64) {
+            f(n, Int<n / 16>{}, sw);
+        }
+    });
 }
 
 // The first two stages (the radix-2 or radix-4 one and radix-4 stage 1) from src (re / im
