@@ -1,6 +1,7 @@
-// Vectorised stages of the FFT service for x86-64 with AVX2: the first stage on 32-bit lanes
-// (exact sums of inputs with headroom), the radix-4 stages on 64-bit lanes with the same Q31
-// twiddle products, roundings and clamping as the portable stages. Four butterflies per step.
+// Vectorised stages of the FFT service for x86-64 with AVX2: the first two stages fused, one
+// sub-transform per lane (exact 32-bit sums of inputs with headroom, then radix 4 on 64-bit
+// lanes), the later radix-4 stages on 64-bit lanes, four butterflies per step; the same Q31
+// twiddle products, roundings and clamping as the portable stages.
 #include "spectral/fft/fft_stages_simd.h"
 
 #include "spectral/fft/fft_butterflies.h"
@@ -33,7 +34,7 @@ SONVEL_LANES_TARGET inline void store2x2(int32_t *lo, int32_t *hi, V v) {
 // Exchange re and im of four complex values.
 SONVEL_LANES_TARGET inline V swap_parts(V v) { return _mm256_shuffle_epi32(v, 0xB1); }
 
-// ---- First stage: exact sums on 32-bit lanes (the inputs have headroom). ----
+// ---- Helpers of the first stage: exact sums on 32-bit lanes (the inputs have headroom). ----
 
 // -j d for four interleaved values, as (d.im, -d.re).
 SONVEL_LANES_TARGET inline V times_minus_j(V d) {

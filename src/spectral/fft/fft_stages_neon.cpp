@@ -1,6 +1,7 @@
-// Vectorised stages of the FFT service for aarch64 (NEON): the first stage on 32-bit lanes (exact
-// sums of inputs with headroom), the radix-4 stages on 64-bit lanes with the same Q31 twiddle
-// products, roundings and clamping as the portable stages. Two butterflies per radix-4 step.
+// Vectorised stages of the FFT service for aarch64 (NEON): the first two stages fused, one
+// sub-transform per lane (exact 32-bit sums of inputs with headroom, then radix 4 on 64-bit
+// lanes), the later radix-4 stages on 64-bit lanes, two butterflies per step; the same Q31
+// twiddle products, roundings and clamping as the portable stages.
 #include "spectral/fft/fft_stages_simd.h"
 
 #include "spectral/fft/fft_butterflies.h"
@@ -12,7 +13,7 @@
 namespace sonvel::fft::simd {
 namespace {
 
-// ---- First stage: exact sums on 32-bit lanes, four butterflies per step, re / im apart. ----
+// ---- Helpers of the first stage: exact sums on 32-bit lanes, re / im apart. ----
 
 // The lowest and highest input word seen so far, for the headroom of the whole input.
 struct Range {
@@ -36,7 +37,7 @@ inline int32x4x2_t load4(const int32_t *p, int32x4_t guard, Range &range) {
     return {{re, im}};
 }
 
-// Butterfly i's two or four results, stored contiguously at y.
+// Lane I of a and b, two complex values, stored contiguously at y.
 template <int I>
 inline void store_lane(int32_t *y, const int32x4x2_t &a, const int32x4x2_t &b) {
     vst4q_lane_s32(y, (int32x4x4_t{{a.val[0], a.val[1], b.val[0], b.val[1]}}), I);

@@ -152,7 +152,7 @@ bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l
     const int guard = l.order - 1;
     const int last = kProductBits + guard - len_bits(l, l.stages - 2) + shift;
     if (!p.vectorised || last < 1 || last > 31) return false;
-    // The first stage finds the headroom while it reads the input; without enough of it the
+    // The first stages find the headroom while they read the input; without enough of it the
     // portable stages rewrite all of dst.
     const int h = simd::first_stages(src, dst, p, l, guard - len_bits(l, 0) - pre, swap);
     if (h < l.order - pre) return false;
