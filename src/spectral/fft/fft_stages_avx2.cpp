@@ -1,6 +1,7 @@
-// Vectorised stages of the FFT service for x86-64 with AVX2: the first stage on 32-bit lanes
-// (exact sums of inputs with headroom), the radix-4 stages on 64-bit lanes with the same Q31
-// twiddle products, roundings and clamping as the portable stages. Four butterflies per step.
+// Vectorised stages of the FFT service for x86-64 with AVX2: the first two stages fused, one
+// sub-transform per lane (exact 32-bit sums of inputs with headroom, then radix 4 on 64-bit
+// lanes), the later radix-4 stages on 64-bit lanes, four butterflies per step; the same Q31
+// twiddle products, roundings and clamping as the portable stages.
 #include "spectral/fft/fft_stages_simd.h"
 
 #include "spectral/fft/fft_butterflies.h"
@@ -24,12 +25,7 @@ SONVEL_LANES_TARGET inline void store(int32_t *p, V v) {
     _mm256_storeu_si256(reinterpret_cast<V *>(p), v);
 }
 
-// Two complex values from each of two places.
-SONVEL_LANES_TARGET inline V load2x2(const int32_t *lo, const int32_t *hi) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(lo));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(hi));
-    return _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1);
-}
+// Two complex values to each of two places.
 SONVEL_LANES_TARGET inline void store2x2(int32_t *lo, int32_t *hi, V v) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(lo), _mm256_castsi256_si128(v));
     _mm_storeu_si128(reinterpret_cast<__m128i *>(hi), _mm256_extracti128_si256(v, 1));
@@ -38,7 +34,7 @@ SONVEL_LANES_TARGET inline void store2x2(int32_t *lo, int32_t *hi, V v) {
 // Exchange re and im of four complex values.
 SONVEL_LANES_TARGET inline V swap_parts(V v) { return _mm256_shuffle_epi32(v, 0xB1); }
 
-// ---- First stage: exact sums on 32-bit lanes (the inputs have headroom). ----
+// ---- Helpers of the first stage: exact sums on 32-bit lanes (the inputs have headroom). ----
 
 // -j d for four interleaved values, as (d.im, -d.re).
 SONVEL_LANES_TARGET inline V times_minus_j(V d) {
@@ -64,62 +60,6 @@ struct Range {
         return range_headroom(_mm_cvtsi128_si32(l), _mm_cvtsi128_si32(h));
     }
 };
-
-template <bool Swap>
-SONVEL_LANES_TARGET int first_stage4(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
-    const int stride = p.n / 4;
-    const __m128i g = _mm_cvtsi32_si128(guard);
-    Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
-    for (int o = 0; o < stride; o += 4) {
-        V d[4];
-        for (int q = 0; q < 4; ++q) {
-            const V x = range.add(load(src + 2 * (o + q * stride)));
-            d[q] = _mm256_sll_epi32(Swap ? swap_parts(x) : x, g);
-        }
-        const V s02 = _mm256_add_epi32(d[0], d[2]);
-        const V d02 = _mm256_sub_epi32(d[0], d[2]);
-        const V s13 = _mm256_add_epi32(d[1], d[3]);
-        const V u = times_minus_j(_mm256_sub_epi32(d[1], d[3]));
-        const V o0 = _mm256_add_epi32(s02, s13);
-        const V o1 = _mm256_add_epi32(d02, u);
-        const V o2 = _mm256_sub_epi32(s02, s13);
-        const V o3 = _mm256_sub_epi32(d02, u);
-        // Transpose: butterfly i's four results are contiguous at its output position.
-        const V t0 = _mm256_unpacklo_epi64(o0, o1);
-        const V t1 = _mm256_unpackhi_epi64(o0, o1);
-        const V t2 = _mm256_unpacklo_epi64(o2, o3);
-        const V t3 = _mm256_unpackhi_epi64(o2, o3);
-        int32_t *y = dst + 2 * p.firstOut[o / 4];
-        const int step = 2 * stride;
-        store(y, _mm256_permute2x128_si256(t0, t2, 0x20));
-        store(y + step, _mm256_permute2x128_si256(t1, t3, 0x20));
-        store(y + 2 * step, _mm256_permute2x128_si256(t0, t2, 0x31));
-        store(y + 3 * step, _mm256_permute2x128_si256(t1, t3, 0x31));
-    }
-    return range.headroom();
-}
-
-template <bool Swap>
-SONVEL_LANES_TARGET int first_stage2(const int32_t *src, int32_t *dst, const Layout &p, int guard) {
-    const int stride = p.n / 2;
-    const int step = 2 * (p.n / 4);
-    const __m128i g = _mm_cvtsi32_si128(guard);
-    Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
-    for (int o = 0; o < stride; o += 4) {
-        V a = range.add(load(src + 2 * o));
-        V b = range.add(load(src + 2 * (o + stride)));
-        a = _mm256_sll_epi32(Swap ? swap_parts(a) : a, g);
-        b = _mm256_sll_epi32(Swap ? swap_parts(b) : b, g);
-        const V s = _mm256_add_epi32(a, b);
-        const V d = _mm256_sub_epi32(a, b);
-        const V t0 = _mm256_unpacklo_epi64(s, d);
-        const V t1 = _mm256_unpackhi_epi64(s, d);
-        int32_t *y = dst + 2 * p.firstOut[o / 4];
-        store2x2(y, y + 2 * step, t0);
-        store2x2(y + step, y + 3 * step, t1);
-    }
-    return range.headroom();
-}
 
 // ---- Radix-4 stages: 64-bit lanes, one complex value per lane. ----
 
@@ -283,68 +223,227 @@ SONVEL_LANES_TARGET inline void butterflies(V (&d)[4], const V (&w)[3], const Ro
     pack_all<Swap>(d, a, round);
 }
 
-// A radix-4 stage with m >= 4: four consecutive k of one group per step.
-template <bool Swap, class Round>
-SONVEL_LANES_TARGET void stage_wide(int32_t *dat, int n, int m, const int32_t *tw,
-                                    const Round &round) {
-    const int32_t *w1 = tw;
-    const int32_t *w2 = tw + 2 * m;
-    const int32_t *w3 = tw + 4 * m;
+// Butterflies k..k+3 of one group of a radix-4 stage in place at y, their twiddles at w.
+template <int KZeroMask, bool Swap, int m, class Round>
+SONVEL_LANES_TARGET inline void step(int32_t *y, const int32_t *w, const Round &round) {
+    V d[4] = {load(y), load(y + 2 * m), load(y + 4 * m), load(y + 6 * m)};
+    butterflies<KZeroMask, Swap>(d, {load(w), load(w + 2 * m), load(w + 4 * m)}, round);
+    for (int q = 0; q < 4; ++q) store(y + 2 * q * m, d[q]);
+}
+
+// A radix-4 stage after the fused ones (m >= 8): four consecutive k of one group per step.
+template <bool Swap, int n, int m, class Round>
+SONVEL_LANES_TARGET void stage_wide(int32_t *dat, const int32_t *tw, const Round &round) {
     for (int base = 0; base < n; base += 4 * m) {
-        int32_t *x = dat + 2 * base;
-        for (int k = 0; k < m; k += 4) {
-            int32_t *y = x + 2 * k;
-            V d[4] = {load(y), load(y + 2 * m), load(y + 4 * m), load(y + 6 * m)};
-            const V w[3] = {load(w1 + 2 * k), load(w2 + 2 * k), load(w3 + 2 * k)};
-            if (k == 0) {
-                butterflies<0x03, Swap>(d, w, round);
-            } else {
-                butterflies<0, Swap>(d, w, round);
-            }
-            for (int q = 0; q < 4; ++q) store(y + 2 * q * m, d[q]);
-        }
+        step<0x03, Swap, m>(dat + 2 * base, tw, round);
+        for (int k = 4; k < m; k += 4) step<0, Swap, m>(dat + 2 * (base + k), tw + 2 * k, round);
     }
 }
 
-// A radix-4 stage with m = 2: both k of two groups per step.
-template <bool Swap, class Round>
-SONVEL_LANES_TARGET void stage_pairs(int32_t *dat, int n, const int32_t *tw, const Round &round) {
-    constexpr int m = 2;
-    const V w[3] = {
-        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw))),
-        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 4))),
-        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(tw + 8)))};
-    for (int base = 0; base < n; base += 8 * m) {
-        int32_t *x = dat + 2 * base;
-        int32_t *z = x + 8 * m;
-        V d[4];
-        for (int q = 0; q < 4; ++q) d[q] = load2x2(x + 2 * q * m, z + 2 * q * m);
-        butterflies<0x33, Swap>(d, w, round);
-        for (int q = 0; q < 4; ++q) store2x2(x + 2 * q * m, z + 2 * q * m, d[q]);
+// ---- The first two stages fused: each lane works on its own sub-transform. ----
+//
+// The first stage of radix R and the first radix-4 stage (m = R) together build sub-transforms
+// of length L = 4R, each from the inputs x[o + j N/L], j = 0..L-1. Lane i of every vector below
+// holds sub-transform o + i (four of them per step), so that the twiddles W_L^{qk} are the same
+// in all lanes: the exact ones (1, -j) need no product and those at 45 degrees one product per
+// part. The radix-R butterflies add on 32-bit lanes (exact with the headroom), the radix-4 ones
+// on 64-bit lanes as in the later stages, and the results are transposed back into place.
+
+// The parts of four interleaved values, each in the low 32 bits of a 64-bit lane (the high bits
+// are ignored by the products), re / im exchanged with Swap.
+struct Parts {
+    V re;
+    V im;
+};
+template <bool Swap>
+SONVEL_LANES_TARGET inline Parts parts(V x) {
+    const V high = _mm256_srli_epi64(x, 32);
+    return Swap ? Parts{high, x} : Parts{x, high};
+}
+
+SONVEL_LANES_TARGET inline V round_product(V v) {
+    const V bias = _mm256_set1_epi64x(INT64_MIN + (int64_t{1} << (kProductShift - 1)));
+    return _mm256_srli_epi64(_mm256_add_epi64(v, bias), kProductShift);
+}
+
+// x * 2^kProductBits.
+template <bool Swap>
+SONVEL_LANES_TARGET inline C4 widen_parts(V x) {
+    const V scale = _mm256_set1_epi64x(int64_t{1} << kProductBits);
+    const Parts p = parts<Swap>(x);
+    return {_mm256_mul_epi32(p.re, scale), _mm256_mul_epi32(p.im, scale)};
+}
+
+// -j x * 2^kProductBits + kOffset (exact, offset like a rounded product).
+template <bool Swap>
+SONVEL_LANES_TARGET inline C4 minus_j(V x) {
+    const V offset = _mm256_set1_epi64x(kOffset);
+    const Parts p = parts<Swap>(x);
+    return {
+        _mm256_add_epi64(_mm256_mul_epi32(p.im, _mm256_set1_epi64x(1 << kProductBits)), offset),
+        _mm256_add_epi64(_mm256_mul_epi32(p.re, _mm256_set1_epi64x(-(1 << kProductBits))), offset)};
+}
+
+// x * w, rounded like twiddle(), for the same w = (wr, wi) in every lane.
+template <bool Swap>
+SONVEL_LANES_TARGET inline C4 twiddle_all(V x, const int32_t *w) {
+    const V wr = _mm256_set1_epi32(w[0]);
+    const V wi = _mm256_set1_epi32(w[1]);
+    const Parts p = parts<Swap>(x);
+    const V re = _mm256_sub_epi64(_mm256_mul_epi32(p.re, wr), _mm256_mul_epi32(p.im, wi));
+    const V im = _mm256_add_epi64(_mm256_mul_epi32(p.re, wi), _mm256_mul_epi32(p.im, wr));
+    return {round_product(re), round_product(im)};
+}
+
+// The same for a twiddle at 45 degrees, w = (a, -a) (Anti: (a, a)): x.re w.re - x.im w.im and
+// x.re w.im + x.im w.re are a (x.re + x.im) and a (x.im - x.re) (Anti: a (x.re - x.im) and
+// a (x.re + x.im)), one product each. The 32-bit sum and difference are exact: the parts come
+// from the first stage, at most 2^30 in magnitude with the headroom.
+template <bool Swap, bool Anti>
+SONVEL_LANES_TARGET inline C4 twiddle_diagonal(V x, const int32_t *w) {
+    const V a = _mm256_set1_epi32(w[0]);
+    const V other = swap_parts(x);
+    const V sum = _mm256_add_epi32(x, other);
+    // Low halves: x.im - x.re, or x.re - x.im for Anti (with Swap the halves hold im, re).
+    const V diff = Anti != Swap ? _mm256_sub_epi32(x, other) : _mm256_sub_epi32(other, x);
+    const V p = _mm256_mul_epi32(Anti ? diff : sum, a);
+    const V q = _mm256_mul_epi32(Anti ? sum : diff, a);
+    return {round_product(p), round_product(q)};
+}
+
+// One radix-4 butterfly of the fused stages: inputs a (inputs 1..3 carry kOffset, or none with
+// Exact), rounded by 2^-6 into interleaved 32-bit values.
+template <bool Exact>
+SONVEL_LANES_TARGET inline void fused_butterfly(C4 (&a)[4], V (&out)[4]) {
+    constexpr int64_t kHalf = int64_t{1} << (RoundMiddle::kShift - 1);
+    const V lead = _mm256_set1_epi64x(Exact ? kHalf : kHalf + kOffset);
+    a[0] = add(a[0], C4{lead, lead});
+    radix4(a);
+    pack_all<false>(out, a, RoundMiddle{});
+}
+
+// Butterfly outputs k (lo) and k + 1 (hi) of the four sub-transforms, each pair stored
+// contiguously at element k + R q of sub-transform i (at y[i]).
+SONVEL_LANES_TARGET inline void store_pairs(int32_t *const (&y)[4], int element, int stride,
+                                            const V (&lo)[4], const V (&hi)[4]) {
+    for (int q = 0; q < 4; ++q) {
+        const V even = _mm256_unpacklo_epi64(lo[q], hi[q]);  // sub-transforms 0 and 2
+        const V odd = _mm256_unpackhi_epi64(lo[q], hi[q]);   // sub-transforms 1 and 3
+        const int at = 2 * (element + q * stride);
+        store2x2(y[0] + at, y[2] + at, even);
+        store2x2(y[1] + at, y[3] + at, odd);
     }
+}
+
+// R = 2: x[o + q N/8 + t N/2] (t = 0, 1) for the butterflies q = 0..3 (N/8 apart).
+template <bool Swap, int n>
+SONVEL_LANES_TARGET V first_pair(const int32_t *src, int q, Range &range, const __m128i g,
+                                 V &diff) {
+    const V a = range.add(load(src + 2 * (q * n / 8)));
+    const V b = range.add(load(src + 2 * (q * n / 8 + n / 2)));
+    diff = _mm256_sll_epi32(_mm256_sub_epi32(a, b), g);
+    return _mm256_sll_epi32(_mm256_add_epi32(a, b), g);
+}
+
+template <bool Swap, int n>
+SONVEL_LANES_TARGET int first_stages2(const int32_t *src, int32_t *dst, const Layout &l,
+                                      const int32_t *tw, int guard) {
+    const __m128i g = _mm_cvtsi32_si128(guard);
+    Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
+    // W_8^1 = (a, -a), W_8^2 = -j, W_8^3 = (-a, -a): q k = 1, 2, 3 (m = 2 words per q).
+    const int32_t *w1 = tw + 2;
+    const int32_t *w3 = tw + 2 * (2 * 2) + 2;
+    for (int o = 0; o < n / 8; o += 4) {
+        V e[4], d[4];  // outputs 0 and 1 of the radix-2 butterflies q
+        for (int q = 0; q < 4; ++q) e[q] = first_pair<Swap, n>(src + 2 * o, q, range, g, d[q]);
+        C4 a[4] = {widen_parts<Swap>(e[0]), widen_parts<Swap>(e[1]), widen_parts<Swap>(e[2]),
+                   widen_parts<Swap>(e[3])};
+        V lo[4], hi[4];
+        fused_butterfly<true>(a, lo);
+        C4 b[4] = {widen_parts<Swap>(d[0]), twiddle_diagonal<Swap, false>(d[1], w1),
+                   minus_j<Swap>(d[2]), twiddle_diagonal<Swap, true>(d[3], w3)};
+        fused_butterfly<false>(b, hi);
+        int32_t *const y[4] = {dst + 2 * l.firstOut[o / 4], dst + 2 * (l.firstOut[o / 4] + n / 4),
+                               dst + 2 * (l.firstOut[o / 4] + n / 2),
+                               dst + 2 * (l.firstOut[o / 4] + 3 * n / 4)};
+        store_pairs(y, 0, 2, lo, hi);
+    }
+    return range.headroom();
+}
+
+// R = 4: the four-point DFTs of x[o + q N/16 + t N/4] (t = 0..3) for q = 0..3, times 2^guard.
+// With Swap the lanes hold (im, re) of the transform's input: -j becomes +j on them.
+template <bool Swap, int n>
+SONVEL_LANES_TARGET void first_quad(const int32_t *src, int q, Range &range, const __m128i g,
+                                    V (&y)[4]) {
+    V x[4];
+    for (int t = 0; t < 4; ++t) x[t] = range.add(load(src + 2 * (q * n / 16 + t * n / 4)));
+    const V s02 = _mm256_add_epi32(x[0], x[2]);
+    const V d02 = _mm256_sub_epi32(x[0], x[2]);
+    const V s13 = _mm256_add_epi32(x[1], x[3]);
+    const V d13 = _mm256_sub_epi32(x[1], x[3]);
+    const V u =
+        Swap ? _mm256_sign_epi32(swap_parts(d13), _mm256_setr_epi32(-1, 1, -1, 1, -1, 1, -1, 1))
+             : times_minus_j(d13);
+    y[0] = _mm256_sll_epi32(_mm256_add_epi32(s02, s13), g);
+    y[1] = _mm256_sll_epi32(_mm256_add_epi32(d02, u), g);
+    y[2] = _mm256_sll_epi32(_mm256_sub_epi32(s02, s13), g);
+    y[3] = _mm256_sll_epi32(_mm256_sub_epi32(d02, u), g);
+}
+
+template <bool Swap, int n>
+SONVEL_LANES_TARGET int first_stages4(const int32_t *src, int32_t *dst, const Layout &l,
+                                      const int32_t *tw, int guard) {
+    const __m128i g = _mm_cvtsi32_si128(guard);
+    Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
+    // W_16^{qk} sits at tw + 2 ((q - 1) 4 + k); W_16^2 = (a, -a), W_16^4 = -j, W_16^6 = (-a, -a).
+    const auto w = [tw](int q, int k) { return tw + 2 * ((q - 1) * 4 + k); };
+    for (int o = 0; o < n / 16; o += 4) {
+        V y[4][4];  // output k of the four-point DFT q
+        for (int q = 0; q < 4; ++q) first_quad<Swap, n>(src + 2 * o, q, range, g, y[q]);
+        int32_t *const at[4] = {dst + 2 * l.firstOut[o / 4], dst + 2 * (l.firstOut[o / 4] + n / 4),
+                                dst + 2 * (l.firstOut[o / 4] + n / 2),
+                                dst + 2 * (l.firstOut[o / 4] + 3 * n / 4)};
+        V lo[4], hi[4];
+        C4 a0[4] = {widen_parts<Swap>(y[0][0]), widen_parts<Swap>(y[1][0]),
+                    widen_parts<Swap>(y[2][0]), widen_parts<Swap>(y[3][0])};
+        fused_butterfly<true>(a0, lo);
+        C4 a1[4] = {widen_parts<Swap>(y[0][1]), twiddle_all<Swap>(y[1][1], w(1, 1)),
+                    twiddle_diagonal<Swap, false>(y[2][1], w(2, 1)),
+                    twiddle_all<Swap>(y[3][1], w(3, 1))};
+        fused_butterfly<false>(a1, hi);
+        store_pairs(at, 0, 4, lo, hi);
+        C4 a2[4] = {widen_parts<Swap>(y[0][2]), twiddle_diagonal<Swap, false>(y[1][2], w(1, 2)),
+                    minus_j<Swap>(y[2][2]), twiddle_diagonal<Swap, true>(y[3][2], w(3, 2))};
+        fused_butterfly<false>(a2, lo);
+        C4 a3[4] = {widen_parts<Swap>(y[0][3]), twiddle_all<Swap>(y[1][3], w(1, 3)),
+                    twiddle_diagonal<Swap, true>(y[2][3], w(2, 3)),
+                    twiddle_all<Swap>(y[3][3], w(3, 3))};
+        fused_butterfly<false>(a3, hi);
+        store_pairs(at, 2, 4, lo, hi);
+    }
+    return range.headroom();
 }
 
 template <bool Swap, class Round>
 SONVEL_LANES_TARGET void stage(int32_t *d, const Plan &p, const Layout &l, int s,
                                const Round &round) {
-    const int m = l.firstRadix << (2 * (s - 1));
     const int32_t *tw = p.tw + l.twOffset[s];
-    if (m == 2) {
-        stage_pairs<Swap>(d, l.n, tw, round);
-    } else {
-        stage_wide<Swap>(d, l.n, m, tw, round);
-    }
+    with_stage(l, s, Swap, [&](auto n, auto m, auto) { stage_wide<Swap, n, m>(d, tw, round); });
 }
 
 }  // namespace
 
-SONVEL_LANES_TARGET int first_stage(const int32_t *src, int32_t *dst, const Layout &p, int guard,
-                                    bool swap) {
-    if (p.firstRadix == 4) {
-        return swap ? first_stage4<true>(src, dst, p, guard)
-                    : first_stage4<false>(src, dst, p, guard);
-    }
-    return swap ? first_stage2<true>(src, dst, p, guard) : first_stage2<false>(src, dst, p, guard);
+SONVEL_LANES_TARGET int first_stages(const int32_t *src, int32_t *dst, const Plan &p,
+                                     const Layout &l, int guard, bool swap) {
+    const int32_t *tw = p.tw + l.twOffset[1];
+    return with_length(l, swap, [&](auto n, auto sw) {
+        if constexpr (n == 128) {
+            return first_stages2<sw, n>(src, dst, l, tw, guard);
+        } else {
+            return first_stages4<sw, n>(src, dst, l, tw, guard);
+        }
+    });
 }
 
 SONVEL_LANES_TARGET void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {
@@ -387,7 +486,7 @@ SONVEL_LANES_TARGET void last_stage(int32_t *d, const Plan &p, const Layout &l, 
 
 namespace sonvel::fft::simd {
 
-int first_stage(const int32_t *, int32_t *, const Layout &, int, bool) { return 0; }
+int first_stages(const int32_t *, int32_t *, const Plan &, const Layout &, int, bool) { return 0; }
 void middle_stage(int32_t *, const Plan &, const Layout &, int) {}
 void last_stage(int32_t *, const Plan &, const Layout &, int, bool, bool) {}
 

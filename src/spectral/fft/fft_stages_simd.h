@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "fixedpoint/block_float.h"
 #include "spectral/fft/fft_plan.h"
@@ -18,15 +19,43 @@ inline int range_headroom(int32_t lo, int32_t hi) {
     return a < b ? a : b;
 }
 
-// First stage from src (re / im exchanged with swap) into dst with guard >= 0 guard bits; returns
-// the common headroom of the 2N words of src, which it reads anyway. The results are those of
-// the portable stages only when it is at least log2 N; otherwise dst holds garbage (no undefined
-// behaviour: the shifts and sums wrap on the vector lanes) and must be rewritten.
-int first_stage(const int32_t *src, int32_t *dst, const Layout &l, int guard, bool swap);
+// The shapes of the layouts as compile-time values, for code with fixed offsets and counts:
+// 64, 128 or 256 points (orders 6..8, the odd one with the radix-2 first stage), and the radix-4
+// stages after the first two, the middle ones with m = n / 16, the last with m = n / 4. f is
+// called with std::integral_constant values n (and m) and std::bool_constant swap.
+template <int v>
+using Int = std::integral_constant<int, v>;
 
-// Radix-4 stage s (1 .. l.stages - 2) in place; results rounded by 2^-(kProductBits + 2), not
-// clamped
-// (with the headroom they fit).
+template <class F>
+inline auto with_length(const Layout &l, bool swap, F &&f) {
+    const auto go = [&](auto n) { return swap ? f(n, std::true_type{}) : f(n, std::false_type{}); };
+    if (l.n == 64) return go(Int<64>{});
+    if (l.n == 128) return go(Int<128>{});
+    return go(Int<256>{});
+}
+
+template <class F>
+inline void with_stage(const Layout &l, int s, bool swap, F &&f) {
+    const bool last = s == l.stages - 1;
+    with_length(l, swap, [&](auto n, auto sw) {
+        if (last) {
+            f(n, Int<n / 4>{}, sw);
+        } else if constexpr (n > 64) {
+            f(n, Int<n / 16>{}, sw);
+        }
+    });
+}
+
+// The first two stages (the radix-2 or radix-4 one and radix-4 stage 1) from src (re / im
+// exchanged with swap) into dst, the first one with guard >= 0 guard bits; returns the common
+// headroom of the 2N words of src, which they read anyway. The results are those of the portable
+// stages only when it is at least log2 N; otherwise dst holds garbage (no undefined behaviour:
+// the shifts and sums wrap on the vector lanes) and must be rewritten.
+int first_stages(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int guard,
+                 bool swap);
+
+// Radix-4 stage s (2 .. l.stages - 2) in place; results rounded by 2^-(kProductBits + 2), not
+// clamped (with the headroom they fit).
 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s);
 
 // The last stage in place; results rounded by 2^-shift (shift 1..31), clamped, re / im

@@ -152,11 +152,11 @@ bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l
     const int guard = l.order - 1;
     const int last = kProductBits + guard - len_bits(l, l.stages - 2) + shift;
     if (!p.vectorised || last < 1 || last > 31) return false;
-    // The first stage finds the headroom while it reads the input; without enough of it the
+    // The first stages find the headroom while they read the input; without enough of it the
     // portable stages rewrite all of dst.
-    const int h = simd::first_stage(src, dst, l, guard - len_bits(l, 0) - pre, swap);
+    const int h = simd::first_stages(src, dst, p, l, guard - len_bits(l, 0) - pre, swap);
     if (h < l.order - pre) return false;
-    for (int s = 1; s < l.stages - 1; ++s) simd::middle_stage(dst, p, l, s);
+    for (int s = 2; s < l.stages - 1; ++s) simd::middle_stage(dst, p, l, s);
     // The words of src are at most 2^(31-h) in magnitude, so the exact result DFT(src 2^-pre)
     // 2^-shift has modulus at most sqrt(2) 2^(31 + l.order - h - pre - shift). From
     // h + pre + shift > l.order on that is sqrt(2) 2^30 or less, and the roundings of the stages
