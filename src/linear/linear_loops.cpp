@@ -31,6 +31,11 @@ inline int32_t sat_add_select(int32_t a, int32_t b) {
     return ((a ^ r) & (b ^ r)) < 0 ? sat : r;
 }
 
+}  // namespace
+
+namespace lanes {
+namespace {
+
 #if SONVEL_HAS_LANES
 
 using ln::I32;
@@ -50,8 +55,8 @@ SONVEL_LANES_TARGET inline void reciprocal_step(const int32_t *pow, I32 qbase, i
 
 // The bins left after the whole steps are done by one more step that ends at the last bin and
 // repeats a few bins (the outputs are separate from the input).
-SONVEL_LANES_TARGET int reciprocal_far_power_lanes(const int32_t *pow, int bins, int s,
-                                                   int32_t *man, int32_t *q) {
+SONVEL_LANES_TARGET int reciprocal_far_power(const int32_t *pow, int bins, int s, int32_t *man,
+                                             int32_t *q) {
     const I32 qbase = ln::dup(s + 16);
     int k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) reciprocal_step(pow + k, qbase, man + k, q + k);
@@ -63,9 +68,8 @@ SONVEL_LANES_TARGET int reciprocal_far_power_lanes(const int32_t *pow, int bins,
     return k;
 }
 
-SONVEL_LANES_TARGET int normalised_error_lanes(const int32_t *e, const int32_t *man,
-                                               const int32_t *q, int bins, int32_t *g,
-                                               int32_t *qg) {
+SONVEL_LANES_TARGET int normalised_error(const int32_t *e, const int32_t *man, const int32_t *q,
+                                         int bins, int32_t *g, int32_t *qg) {
     int k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) {
         const ln::Bins x = ln::load_bins(e + 2 * k);
@@ -93,7 +97,7 @@ SONVEL_LANES_TARGET inline I32 gain_step(I32 e2, I32 qe2) {
 
 // In place: the bins left after the whole steps are done by one more step over the last bins,
 // from their powers as they were before the whole steps overwrote some of them.
-SONVEL_LANES_TARGET int constant_magnitude_gain_lanes(int32_t *e2, const int32_t *qe2, int bins) {
+SONVEL_LANES_TARGET int constant_magnitude_gain(int32_t *e2, const int32_t *qe2, int bins) {
     const int last = bins - ln::kLanes;
     const bool tail = last >= 0 && bins % ln::kLanes != 0;
     const I32 last_e2 = tail ? ln::load(e2 + last) : ln::zero();
@@ -108,7 +112,7 @@ SONVEL_LANES_TARGET int constant_magnitude_gain_lanes(int32_t *e2, const int32_t
     return k;
 }
 
-SONVEL_LANES_TARGET int apply_gain_lanes(int32_t *g, const int32_t *gain, int bins) {
+SONVEL_LANES_TARGET int apply_gain(int32_t *g, const int32_t *gain, int bins) {
     const ln::F32 scale = ln::dupf(kTwoPowM32);
     int k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) {
@@ -122,7 +126,7 @@ SONVEL_LANES_TARGET int apply_gain_lanes(int32_t *g, const int32_t *gain, int bi
 }
 
 // *q becomes the smallest of *q and the Q values of the non-zero words done.
-SONVEL_LANES_TARGET int common_q_lanes(const int32_t *g, const int32_t *qg, int words, int *q) {
+SONVEL_LANES_TARGET int common_q(const int32_t *g, const int32_t *qg, int words, int *q) {
     const I32 cap = ln::dup(*q);
     I32 low = cap;
     int w = 0;
@@ -133,7 +137,7 @@ SONVEL_LANES_TARGET int common_q_lanes(const int32_t *g, const int32_t *qg, int 
     return w;
 }
 
-SONVEL_LANES_TARGET int align_to_q_lanes(int32_t *g, const int32_t *qg, int words, int q) {
+SONVEL_LANES_TARGET int align_to_q(int32_t *g, const int32_t *qg, int words, int q) {
     int w = 0;
     for (; w + ln::kLanes <= words; w += ln::kLanes) {
         ln::store(g + w, ln::shift_wrap(ln::load(g + w), ln::sub(ln::dup(q), ln::load(qg + w))));
@@ -142,7 +146,7 @@ SONVEL_LANES_TARGET int align_to_q_lanes(int32_t *g, const int32_t *qg, int word
 }
 
 // W += Phi >> r (r in 0..31), saturating.
-SONVEL_LANES_TARGET int accumulate_right_lanes(int32_t *w, const int32_t *phi, int words, int r) {
+SONVEL_LANES_TARGET int accumulate_right(int32_t *w, const int32_t *phi, int words, int r) {
     int i = 0;
     for (; i + ln::kLanes <= words; i += ln::kLanes) {
         ln::store(w + i, ln::sat_add(ln::load(w + i), ln::shr_all(ln::load(phi + i), r)));
@@ -151,7 +155,7 @@ SONVEL_LANES_TARGET int accumulate_right_lanes(int32_t *w, const int32_t *phi, i
 }
 
 // W += Phi << c (c >= 1, saturating shift), saturating.
-SONVEL_LANES_TARGET int accumulate_left_lanes(int32_t *w, const int32_t *phi, int words, int c) {
+SONVEL_LANES_TARGET int accumulate_left(int32_t *w, const int32_t *phi, int words, int c) {
     int i = 0;
     for (; i + ln::kLanes <= words; i += ln::kLanes) {
         ln::store(w + i, ln::sat_add(ln::load(w + i), ln::shl_sat_all(ln::load(phi + i), c)));
@@ -159,8 +163,8 @@ SONVEL_LANES_TARGET int accumulate_left_lanes(int32_t *w, const int32_t *phi, in
     return i;
 }
 
-SONVEL_LANES_TARGET int estimate_and_error_lanes(int32_t *y, const int16_t *near, int l, int undo,
-                                                 int s, int32_t *est, int32_t *err) {
+SONVEL_LANES_TARGET int estimate_and_error(int32_t *y, const int16_t *near, int l, int undo, int s,
+                                           int32_t *est, int32_t *err) {
     const I32 undo_count = ln::dup(undo);
     const I32 near_count = ln::dup(s);
     int i = 0;
@@ -177,31 +181,31 @@ SONVEL_LANES_TARGET int estimate_and_error_lanes(int32_t *y, const int16_t *near
 
 #else
 
-int reciprocal_far_power_lanes(const int32_t *, int, int, int32_t *, int32_t *) { return 0; }
-int normalised_error_lanes(const int32_t *, const int32_t *, const int32_t *, int, int32_t *,
-                           int32_t *) {
+int reciprocal_far_power(const int32_t *, int, int, int32_t *, int32_t *) { return 0; }
+int normalised_error(const int32_t *, const int32_t *, const int32_t *, int, int32_t *, int32_t *) {
     return 0;
 }
-int constant_magnitude_gain_lanes(int32_t *, const int32_t *, int) { return 0; }
-int apply_gain_lanes(int32_t *, const int32_t *, int) { return 0; }
-int common_q_lanes(const int32_t *, const int32_t *, int, int *) { return 0; }
-int align_to_q_lanes(int32_t *, const int32_t *, int, int) { return 0; }
-int accumulate_right_lanes(int32_t *, const int32_t *, int, int) { return 0; }
-int accumulate_left_lanes(int32_t *, const int32_t *, int, int) { return 0; }
-int estimate_and_error_lanes(int32_t *, const int16_t *, int, int, int, int32_t *, int32_t *) {
+int constant_magnitude_gain(int32_t *, const int32_t *, int) { return 0; }
+int apply_gain(int32_t *, const int32_t *, int) { return 0; }
+int common_q(const int32_t *, const int32_t *, int, int *) { return 0; }
+int align_to_q(int32_t *, const int32_t *, int, int) { return 0; }
+int accumulate_right(int32_t *, const int32_t *, int, int) { return 0; }
+int accumulate_left(int32_t *, const int32_t *, int, int) { return 0; }
+int estimate_and_error(int32_t *, const int16_t *, int, int, int, int32_t *, int32_t *) {
     return 0;
 }
 
 #endif
 
 }  // namespace
+}  // namespace lanes
 
 void reciprocal_far_power(sp::Isa isa, const int32_t *pow, int bins, int s, int32_t *man,
                           int32_t *q) {
     if (sp::lanes_checked(isa, {{man, 4u * bins}, {q, 4u * bins}},
                           [&](sp::Isa i) { reciprocal_far_power(i, pow, bins, s, man, q); }))
         return;
-    int k = vector(isa) ? reciprocal_far_power_lanes(pow, bins, s, man, q) : 0;
+    int k = vector(isa) ? lanes::reciprocal_far_power(pow, bins, s, man, q) : 0;
     for (; k < bins; ++k) {
         const int32_t t = fx::sat_add(pow[k] - (pow[k] >> 2), 1);
         const float inv = sp::recip(fx::i2f(t));
@@ -217,7 +221,7 @@ void normalised_error(sp::Isa isa, const int32_t *e, const int32_t *man, const i
     if (sp::lanes_checked(isa, {{g, 8u * bins}, {qg, 8u * bins}},
                           [&](sp::Isa i) { normalised_error(i, e, man, q, bins, g, qg); }))
         return;
-    int k = vector(isa) ? normalised_error_lanes(e, man, q, bins, g, qg) : 0;
+    int k = vector(isa) ? lanes::normalised_error(e, man, q, bins, g, qg) : 0;
     for (; k < bins; ++k) {
         for (int part = 0; part < 2; ++part) {
             const int32_t x = e[2 * k + part];
@@ -233,7 +237,7 @@ void constant_magnitude_gain(sp::Isa isa, int32_t *e2, const int32_t *qe2, int b
     if (sp::lanes_checked(isa, {{e2, 4u * bins}},
                           [&](sp::Isa i) { constant_magnitude_gain(i, e2, qe2, bins); }))
         return;
-    int k = vector(isa) ? constant_magnitude_gain_lanes(e2, qe2, bins) : 0;
+    int k = vector(isa) ? lanes::constant_magnitude_gain(e2, qe2, bins) : 0;
     for (; k < bins; ++k) {
         const int32_t m = std::max(e2[k], 1);
         const int c = fx::hr(m) & ~1;
@@ -248,7 +252,7 @@ void constant_magnitude_gain(sp::Isa isa, int32_t *e2, const int32_t *qe2, int b
 void apply_gain(sp::Isa isa, int32_t *g, const int32_t *gain, int bins) {
     if (sp::lanes_checked(isa, {{g, 8u * bins}}, [&](sp::Isa i) { apply_gain(i, g, gain, bins); }))
         return;
-    int k = vector(isa) ? apply_gain_lanes(g, gain, bins) : 0;
+    int k = vector(isa) ? lanes::apply_gain(g, gain, bins) : 0;
     for (; k < bins; ++k) {
         const float gk = fx::i2f(gain[k]);
         for (int part = 0; part < 2; ++part) {
@@ -263,7 +267,7 @@ int common_q(sp::Isa isa, const int32_t *g, const int32_t *qg, int words) {
     if (sp::lanes_checked(isa, {{&r, sizeof r}}, [&](sp::Isa i) { r = common_q(i, g, qg, words); }))
         return r;
     int32_t q = kQCap;
-    int w = vector(isa) ? common_q_lanes(g, qg, words, &q) : 0;
+    int w = vector(isa) ? lanes::common_q(g, qg, words, &q) : 0;
     for (; w < words; ++w) {
         if (g[w] != 0) q = std::min(q, qg[w]);
     }
@@ -274,7 +278,7 @@ void align_to_q(sp::Isa isa, int32_t *g, const int32_t *qg, int words, int q) {
     if (sp::lanes_checked(isa, {{g, 4u * words}},
                           [&](sp::Isa i) { align_to_q(i, g, qg, words, q); }))
         return;
-    int w = vector(isa) ? align_to_q_lanes(g, qg, words, q) : 0;
+    int w = vector(isa) ? lanes::align_to_q(g, qg, words, q) : 0;
     for (; w < words; ++w) g[w] = fx::shift_wrap(g[w], q - qg[w]);
 }
 
@@ -285,10 +289,10 @@ void accumulate_into_filter(sp::Isa isa, int32_t *w, const int32_t *phi, int wor
         return;
     if (shift <= 0) {
         const int r = right_count(shift);
-        int i = vector(isa) ? accumulate_right_lanes(w, phi, words, r) : 0;
+        int i = vector(isa) ? lanes::accumulate_right(w, phi, words, r) : 0;
         for (; i < words; ++i) w[i] = sat_add_select(w[i], phi[i] >> r);
     } else {
-        int i = vector(isa) ? accumulate_left_lanes(w, phi, words, shift) : 0;
+        int i = vector(isa) ? lanes::accumulate_left(w, phi, words, shift) : 0;
         for (; i < words; ++i) w[i] = fx::sat_add(w[i], fx::shift_sat(phi[i], shift));
     }
 }
@@ -298,7 +302,7 @@ void estimate_and_error(sp::Isa isa, int32_t *y, const int16_t *near, int l, int
     if (sp::lanes_checked(isa, {{y, 8u * l}, {est, 4u * l}, {err, 4u * l}},
                           [&](sp::Isa i) { estimate_and_error(i, y, near, l, undo, s, est, err); }))
         return;
-    int i = vector(isa) ? estimate_and_error_lanes(y, near, l, undo, s, est, err) : 0;
+    int i = vector(isa) ? lanes::estimate_and_error(y, near, l, undo, s, est, err) : 0;
     for (; i < l; ++i) {
         const int32_t yhat = fx::shift_sat(y[l + i], undo);
         const int32_t d = fx::shift_sat(near[i], s);

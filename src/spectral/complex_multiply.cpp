@@ -9,6 +9,7 @@
 #include "spectral/lane_check.h"
 #include "spectral/lanes.h"
 
+namespace sp::lanes {
 namespace {
 
 #if SONVEL_HAS_LANES
@@ -24,8 +25,8 @@ SONVEL_LANES_TARGET inline ln::Bins cmul_rnd31(ln::Bins a, ln::Bins b) {
 }
 
 // acc += rnd_31(a b) per bin, saturating; returns the words done.
-SONVEL_LANES_TARGET int32_t complex_mla_lanes(const int32_t *a, const int32_t *b, int32_t *acc,
-                                              int32_t words) {
+SONVEL_LANES_TARGET int32_t complex_mla(const int32_t *a, const int32_t *b, int32_t *acc,
+                                        int32_t words) {
     int32_t w = 0;
     for (; w + 2 * ln::kLanes <= words; w += 2 * ln::kLanes) {
         const ln::Bins p = cmul_rnd31(ln::load_bins(a + w), ln::load_bins(b + w));
@@ -36,8 +37,8 @@ SONVEL_LANES_TARGET int32_t complex_mla_lanes(const int32_t *a, const int32_t *b
 }
 
 // out = rnd_31(a conj(b)) per bin; out may be an operand.
-SONVEL_LANES_TARGET int32_t complex_conj_mult_lanes(const int32_t *a, const int32_t *b,
-                                                    int32_t *out, int32_t words) {
+SONVEL_LANES_TARGET int32_t complex_conj_mult(const int32_t *a, const int32_t *b, int32_t *out,
+                                              int32_t words) {
     int32_t w = 0;
     for (; w + 2 * ln::kLanes <= words; w += 2 * ln::kLanes) {
         ln::Bins c = ln::load_bins(b + w);
@@ -49,12 +50,13 @@ SONVEL_LANES_TARGET int32_t complex_conj_mult_lanes(const int32_t *a, const int3
 
 #else
 
-int32_t complex_mla_lanes(const int32_t *, const int32_t *, int32_t *, int32_t) { return 0; }
-int32_t complex_conj_mult_lanes(const int32_t *, const int32_t *, int32_t *, int32_t) { return 0; }
+int32_t complex_mla(const int32_t *, const int32_t *, int32_t *, int32_t) { return 0; }
+int32_t complex_conj_mult(const int32_t *, const int32_t *, int32_t *, int32_t) { return 0; }
 
 #endif
 
 }  // namespace
+}  // namespace sp::lanes
 
 extern "C" SONVEL_API void Sonvel_AEC_Complex_Mult(const int32_t *a, const int32_t *b, int32_t *out,
                                                    int32_t n) {
@@ -70,7 +72,7 @@ void sp::complex_mla(Isa isa, const int32_t *a, const int32_t *b, int32_t *acc, 
     const int32_t words = 2 * sp::stepped_count(n, 2);
     if (lanes_checked(isa, {{acc, 4u * words}}, [&](Isa i) { complex_mla(i, a, b, acc, n); }))
         return;
-    const int32_t done = lanes_on(isa) ? complex_mla_lanes(a, b, acc, words) : 0;
+    const int32_t done = lanes_on(isa) ? lanes::complex_mla(a, b, acc, words) : 0;
     for (int32_t w = done; w < words; w += 2) {
         const sp::Prod64 p = sp::cmul(a[w], a[w + 1], b[w], b[w + 1]);
         acc[w] = fx::sat_add(acc[w], fx::rnd(p.re, 31));
@@ -82,7 +84,7 @@ void sp::complex_conj_mult(Isa isa, const int32_t *a, const int32_t *b, int32_t 
     const int32_t words = 2 * sp::stepped_count(n, 2);
     if (lanes_checked(isa, {{out, 4u * words}}, [&](Isa i) { complex_conj_mult(i, a, b, out, n); }))
         return;
-    const int32_t done = lanes_on(isa) ? complex_conj_mult_lanes(a, b, out, words) : 0;
+    const int32_t done = lanes_on(isa) ? lanes::complex_conj_mult(a, b, out, words) : 0;
     for (int32_t w = done; w < words; w += 2) {
         const sp::Prod64 p = sp::cmul_conj(a[w], a[w + 1], b[w], b[w + 1]);
         out[w] = fx::rnd(p.re, 31);

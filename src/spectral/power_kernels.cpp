@@ -42,13 +42,16 @@ inline void energy_dq(const int32_t *x, const int32_t *qx, int32_t *e, int32_t *
 
 int32_t part_power_t(int32_t x) { return sp::part_power_t(x); }
 
+}  // namespace
+
+namespace sp::lanes {
+namespace {
+
 #if SONVEL_HAS_LANES
 
-using namespace sp::lanes;
-
 // Returns the bins done.
-SONVEL_LANES_TARGET int32_t energy_dq_f_lanes(const int32_t *x, const int32_t *qx, int32_t *e,
-                                              int32_t *qe, int32_t bins) {
+SONVEL_LANES_TARGET int32_t energy_dq_f(const int32_t *x, const int32_t *qx, int32_t *e,
+                                        int32_t *qe, int32_t bins) {
     using namespace ln;
     int32_t k = 0;
     for (; k + kLanes <= bins; k += kLanes) {
@@ -71,8 +74,8 @@ SONVEL_LANES_TARGET int32_t energy_dq_f_lanes(const int32_t *x, const int32_t *q
     return k;
 }
 
-SONVEL_LANES_TARGET int32_t energy_f_lanes(const int32_t *x, int32_t *e, int qoff, int16_t *qe,
-                                           int32_t bins) {
+SONVEL_LANES_TARGET int32_t energy_f(const int32_t *x, int32_t *e, int qoff, int16_t *qe,
+                                     int32_t bins) {
     int32_t k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) {
         const Power p = bin_power(ln::load_bins(x + 2 * k));
@@ -83,7 +86,7 @@ SONVEL_LANES_TARGET int32_t energy_f_lanes(const int32_t *x, int32_t *e, int qof
     return k;
 }
 
-SONVEL_LANES_TARGET int32_t far_power_lanes(const int32_t *x, int s, int32_t *p, int32_t bins) {
+SONVEL_LANES_TARGET int32_t far_power(const int32_t *x, int s, int32_t *p, int32_t bins) {
     using namespace ln;
     int32_t k = 0;
     for (; k + kLanes <= bins; k += kLanes) {
@@ -98,15 +101,14 @@ SONVEL_LANES_TARGET int32_t far_power_lanes(const int32_t *x, int s, int32_t *p,
 
 #else
 
-int32_t energy_dq_f_lanes(const int32_t *, const int32_t *, int32_t *, int32_t *, int32_t) {
-    return 0;
-}
-int32_t energy_f_lanes(const int32_t *, int32_t *, int, int16_t *, int32_t) { return 0; }
-int32_t far_power_lanes(const int32_t *, int, int32_t *, int32_t) { return 0; }
+int32_t energy_dq_f(const int32_t *, const int32_t *, int32_t *, int32_t *, int32_t) { return 0; }
+int32_t energy_f(const int32_t *, int32_t *, int, int16_t *, int32_t) { return 0; }
+int32_t far_power(const int32_t *, int, int32_t *, int32_t) { return 0; }
 
 #endif
 
 }  // namespace
+}  // namespace sp::lanes
 
 extern "C" SONVEL_API void Sonvel_AEC_Complex_Energy_DQ_T(const int32_t *x, const int32_t *qx,
                                                           int32_t *e, int32_t *qe, int32_t n) {
@@ -119,7 +121,7 @@ void sp::energy_dq_f(Isa isa, const int32_t *x, const int32_t *qx, int32_t *e, i
     if (lanes_checked(isa, {{e, 4u * bins}, {qe, 4u * bins}},
                       [&](Isa i) { energy_dq_f(i, x, qx, e, qe, n); }))
         return;
-    const int32_t k = lanes_on(isa) ? energy_dq_f_lanes(x, qx, e, qe, bins) : 0;
+    const int32_t k = lanes_on(isa) ? lanes::energy_dq_f(x, qx, e, qe, bins) : 0;
     energy_dq<part_power_f>(x + 2 * k, qx + 2 * k, e + k, qe + k, bins - k);
 }
 
@@ -134,7 +136,7 @@ void sp::energy_f(Isa isa, const int32_t *x, int32_t *e, int16_t q, int16_t *qe,
                       [&](Isa i) { energy_f(i, x, e, q, qe, n); }))
         return;
     const int qoff = 2 * q - 32;
-    const int32_t done = lanes_on(isa) ? energy_f_lanes(x, e, qoff, qe, bins) : 0;
+    const int32_t done = lanes_on(isa) ? lanes::energy_f(x, e, qoff, qe, bins) : 0;
     for (int32_t k = done; k < bins; ++k) {
         const sp::BinPower bp = sp::bin_power_f(x[2 * k], x[2 * k + 1]);
         const sp::Mant m = sp::normalise(bp.e, 2 * bp.h + qoff);
@@ -153,7 +155,7 @@ namespace {
 void far_power(sp::Isa isa, const int32_t *x, int s, int32_t *p, int32_t bins) {
     if (sp::lanes_checked(isa, {{p, 4u * bins}}, [&](sp::Isa i) { far_power(i, x, s, p, bins); }))
         return;
-    const int32_t done = sp::lanes_on(isa) ? far_power_lanes(x, s, p, bins) : 0;
+    const int32_t done = sp::lanes_on(isa) ? sp::lanes::far_power(x, s, p, bins) : 0;
     for (int32_t k = done; k < bins; ++k) {
         p[k] = sp::far_power_element(x[2 * k], x[2 * k + 1], s, p[k]);
     }

@@ -18,13 +18,16 @@ inline void smooth_into(int32_t x, int qx, int32_t &y, int16_t &qy, int32_t a) {
     qy = static_cast<int16_t>(m.q);
 }
 
+}  // namespace
+
+namespace sp::lanes {
+namespace {
+
 #if SONVEL_HAS_LANES
 
-using namespace sp::lanes;
-
 // The lane loops return the elements (words) done; they stop before a negative factor.
-SONVEL_LANES_TARGET int32_t smooth_dg_f_lanes(const int32_t *x, int32_t *y, const int16_t *qx,
-                                              int16_t *qy, const int16_t *a, int32_t count) {
+SONVEL_LANES_TARGET int32_t smooth_dg_f(const int32_t *x, int32_t *y, const int16_t *qx,
+                                        int16_t *qy, const int16_t *a, int32_t count) {
     int32_t i = 0;
     for (; i + ln::kLanes <= count; i += ln::kLanes) {
         const ln::I32 f = ln::load16(a + i);
@@ -37,8 +40,8 @@ SONVEL_LANES_TARGET int32_t smooth_dg_f_lanes(const int32_t *x, int32_t *y, cons
     return i;
 }
 
-SONVEL_LANES_TARGET int32_t energy_smooth_f_lanes(const int32_t *x, int32_t *y, int qoff,
-                                                  int16_t *qy, int32_t a, int32_t bins) {
+SONVEL_LANES_TARGET int32_t energy_smooth_f(const int32_t *x, int32_t *y, int qoff, int16_t *qy,
+                                            int32_t a, int32_t bins) {
     if (a < 0) return 0;
     int32_t k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) {
@@ -51,9 +54,8 @@ SONVEL_LANES_TARGET int32_t energy_smooth_f_lanes(const int32_t *x, int32_t *y, 
     return k;
 }
 
-SONVEL_LANES_TARGET int32_t conj_mult_smooth_q_lanes(const int32_t *a, const int32_t *b, int32_t *y,
-                                                     int qoff, int16_t *qy, int32_t s,
-                                                     int32_t words) {
+SONVEL_LANES_TARGET int32_t conj_mult_smooth_q(const int32_t *a, const int32_t *b, int32_t *y,
+                                               int qoff, int16_t *qy, int32_t s, int32_t words) {
     if (s < 0) return 0;
     const ln::I32 f = ln::dup(s), off = ln::dup(qoff);
     int32_t w = 0;
@@ -71,21 +73,20 @@ SONVEL_LANES_TARGET int32_t conj_mult_smooth_q_lanes(const int32_t *a, const int
 
 #else
 
-int32_t smooth_dg_f_lanes(const int32_t *, int32_t *, const int16_t *, int16_t *, const int16_t *,
-                          int32_t) {
+int32_t smooth_dg_f(const int32_t *, int32_t *, const int16_t *, int16_t *, const int16_t *,
+                    int32_t) {
     return 0;
 }
-int32_t energy_smooth_f_lanes(const int32_t *, int32_t *, int, int16_t *, int32_t, int32_t) {
-    return 0;
-}
-int32_t conj_mult_smooth_q_lanes(const int32_t *, const int32_t *, int32_t *, int, int16_t *,
-                                 int32_t, int32_t) {
+int32_t energy_smooth_f(const int32_t *, int32_t *, int, int16_t *, int32_t, int32_t) { return 0; }
+int32_t conj_mult_smooth_q(const int32_t *, const int32_t *, int32_t *, int, int16_t *, int32_t,
+                           int32_t) {
     return 0;
 }
 
 #endif
 
 }  // namespace
+}  // namespace sp::lanes
 
 void sp::smooth_dg_f(Isa isa, const int32_t *x, int32_t *y, const int16_t *qx, int16_t *qy,
                      const int16_t *a, int16_t n) {
@@ -93,7 +94,7 @@ void sp::smooth_dg_f(Isa isa, const int32_t *x, int32_t *y, const int16_t *qx, i
     if (lanes_checked(isa, {{y, 4u * count}, {qy, 2u * count}},
                       [&](Isa i) { smooth_dg_f(i, x, y, qx, qy, a, n); }))
         return;
-    const int32_t done = lanes_on(isa) ? smooth_dg_f_lanes(x, y, qx, qy, a, count) : 0;
+    const int32_t done = lanes_on(isa) ? lanes::smooth_dg_f(x, y, qx, qy, a, count) : 0;
     for (int32_t i = done; i < count; ++i) smooth_into(x[i], qx[i], y[i], qy[i], a[i]);
 }
 
@@ -110,7 +111,7 @@ void sp::energy_smooth_f(Isa isa, const int32_t *x, int32_t *y, int16_t q, int16
                       [&](Isa i) { energy_smooth_f(i, x, y, q, qy, a, n); }))
         return;
     const int qoff = 2 * q - 32;
-    const int32_t done = lanes_on(isa) ? energy_smooth_f_lanes(x, y, qoff, qy, a, bins) : 0;
+    const int32_t done = lanes_on(isa) ? lanes::energy_smooth_f(x, y, qoff, qy, a, bins) : 0;
     for (int32_t k = done; k < bins; ++k) {
         const sp::BinPower bp = sp::bin_power_f(x[2 * k], x[2 * k + 1]);
         smooth_into(bp.e, 2 * bp.h + qoff, y[k], qy[k], a);
@@ -124,7 +125,7 @@ void sp::conj_mult_smooth_q(Isa isa, const int32_t *a, const int32_t *b, int32_t
                       [&](Isa i) { conj_mult_smooth_q(i, a, b, y, q, qy, s, n); }))
         return;
     const int qoff = 2 * q - 32;
-    const int32_t done = lanes_on(isa) ? conj_mult_smooth_q_lanes(a, b, y, qoff, qy, s, words) : 0;
+    const int32_t done = lanes_on(isa) ? lanes::conj_mult_smooth_q(a, b, y, qoff, qy, s, words) : 0;
     for (int32_t w = done; w < words; w += 2) {
         const sp::ConjQ c = sp::conj_mult_q(a[w], a[w + 1], b[w], b[w + 1]);
         smooth_into(c.re, c.hr_re + qoff, y[w], qy[w], s);
