@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "fixedpoint/block_float.h"
+#include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
 #include "spectral/lanes.h"
 #include "spectral/processor.h"
@@ -51,6 +52,13 @@ LANES void products_lanes(const int32_t *a, const int32_t *b, const int32_t *c, 
     store(r, ln::rnd_narrow<K>(ab));
     store(r + kLanes, ln::rnd_narrow<K>(ln::sat_add64(ab, ac)));
     store(r + 2 * kLanes, ln::rnd_narrow<K>(ln::sat_sub64(ab, ac)));
+}
+// rnd(cmul(a, b), K) per bin in the back end's complex word order, and rnd(cmul(a, conj(b)), 31).
+template <int K>
+LANES void cplx_products_lanes(const int32_t *a, const int32_t *b, int32_t *r) {
+    const ln::Cplx x = ln::load_cplx(a), y = ln::load_cplx(b);
+    ln::store_cplx(r, ln::rnd_narrow<K>(ln::cmul_wide(x, y)));
+    ln::store_cplx(r + 2 * kLanes, ln::rnd_narrow<31>(ln::cmul_wide(x, ln::conj(y))));
 }
 #else
 constexpr int kLanes = 4;
@@ -187,6 +195,39 @@ TEST_F(LanePrimitives, ProductsSumsAndRounding) {
     check_products<32>(a, b, c);
 }
 
+// Complex products of interleaved bins rounded by the counts the kernels use: boundary parts in
+// every combination of the four (all four -2^31 gives the im sum 2^63), then random ones.
+template <int K>
+void check_cplx_products(const Words &a, const Words &b) {
+    int32_t r[4 * kLanes];
+    for (std::size_t i = 0; i + 2 * kLanes <= a.size(); i += 2 * kLanes) {
+        cplx_products_lanes<K>(&a[i], &b[i], r);
+        for (int w = 0; w < 2 * kLanes; w += 2) {
+            const sp::Prod64 p = sp::cmul(a[i + w], a[i + w + 1], b[i + w], b[i + w + 1]);
+            const sp::Prod64 c = sp::cmul_conj(a[i + w], a[i + w + 1], b[i + w], b[i + w + 1]);
+            ASSERT_EQ(r[w], fx::rnd(p.re, K)) << a[i + w] << ' ' << a[i + w + 1] << ' ' << b[i + w];
+            ASSERT_EQ(r[w + 1], fx::rnd(p.im, K)) << a[i + w] << ' ' << a[i + w + 1];
+            ASSERT_EQ(r[2 * kLanes + w], fx::rnd(c.re, 31));
+            ASSERT_EQ(r[2 * kLanes + w + 1], fx::rnd(c.im, 31));
+        }
+    }
+}
+
+TEST_F(LanePrimitives, ComplexProductsInWordOrder) {
+    const Words e{kMin, kMin + 1, -65536, -1, 0, 1, 65535, kMax - 1, kMax};
+    Words a, b;
+    for (int32_t ar : e)
+        for (int32_t ai : e)
+            for (int32_t br : e)
+                for (int32_t bi : e) a.insert(a.end(), {ar, ai}), b.insert(b.end(), {br, bi});
+    const Words ra = operands32(11, 20000), rb = operands32(12, 20000);
+    a.insert(a.end(), ra.begin(), ra.begin() + 20000);
+    b.insert(b.end(), rb.begin(), rb.begin() + 20000);
+    check_cplx_products<1>(a, b);
+    check_cplx_products<15>(a, b);
+    check_cplx_products<31>(a, b);
+}
+
 #endif
 
 // ---- The complex multiply loops ----
@@ -228,6 +269,29 @@ TEST_F(ComplexMultiplyLanes, SameWordsAsThePortableLoops) {
                 sp::complex_conj_mult(sp::Isa::kVector, a.data(), b.data(), vc.data(), n);
                 ASSERT_EQ(vc, pc) << "complex_conj_mult n " << n << " mode " << mode;
             }
+}
+
+// The partitions summed in one pass give the words of one multiply-accumulate per partition in
+// turn, on either path, also where the sum saturates on the way.
+TEST_F(ComplexMultiplyLanes, PartitionsSummedInOnePass) {
+    std::mt19937 g(11);
+    constexpr int kParts = 6, kStride = 2 * 140 + 6;
+    for (int mode = 0; mode < 3; ++mode)
+        for (int n : {-1, 0, 2, 6, 8, 10, 64, 66, 128, 130, 136}) {
+            const Words a = spectrum(g, kParts * kStride, mode);
+            const Words b = spectrum(g, kParts * kStride, mode);
+            const Words acc0 = spectrum(g, 2 * 140, mode == 0 ? 0 : 1);
+            Words want = acc0, portable = acc0, lanes = acc0;
+            for (int p = 0; p < kParts; ++p)
+                sp::complex_mla(sp::Isa::kPortable, &a[p * kStride], &b[p * kStride], want.data(),
+                                n);
+            sp::complex_mla_sum(sp::Isa::kPortable, a.data(), b.data(), kStride, kParts,
+                                portable.data(), n);
+            sp::complex_mla_sum(sp::Isa::kVector, a.data(), b.data(), kStride, kParts, lanes.data(),
+                                n);
+            ASSERT_EQ(portable, want) << n << " mode " << mode;
+            ASSERT_EQ(lanes, want) << n << " mode " << mode;
+        }
 }
 
 // In-place use as the stages do it: the output is one of the operands.
