@@ -4,6 +4,7 @@
 // whole steps of lanes first; the per-bin loops do the rest.
 #include "sonvel_aec_spectral.h"
 
+#include "spectral/element_lanes.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
 #include "spectral/lane_check.h"
@@ -18,14 +19,6 @@ using ln::Cplx;
 
 // Words per step.
 constexpr int32_t kStep = 2 * ln::kLanes;
-
-// The last step of a loop whose count is not a whole number of steps ends at the last word and
-// repeats some words already done: it keeps their values (fresh marks the others).
-template <bool kTail>
-SONVEL_LANES_TARGET inline Cplx fresh_only(Cplx v, Cplx old, ln::CplxMask fresh) {
-    if constexpr (kTail) return ln::select(fresh, v, old);
-    return v;
-}
 
 SONVEL_LANES_TARGET inline Cplx sat_add(Cplx a, Cplx b) {
     return {{ln::sat_add(a.w[0], b.w[0]), ln::sat_add(a.w[1], b.w[1])}};
@@ -45,7 +38,7 @@ SONVEL_LANES_TARGET inline void mla_sum_step(const int32_t *a, const int32_t *b,
 }
 
 // acc += rnd_31(a_p b_p) per bin for p = 0..parts-1 in turn (a_p = a + p * stride), saturating;
-// the partial sums stay in the lanes. Returns the words done: all of them, or none when they are
+// the partial sums stay in the lanes. The last step overlaps the one before (see fresh_only). Returns the words done: all of them, or none when they are
 // fewer than one step.
 SONVEL_LANES_TARGET int32_t complex_mla_sum(const int32_t *a, const int32_t *b, int32_t stride,
                                             int parts, int32_t *acc, int32_t words) {

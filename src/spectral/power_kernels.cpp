@@ -49,52 +49,106 @@ namespace {
 
 #if SONVEL_HAS_LANES
 
-// Returns the bins done.
+using ln::I32;
+
+// The lane loops return the bins done: all of them from one whole step on, the last step
+// overlapping the one before (see fresh_only).
+
+template <bool kTail>
+SONVEL_LANES_TARGET inline void energy_dq_step(const int32_t *x, const int32_t *qx, int32_t *e,
+                                               int32_t *qe, ln::Mask fresh) {
+    using namespace ln;
+    const Bins v = load_bins(x);
+    const Bins q = load_bins(qx);
+    // 1. The smaller Q of the bin; each part shifted right by twice its excess, at most 32
+    // (the excess read as unsigned: it may pass 2^31).
+    const I32 qm = min(q.re, q.im);
+    const I32 ex_re = min_u(sub(q.re, qm), dup(16));
+    const I32 ex_im = min_u(sub(q.im, qm), dup(16));
+    // 2. int(float(x)^2 * 2^-32) of each part, aligned, added with saturation.
+    const F32 r = i2f(v.re);
+    const F32 i = i2f(v.im);
+    const I32 pr = f2i(fmul(fmul(r, r), dupf(sp::kTwoPowM32)));
+    const I32 pi = f2i(fmul(fmul(i, i), dupf(sp::kTwoPowM32)));
+    const I32 sum = sat_add(shr_trunc(pr, shl_n<1>(ex_re)), shr_trunc(pi, shl_n<1>(ex_im)));
+    // 3. Q value 2 qm - 32, wrapped.
+    const I32 qsum = sub(shl_n<1>(qm), dup(32));
+    if constexpr (kTail) {
+        store(e, select(fresh, sum, load(e)));
+        store(qe, select(fresh, qsum, load(qe)));
+    } else {
+        store(e, sum);
+        store(qe, qsum);
+    }
+}
+
 SONVEL_LANES_TARGET int32_t energy_dq_f(const int32_t *x, const int32_t *qx, int32_t *e,
                                         int32_t *qe, int32_t bins) {
-    using namespace ln;
     int32_t k = 0;
-    for (; k + kLanes <= bins; k += kLanes) {
-        const Bins v = load_bins(x + 2 * k);
-        const Bins q = load_bins(qx + 2 * k);
-        // 1. The smaller Q of the bin; each part shifted right by twice its excess, at most 32
-        // (the excess read as unsigned: it may pass 2^31).
-        const I32 qm = min(q.re, q.im);
-        const I32 ex_re = min_u(sub(q.re, qm), dup(16));
-        const I32 ex_im = min_u(sub(q.im, qm), dup(16));
-        // 2. int(float(x)^2 * 2^-32) of each part, aligned, added with saturation.
-        const F32 r = i2f(v.re);
-        const F32 i = i2f(v.im);
-        const I32 pr = f2i(fmul(fmul(r, r), dupf(sp::kTwoPowM32)));
-        const I32 pi = f2i(fmul(fmul(i, i), dupf(sp::kTwoPowM32)));
-        store(e + k, sat_add(shr_trunc(pr, shl_n<1>(ex_re)), shr_trunc(pi, shl_n<1>(ex_im))));
-        // 3. Q value 2 qm - 32, wrapped.
-        store(qe + k, sub(shl_n<1>(qm), dup(32)));
+    for (; k + ln::kLanes <= bins; k += ln::kLanes) {
+        energy_dq_step<false>(x + 2 * k, qx + 2 * k, e + k, qe + k, lanes_from(0));
+    }
+    if (k < bins && bins >= ln::kLanes) {
+        const int32_t last = bins - ln::kLanes;
+        energy_dq_step<true>(x + 2 * last, qx + 2 * last, e + last, qe + last,
+                             lanes_from(k - last));
+        k = bins;
     }
     return k;
+}
+
+template <bool kTail>
+SONVEL_LANES_TARGET inline void energy_step(const int32_t *x, int32_t *e, I32 qoff, int16_t *qe,
+                                            ln::Mask fresh) {
+    const Power p = bin_power(ln::load_bins(x));
+    const Mant m = normalise(p.e, ln::add(ln::shl_n<1>(p.h), qoff));
+    if constexpr (kTail) {
+        ln::store(e, ln::select(fresh, m.m, ln::load(e)));
+        ln::store16(qe, ln::select(fresh, m.q, ln::load16(qe)));
+    } else {
+        ln::store(e, m.m);
+        ln::store16(qe, m.q);
+    }
 }
 
 SONVEL_LANES_TARGET int32_t energy_f(const int32_t *x, int32_t *e, int qoff, int16_t *qe,
                                      int32_t bins) {
+    const I32 off = ln::dup(qoff);
     int32_t k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) {
-        const Power p = bin_power(ln::load_bins(x + 2 * k));
-        const Mant m = normalise(p.e, ln::add(ln::shl_n<1>(p.h), ln::dup(qoff)));
-        ln::store(e + k, m.m);
-        ln::store16(qe + k, m.q);
+        energy_step<false>(x + 2 * k, e + k, off, qe + k, lanes_from(0));
+    }
+    if (k < bins && bins >= ln::kLanes) {
+        const int32_t last = bins - ln::kLanes;
+        energy_step<true>(x + 2 * last, e + last, off, qe + last, lanes_from(k - last));
+        k = bins;
     }
     return k;
 }
 
-SONVEL_LANES_TARGET int32_t far_power(const int32_t *x, int s, int32_t *p, int32_t bins) {
+template <bool kTail>
+SONVEL_LANES_TARGET inline void far_power_step(const int32_t *x, I32 scale, int32_t *p,
+                                               ln::Mask fresh) {
     using namespace ln;
+    const Power bp = bin_power(load_bins(x));
+    const I32 e = shift_sat(bp.e, sub(scale, shl_n<1>(bp.h)));
+    const I32 old = load(p);
+    const F32 fresh_part = fmul(i2f(e), dupf(3277.0f));
+    const F32 kept = fmul(i2f(old), dupf(29490.0f));
+    const I32 v = f2i(fmul(fadd(fresh_part, kept), dupf(sp::kTwoPowM15)));
+    store(p, fresh_only<kTail>(v, old, fresh));
+}
+
+SONVEL_LANES_TARGET int32_t far_power(const int32_t *x, int s, int32_t *p, int32_t bins) {
+    const I32 scale = ln::dup(2 * (9 - s));
     int32_t k = 0;
-    for (; k + kLanes <= bins; k += kLanes) {
-        const Power bp = bin_power(load_bins(x + 2 * k));
-        const I32 e = shift_sat(bp.e, sub(dup(2 * (9 - s)), shl_n<1>(bp.h)));
-        const F32 fresh = fmul(i2f(e), dupf(3277.0f));
-        const F32 old = fmul(i2f(load(p + k)), dupf(29490.0f));
-        store(p + k, f2i(fmul(fadd(fresh, old), dupf(sp::kTwoPowM15))));
+    for (; k + ln::kLanes <= bins; k += ln::kLanes) {
+        far_power_step<false>(x + 2 * k, scale, p + k, lanes_from(0));
+    }
+    if (k < bins && bins >= ln::kLanes) {
+        const int32_t last = bins - ln::kLanes;
+        far_power_step<true>(x + 2 * last, scale, p + last, lanes_from(k - last));
+        k = bins;
     }
     return k;
 }
