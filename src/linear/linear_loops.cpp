@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "fixedpoint/block_float.h"
+#include "spectral/element_lanes.h"
 #include "spectral/lane_check.h"
 #include "spectral/lanes.h"
 #include "spectral/reciprocal.h"
@@ -39,8 +40,12 @@ namespace {
 #if SONVEL_HAS_LANES
 
 using ln::I32;
+using sp::lanes::fresh_only;
+using sp::lanes::lanes_from;
 
-// The lane loops return the bins, words or samples they did.
+// The lane loops return the bins, words or samples they did. Where a loop's count is not a whole
+// number of steps, its last step ends at the last element and overlaps the one before: in place,
+// it keeps the elements already done (fresh_only).
 
 // Bins of the reciprocal of the far-end power.
 SONVEL_LANES_TARGET inline void reciprocal_step(const int32_t *pow, I32 qbase, int32_t *man,
@@ -68,18 +73,38 @@ SONVEL_LANES_TARGET int reciprocal_far_power(const int32_t *pow, int bins, int s
     return k;
 }
 
+template <bool kTail>
+SONVEL_LANES_TARGET inline void normalised_error_step(const int32_t *e, const int32_t *man,
+                                                      const int32_t *q, int32_t *g, int32_t *qg,
+                                                      ln::Mask fresh) {
+    const ln::Bins x = ln::load_bins(e);
+    const I32 m = ln::load(man);
+    const I32 qk = ln::load(q);
+    const I32 c_re = ln::hr(x.re), c_im = ln::hr(x.im);
+    ln::Bins gv{ln::rnd_narrow<32>(ln::mul_wide(m, ln::shl(x.re, c_re))),
+                ln::rnd_narrow<32>(ln::mul_wide(m, ln::shl(x.im, c_im)))};
+    ln::Bins qv{ln::add(c_re, qk), ln::add(c_im, qk)};
+    if constexpr (kTail) {
+        const ln::Bins g_old = ln::load_bins(g), q_old = ln::load_bins(qg);
+        gv = {ln::select(fresh, gv.re, g_old.re), ln::select(fresh, gv.im, g_old.im)};
+        qv = {ln::select(fresh, qv.re, q_old.re), ln::select(fresh, qv.im, q_old.im)};
+    }
+    ln::store_bins(g, gv);
+    ln::store_bins(qg, qv);
+}
+
 SONVEL_LANES_TARGET int normalised_error(const int32_t *e, const int32_t *man, const int32_t *q,
                                          int bins, int32_t *g, int32_t *qg) {
     int k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) {
-        const ln::Bins x = ln::load_bins(e + 2 * k);
-        const I32 m = ln::load(man + k);
-        const I32 qk = ln::load(q + k);
-        const I32 c_re = ln::hr(x.re), c_im = ln::hr(x.im);
-        const I32 g_re = ln::rnd_narrow<32>(ln::mul_wide(m, ln::shl(x.re, c_re)));
-        const I32 g_im = ln::rnd_narrow<32>(ln::mul_wide(m, ln::shl(x.im, c_im)));
-        ln::store_bins(g + 2 * k, {g_re, g_im});
-        ln::store_bins(qg + 2 * k, {ln::add(c_re, qk), ln::add(c_im, qk)});
+        normalised_error_step<false>(e + 2 * k, man + k, q + k, g + 2 * k, qg + 2 * k,
+                                     lanes_from(0));
+    }
+    if (k < bins && bins >= ln::kLanes) {
+        const int last = bins - ln::kLanes;
+        normalised_error_step<true>(e + 2 * last, man + last, q + last, g + 2 * last, qg + 2 * last,
+                                    lanes_from(k - last));
+        k = bins;
     }
     return k;
 }
@@ -112,55 +137,97 @@ SONVEL_LANES_TARGET int constant_magnitude_gain(int32_t *e2, const int32_t *qe2,
     return k;
 }
 
-SONVEL_LANES_TARGET int apply_gain(int32_t *g, const int32_t *gain, int bins) {
+template <bool kTail>
+SONVEL_LANES_TARGET inline void apply_gain_step(int32_t *g, const int32_t *gain, ln::Mask fresh) {
     const ln::F32 scale = ln::dupf(kTwoPowM32);
+    const ln::F32 gk = ln::i2f(ln::load(gain));
+    const ln::Bins x = ln::load_bins(g);
+    const I32 re = ln::f2i(ln::fmul(ln::fmul(ln::i2f(x.re), gk), scale));
+    const I32 im = ln::f2i(ln::fmul(ln::fmul(ln::i2f(x.im), gk), scale));
+    ln::store_bins(g, {fresh_only<kTail>(re, x.re, fresh), fresh_only<kTail>(im, x.im, fresh)});
+}
+
+SONVEL_LANES_TARGET int apply_gain(int32_t *g, const int32_t *gain, int bins) {
     int k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) {
-        const ln::F32 gk = ln::i2f(ln::load(gain + k));
-        const ln::Bins x = ln::load_bins(g + 2 * k);
-        const I32 re = ln::f2i(ln::fmul(ln::fmul(ln::i2f(x.re), gk), scale));
-        const I32 im = ln::f2i(ln::fmul(ln::fmul(ln::i2f(x.im), gk), scale));
-        ln::store_bins(g + 2 * k, {re, im});
+        apply_gain_step<false>(g + 2 * k, gain + k, lanes_from(0));
+    }
+    if (k < bins && bins >= ln::kLanes) {
+        const int last = bins - ln::kLanes;
+        apply_gain_step<true>(g + 2 * last, gain + last, lanes_from(k - last));
+        k = bins;
     }
     return k;
 }
 
-// *q becomes the smallest of *q and the Q values of the non-zero words done.
+// *q becomes the smallest of *q and the Q values of the non-zero words done; the last step may
+// overlap the one before, as a minimum does not change by taking a word twice.
 SONVEL_LANES_TARGET int common_q(const int32_t *g, const int32_t *qg, int words, int *q) {
+    if (words < ln::kLanes) return 0;
     const I32 cap = ln::dup(*q);
     I32 low = cap;
     int w = 0;
     for (; w + ln::kLanes <= words; w += ln::kLanes) {
         low = ln::min(low, ln::if_zero(ln::load(g + w), cap, ln::load(qg + w)));
     }
+    if (w < words) {
+        const int last = words - ln::kLanes;
+        low = ln::min(low, ln::if_zero(ln::load(g + last), cap, ln::load(qg + last)));
+    }
     *q = ln::min_lanes(low);
-    return w;
+    return words;
+}
+
+template <bool kTail>
+SONVEL_LANES_TARGET inline void align_to_q_step(int32_t *g, const int32_t *qg, I32 q,
+                                                ln::Mask fresh) {
+    const I32 v = ln::load(g);
+    ln::store(g, fresh_only<kTail>(ln::shift_wrap(v, ln::sub(q, ln::load(qg))), v, fresh));
 }
 
 SONVEL_LANES_TARGET int align_to_q(int32_t *g, const int32_t *qg, int words, int q) {
+    const I32 qv = ln::dup(q);
     int w = 0;
     for (; w + ln::kLanes <= words; w += ln::kLanes) {
-        ln::store(g + w, ln::shift_wrap(ln::load(g + w), ln::sub(ln::dup(q), ln::load(qg + w))));
+        align_to_q_step<false>(g + w, qg + w, qv, lanes_from(0));
+    }
+    if (w < words && words >= ln::kLanes) {
+        const int last = words - ln::kLanes;
+        align_to_q_step<true>(g + last, qg + last, qv, lanes_from(w - last));
+        w = words;
     }
     return w;
 }
 
-// W += Phi >> r (r in 0..31), saturating.
-SONVEL_LANES_TARGET int accumulate_right(int32_t *w, const int32_t *phi, int words, int r) {
+// W += Phi >> r (r in 0..31) or W += Phi << c (c >= 1, saturating shift), saturating.
+template <bool kTail, bool kLeft>
+SONVEL_LANES_TARGET inline void accumulate_step(int32_t *w, const int32_t *phi, int c,
+                                                ln::Mask fresh) {
+    const I32 old = ln::load(w), p = ln::load(phi);
+    const I32 shifted = kLeft ? ln::shl_sat_all(p, c) : ln::shr_all(p, c);
+    ln::store(w, fresh_only<kTail>(ln::sat_add(old, shifted), old, fresh));
+}
+
+template <bool kLeft>
+SONVEL_LANES_TARGET int accumulate(int32_t *w, const int32_t *phi, int words, int c) {
     int i = 0;
     for (; i + ln::kLanes <= words; i += ln::kLanes) {
-        ln::store(w + i, ln::sat_add(ln::load(w + i), ln::shr_all(ln::load(phi + i), r)));
+        accumulate_step<false, kLeft>(w + i, phi + i, c, lanes_from(0));
+    }
+    if (i < words && words >= ln::kLanes) {
+        const int last = words - ln::kLanes;
+        accumulate_step<true, kLeft>(w + last, phi + last, c, lanes_from(i - last));
+        i = words;
     }
     return i;
 }
 
-// W += Phi << c (c >= 1, saturating shift), saturating.
+SONVEL_LANES_TARGET int accumulate_right(int32_t *w, const int32_t *phi, int words, int r) {
+    return accumulate<false>(w, phi, words, r);
+}
+
 SONVEL_LANES_TARGET int accumulate_left(int32_t *w, const int32_t *phi, int words, int c) {
-    int i = 0;
-    for (; i + ln::kLanes <= words; i += ln::kLanes) {
-        ln::store(w + i, ln::sat_add(ln::load(w + i), ln::shl_sat_all(ln::load(phi + i), c)));
-    }
-    return i;
+    return accumulate<true>(w, phi, words, c);
 }
 
 SONVEL_LANES_TARGET int estimate_and_error(int32_t *y, const int16_t *near, int l, int undo, int s,
