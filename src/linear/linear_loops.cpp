@@ -246,8 +246,34 @@ SONVEL_LANES_TARGET int estimate_and_error(int32_t *y, const int16_t *near, int 
     return i;
 }
 
+SONVEL_LANES_TARGET int widen_shifted(const int16_t *x, int count, int s, int32_t *f) {
+    const I32 c = ln::dup(s);
+    int i = 0;
+    for (; i + ln::kLanes <= count; i += ln::kLanes) {
+        ln::store(f + i, ln::shift_wrap(ln::load16(x + i), c));
+    }
+    return i;
+}
+
+// The squares of int16 samples fit in 31 bits; their sums are kept in 64 bits.
+SONVEL_LANES_TARGET int sum_squares(const int16_t *x, int n, int64_t *sum) {
+    ln::Acc64 acc = ln::acc64_zero();
+    int i = 0;
+    for (; i + ln::kLanes <= n; i += ln::kLanes) {
+        const I32 v = ln::load16(x + i);
+        acc = ln::acc64_add(acc, ln::mul_lo(v, v));
+    }
+    *sum = ln::acc64_total(acc);
+    return i;
+}
+
 #else
 
+int widen_shifted(const int16_t *, int, int, int32_t *) { return 0; }
+int sum_squares(const int16_t *, int, int64_t *sum) {
+    *sum = 0;
+    return 0;
+}
 int reciprocal_far_power(const int32_t *, int, int, int32_t *, int32_t *) { return 0; }
 int normalised_error(const int32_t *, const int32_t *, const int32_t *, int, int32_t *, int32_t *) {
     return 0;
@@ -379,6 +405,24 @@ void estimate_and_error(sp::Isa isa, int32_t *y, const int16_t *near, int l, int
         y[i] = 0;
         y[l + i] = e;
     }
+}
+
+void widen_shifted(sp::Isa isa, const int16_t *x, int count, int s, int32_t *f) {
+    if (sp::lanes_checked(isa, {{f, 4u * static_cast<size_t>(std::max(count, 0))}},
+                          [&](sp::Isa i) { widen_shifted(i, x, count, s, f); }))
+        return;
+    int i = vector(isa) ? lanes::widen_shifted(x, count, s, f) : 0;
+    for (; i < count; ++i) f[i] = fx::shift_wrap(x[i], s);
+}
+
+int64_t sum_squares(sp::Isa isa, const int16_t *x, int n) {
+    int64_t sum = 0;
+    if (sp::lanes_checked(isa, {{&sum, sizeof sum}},
+                          [&](sp::Isa i) { sum = sum_squares(i, x, n); }))
+        return sum;
+    int i = vector(isa) ? lanes::sum_squares(x, n, &sum) : 0;
+    for (; i < n; ++i) sum += static_cast<int32_t>(x[i]) * x[i];
+    return sum;
 }
 
 }  // namespace lin

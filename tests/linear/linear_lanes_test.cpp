@@ -151,6 +151,30 @@ const Kernel kKernels[] = {
          lin::estimate_and_error(isa, b[0].data(), near.data(), n, b[4][0], b[4][1], b[2].data(),
                                  b[3].data());
      }},
+    // Samples at both int16 bounds; shifts both ways, beyond the word too.
+    {"WidenShifted",
+     [](int n, int, std::mt19937 &r) {
+         Words x(n + kSlack);
+         for (auto &v : x)
+             v = static_cast<int16_t>(r() % 4 == 0 ? (r() % 2 ? 32767 : -32768) : r());
+         return Buffers{x, adversarial(n + kSlack, r), {pick(kShifts, r)}};
+     },
+     [](Isa isa, Buffers &b, int n) {
+         const std::vector<int16_t> x(b[0].begin(), b[0].end());
+         lin::widen_shifted(isa, x.data(), n, b[2][0], b[1].data());
+     }},
+    // Full-scale blocks in odd rounds: the sum passes 2^31.
+    {"SumSquares",
+     [](int n, int round, std::mt19937 &r) {
+         Words x(n + kSlack);
+         for (auto &v : x) v = static_cast<int16_t>(round % 2 ? -32768 : r());
+         return Buffers{x, {0, 0}};
+     },
+     [](Isa isa, Buffers &b, int n) {
+         const std::vector<int16_t> x(b[0].begin(), b[0].end());
+         const int64_t sum = lin::sum_squares(isa, x.data(), n);
+         b[1] = {static_cast<int32_t>(sum), static_cast<int32_t>(sum >> 32)};
+     }},
 };
 
 class LinearLanes : public ::testing::TestWithParam<Kernel> {};
