@@ -602,22 +602,27 @@ LN_FN CplxWide cmul_wide(Cplx a, Cplx b) {
 // (im = 2^63 aside); the result is bits K..K+31 of u and fits where bits K-1..31 of u's high half
 // h are all equal, i.e. (h ^ (h >> 31)) < 2^(K-1); elsewhere it saturates toward the sign of h.
 // For im, h = -2^31 only comes from the wrapped 2^63, so the sign is read from h - 1 there.
+// Saturation is rare: the bounds are put in only when some word needs them.
 template <int K>
 LN_FN Cplx rnd_narrow(CplxWide p) {
     static_assert(K >= 1 && K <= 31);
     const __m256i half = _mm256_set1_epi64x(int64_t{1} << (K - 1));
     const I32 limit = _mm256_set1_epi32((1 << (K - 1)) - 1);
-    const I32 im_lanes = _mm256_setr_epi32(0, 1, 0, 1, 0, 1, 0, 1);
-    Cplx r;
+    Cplx r, h, over;
     for (int k = 0; k < 2; ++k) {
         const __m256i ur = _mm256_add_epi64(p.re[k], half);
         const __m256i ui = _mm256_add_epi64(p.im[k], half);
-        const I32 low =
-            _mm256_blend_epi32(_mm256_srli_epi64(ur, K), _mm256_slli_epi64(ui, 32 - K), 0xAA);
-        const I32 h = _mm256_blend_epi32(_mm256_srli_epi64(ur, 32), ui, 0xAA);
-        const I32 over = _mm256_cmpgt_epi32(mag(h), limit);
-        const I32 bound = detail::sat_bound(_mm256_sub_epi32(h, im_lanes));
-        r.w[k] = _mm256_blendv_epi8(low, bound, over);
+        r.w[k] = _mm256_blend_epi32(_mm256_srli_epi64(ur, K), _mm256_slli_epi64(ui, 32 - K), 0xAA);
+        h.w[k] = _mm256_blend_epi32(_mm256_srli_epi64(ur, 32), ui, 0xAA);
+        over.w[k] = _mm256_cmpgt_epi32(mag(h.w[k]), limit);
+    }
+    const I32 any = _mm256_or_si256(over.w[0], over.w[1]);
+    if (!_mm256_testz_si256(any, any)) {
+        const I32 im_lanes = _mm256_setr_epi32(0, 1, 0, 1, 0, 1, 0, 1);
+        for (int k = 0; k < 2; ++k) {
+            const I32 bound = detail::sat_bound(_mm256_sub_epi32(h.w[k], im_lanes));
+            r.w[k] = _mm256_blendv_epi8(r.w[k], bound, over.w[k]);
+        }
     }
     return r;
 }
