@@ -52,7 +52,7 @@ SONVEL_LANES_TARGET inline void reciprocal_step(const int32_t *pow, I32 qbase, i
                                                 int32_t *q) {
     const I32 p = ln::load(pow);
     const I32 t = ln::sat_add(ln::sub(p, ln::shr_all(p, 2)), ln::dup(1));
-    const I32 m = ln::f2i(ln::fmul(ln::recip(ln::i2f(t)), ln::dupf(kTwoPow31)));
+    const I32 m = ln::f2i_not_nan(ln::fmul(ln::recip(ln::i2f(t)), ln::dupf(kTwoPow31)));
     const I32 c = ln::hr(m);
     ln::store(man, ln::shl(m, c));
     ln::store(q, ln::add(c, qbase));
@@ -115,7 +115,7 @@ SONVEL_LANES_TARGET inline I32 gain_step(I32 e2, I32 qe2) {
     const I32 c = ln::shl_n<1>(ln::shr_all(ln::hr(m), 1));  // the headroom rounded down to even
     const ln::F32 kr =
         ln::fmul(ln::dupf(static_cast<float>(kGain)), ln::rsqrt(ln::i2f(ln::shl(m, c))));
-    const I32 v = ln::f2i(ln::fmul(kr, ln::dupf(kTwoPow14)));
+    const I32 v = ln::f2i_not_nan(ln::fmul(kr, ln::dupf(kTwoPow14)));
     const I32 half_q = ln::shr_all(ln::add(qe2, c), 1);
     return ln::shift_sat(v, ln::sub(half_q, ln::dup(kGainShift)));
 }
@@ -142,8 +142,8 @@ SONVEL_LANES_TARGET inline void apply_gain_step(int32_t *g, const int32_t *gain,
     const ln::F32 scale = ln::dupf(kTwoPowM32);
     const ln::F32 gk = ln::i2f(ln::load(gain));
     const ln::Bins x = ln::load_bins(g);
-    const I32 re = ln::f2i(ln::fmul(ln::fmul(ln::i2f(x.re), gk), scale));
-    const I32 im = ln::f2i(ln::fmul(ln::fmul(ln::i2f(x.im), gk), scale));
+    const I32 re = ln::f2i_not_nan(ln::fmul(ln::fmul(ln::i2f(x.re), gk), scale));
+    const I32 im = ln::f2i_not_nan(ln::fmul(ln::fmul(ln::i2f(x.im), gk), scale));
     ln::store_bins(g, {fresh_only<kTail>(re, x.re, fresh), fresh_only<kTail>(im, x.im, fresh)});
 }
 

@@ -47,7 +47,7 @@ SONVEL_LANES_TARGET inline Power bin_power(ln::Bins x) {
     const ln::F32 r = ln::i2f(ln::shl(x.re, h));
     const ln::F32 i = ln::i2f(ln::shl(x.im, h));
     const ln::F32 sum = ln::fadd(ln::fmul(r, r), ln::fmul(i, i));
-    return {ln::f2i(ln::fmul(sum, ln::dupf(kTwoPowM32))), h};
+    return {ln::f2i_not_nan(ln::fmul(sum, ln::dupf(kTwoPowM32))), h};
 }
 
 // sp::conj_mult_q in the back end's complex word order: the parts (m) and the headroom sums

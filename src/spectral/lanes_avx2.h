@@ -642,6 +642,17 @@ LN_FN Cplx scale_rnd32(CplxWide p, Cplx h) {
     return r;
 }
 
+// ---- Float to int of lanes that are not NaN ----
+
+// fx::f2i where no lane is NaN (every step of finite products and sums of converted integers):
+// lanes at or above 2^31 become 2^31 - 1, the conversion gives the rest.
+LN_FN I32 f2i_not_nan(F32 f) {
+    const I32 r = _mm256_cvttps_epi32(f);
+    const I32 big =
+        _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ));
+    return _mm256_xor_si256(r, big);
+}
+
 }  // namespace ln
 
 #undef LN_FN

@@ -275,4 +275,9 @@ inline Cplx scale_rnd32(CplxWide p, Cplx h) {
     return {{scale_rnd32(p.re, h.w[0]), scale_rnd32(p.im, h.w[1])}};
 }
 
+// ---- Float to int of lanes that are not NaN ----
+
+// fx::f2i where no lane is NaN: the conversion itself.
+inline I32 f2i_not_nan(F32 f) { return vcvtq_s32_f32(f); }
+
 }  // namespace ln

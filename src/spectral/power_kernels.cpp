@@ -68,8 +68,8 @@ SONVEL_LANES_TARGET inline void energy_dq_step(const int32_t *x, const int32_t *
     // 2. int(float(x)^2 * 2^-32) of each part, aligned, added with saturation.
     const F32 r = i2f(v.re);
     const F32 i = i2f(v.im);
-    const I32 pr = f2i(fmul(fmul(r, r), dupf(sp::kTwoPowM32)));
-    const I32 pi = f2i(fmul(fmul(i, i), dupf(sp::kTwoPowM32)));
+    const I32 pr = f2i_not_nan(fmul(fmul(r, r), dupf(sp::kTwoPowM32)));
+    const I32 pi = f2i_not_nan(fmul(fmul(i, i), dupf(sp::kTwoPowM32)));
     const I32 sum = sat_add(shr_trunc(pr, shl_n<1>(ex_re)), shr_trunc(pi, shl_n<1>(ex_im)));
     // 3. Q value 2 qm - 32, wrapped.
     const I32 qsum = sub(shl_n<1>(qm), dup(32));
@@ -135,7 +135,7 @@ SONVEL_LANES_TARGET inline void far_power_step(const int32_t *x, I32 scale, int3
     const I32 old = load(p);
     const F32 fresh_part = fmul(i2f(e), dupf(3277.0f));
     const F32 kept = fmul(i2f(old), dupf(29490.0f));
-    const I32 v = f2i(fmul(fadd(fresh_part, kept), dupf(sp::kTwoPowM15)));
+    const I32 v = f2i_not_nan(fmul(fadd(fresh_part, kept), dupf(sp::kTwoPowM15)));
     store(p, fresh_only<kTail>(v, old, fresh));
 }
 
