@@ -81,8 +81,7 @@ SONVEL_LANES_TARGET inline void normalised_error_step(const int32_t *e, const in
     const I32 m = ln::load(man);
     const I32 qk = ln::load(q);
     const I32 c_re = ln::hr(x.re), c_im = ln::hr(x.im);
-    ln::Bins gv{ln::rnd_narrow<32>(ln::mul_wide(m, ln::shl(x.re, c_re))),
-                ln::rnd_narrow<32>(ln::mul_wide(m, ln::shl(x.im, c_im)))};
+    ln::Bins gv{ln::mul_rnd32(m, ln::shl(x.re, c_re)), ln::mul_rnd32(m, ln::shl(x.im, c_im))};
     ln::Bins qv{ln::add(c_re, qk), ln::add(c_im, qk)};
     if constexpr (kTail) {
         const ln::Bins g_old = ln::load_bins(g), q_old = ln::load_bins(qg);

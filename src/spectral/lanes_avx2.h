@@ -653,6 +653,17 @@ LN_FN I32 f2i_not_nan(F32 f) {
     return _mm256_xor_si256(r, big);
 }
 
+// ---- Rounded high half of a product ----
+
+// fx::rnd(a * b, 32) per lane. |a b| <= 2^62, so the result lies in [-2^30, 2^30] and is the
+// high half of a b + 2^31.
+LN_FN I32 mul_rnd32(I32 a, I32 b) {
+    const W64 p = mul_wide(a, b);
+    const __m256i half = _mm256_set1_epi64x(int64_t{1} << 31);
+    return _mm256_blend_epi32(_mm256_srli_epi64(_mm256_add_epi64(p.a, half), 32),
+                              _mm256_add_epi64(p.b, half), 0xAA);
+}
+
 }  // namespace ln
 
 #undef LN_FN

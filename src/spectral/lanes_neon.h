@@ -280,4 +280,9 @@ inline Cplx scale_rnd32(CplxWide p, Cplx h) {
 // fx::f2i where no lane is NaN: the conversion itself.
 inline I32 f2i_not_nan(F32 f) { return vcvtq_s32_f32(f); }
 
+// ---- Rounded high half of a product ----
+
+// fx::rnd(a * b, 32) per lane (never saturates).
+inline I32 mul_rnd32(I32 a, I32 b) { return rnd_narrow<32>(mul_wide(a, b)); }
+
 }  // namespace ln

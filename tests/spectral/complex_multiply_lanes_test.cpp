@@ -53,6 +53,9 @@ LANES void products_lanes(const int32_t *a, const int32_t *b, const int32_t *c, 
     store(r + kLanes, ln::rnd_narrow<K>(ln::sat_add64(ab, ac)));
     store(r + 2 * kLanes, ln::rnd_narrow<K>(ln::sat_sub64(ab, ac)));
 }
+LANES void mul_rnd32_lanes(const int32_t *a, const int32_t *b, int32_t *r) {
+    store(r, ln::mul_rnd32(load(a), load(b)));
+}
 // rnd(cmul(a, b), K) per bin in the back end's complex word order, and rnd(cmul(a, conj(b)), 31).
 template <int K>
 LANES void cplx_products_lanes(const int32_t *a, const int32_t *b, int32_t *r) {
@@ -172,7 +175,7 @@ TEST_F(LanePrimitives, SaturatingFloatToInt) {
 }
 
 // 32x32 -> 64 products, their 64-bit saturating sums and differences, rounded to saturated int32
-// by the counts the kernels use.
+// by the counts the kernels use; and the rounded high half of the products.
 template <int K>
 void check_products(const Words &a, const Words &b, const Words &c) {
     int32_t r[3 * kLanes];
@@ -193,6 +196,13 @@ TEST_F(LanePrimitives, ProductsSumsAndRounding) {
     check_products<15>(a, b, c);
     check_products<31>(a, b, c);
     check_products<32>(a, b, c);
+    int32_t r[kLanes];
+    for (std::size_t i = 0; i + kLanes <= a.size(); i += kLanes) {
+        mul_rnd32_lanes(&a[i], &b[i], r);
+        for (int l = 0; l < kLanes; ++l)
+            ASSERT_EQ(r[l], fx::rnd(int64_t{a[i + l]} * b[i + l], 32))
+                << a[i + l] << " * " << b[i + l];
+    }
 }
 
 // Complex products of interleaved bins rounded by the counts the kernels use: boundary parts in
