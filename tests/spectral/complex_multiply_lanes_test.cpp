@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <random>
@@ -44,6 +45,9 @@ LANES void shift_lanes(const int32_t *x, const int32_t *c, int32_t *r) {
     store(r, ln::shift_sat(load(x), load(c)));
 }
 LANES void f2i_lanes(const float *f, int32_t *r) { store(r, ln::f2i(ln::loadf(f))); }
+LANES void f2i_not_nan_lanes(const float *f, int32_t *r) {
+    store(r, ln::f2i_not_nan(ln::loadf(f)));
+}
 // rnd(a b, K), rnd(sat_add64(a b, a c), K) and rnd(sat_sub64(a b, a c), K) for the counts the
 // kernels use.
 template <int K>
@@ -144,7 +148,8 @@ TEST_F(LanePrimitives, ShiftsByCountsPerLane) {
 }
 
 // Float to int: exact powers of two and their neighbours around the int32 range, infinities,
-// NaNs, signed zeros, fractions, and random bit patterns.
+// NaNs, signed zeros, fractions, and random bit patterns (the conversion for lanes that are not
+// NaN checked on the others).
 TEST_F(LanePrimitives, SaturatingFloatToInt) {
     std::vector<float> f{0.0f,
                          -0.0f,
@@ -171,6 +176,9 @@ TEST_F(LanePrimitives, SaturatingFloatToInt) {
     for (std::size_t i = 0; i < f.size(); i += kLanes) {
         f2i_lanes(&f[i], r);
         for (int l = 0; l < kLanes; ++l) ASSERT_EQ(r[l], fx::f2i(f[i + l])) << f[i + l];
+        f2i_not_nan_lanes(&f[i], r);
+        for (int l = 0; l < kLanes; ++l)
+            if (!std::isnan(f[i + l])) ASSERT_EQ(r[l], fx::f2i(f[i + l])) << f[i + l];
     }
 }
 
