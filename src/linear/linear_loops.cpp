@@ -229,14 +229,21 @@ SONVEL_LANES_TARGET int accumulate_left(int32_t *w, const int32_t *phi, int word
     return accumulate<true>(w, phi, words, c);
 }
 
+// fx::shift_sat of every lane by the one count c: truncating right for c <= 0 (the sign fill from
+// 31 on), left with saturation otherwise; lanes of int16 values shifted left by up to 16 cannot
+// saturate.
+SONVEL_LANES_TARGET inline I32 shift_sat_by(I32 x, int c, bool int16_values) {
+    if (c <= 0) return ln::shr_all(x, right_count(c));
+    if (int16_values && c <= 16) return ln::shl_all(x, c);
+    return ln::shl_sat_all(x, c);
+}
+
 SONVEL_LANES_TARGET int estimate_and_error(int32_t *y, const int16_t *near, int l, int undo, int s,
                                            int32_t *est, int32_t *err) {
-    const I32 undo_count = ln::dup(undo);
-    const I32 near_count = ln::dup(s);
     int i = 0;
     for (; i + ln::kLanes <= l; i += ln::kLanes) {
-        const I32 yhat = ln::shift_sat(ln::load(y + l + i), undo_count);
-        const I32 e = ln::sat_sub(ln::shift_sat(ln::load16(near + i), near_count), yhat);
+        const I32 yhat = shift_sat_by(ln::load(y + l + i), undo, false);
+        const I32 e = ln::sat_sub(shift_sat_by(ln::load16(near + i), s, true), yhat);
         ln::store(est + i, yhat);
         ln::store(err + i, e);
         ln::store(y + i, ln::zero());
