@@ -1,6 +1,7 @@
-// The loops of the filter update and the echo estimate. With the vector choice the lane loop of
-// each (written once against the lane vocabulary) runs whole steps first and the per-element loop
-// finishes the remaining elements.
+// The loops of the filter update, the echo estimate and the far-end block. With the vector choice
+// the lane loop of each (written once against the lane vocabulary) does every element from one
+// whole step on, its last step overlapping the one before where the count is not a whole number
+// of steps; the per-element loops are the definition and do what the lane loops leave.
 #include "linear/linear_loops.h"
 
 #include <algorithm>

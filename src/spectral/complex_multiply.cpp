@@ -1,7 +1,8 @@
 // Complex multiply kernels over packed spectra: product (Q31 x Q31 -> Q30), multiply-accumulate
-// (Q31 x Q31 -> Q31, saturating accumulator), conjugate product, and the conjugate product
-// normalised per part with its Q value. Counts are bins, processed in pairs. The lane loops take
-// whole steps of lanes first; the per-bin loops do the rest.
+// (Q31 x Q31 -> Q31, saturating accumulator) of one or several partitions, conjugate product, and
+// the conjugate product normalised per part with its Q value. Counts are bins, processed in pairs.
+// The per-bin loops are the definition; from one whole step on, the lane loops (in the lanes'
+// own complex word order) do every bin, their last step overlapping the one before.
 #include "sonvel_aec_spectral.h"
 
 #include "spectral/element_lanes.h"

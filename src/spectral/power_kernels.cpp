@@ -1,7 +1,8 @@
 // Per-bin power kernels: |x|^2 of spectra whose parts carry their own Q values (exact integer and
 // single-precision variants, brought to the smaller Q of the bin), the single-precision power
-// normalised per bin with its Q value, and the smoothed far-end power. The lane loops take
-// the whole steps where the caller's instance allows them; the loops here do the rest.
+// normalised per bin with its Q value, and the smoothed far-end power. Where the caller's
+// instance allows them, the lane loops do every bin from one whole step on (the last step
+// overlapping the one before); the loops here are the definition and do shorter counts.
 #include "sonvel_aec_spectral.h"
 
 #include <algorithm>

@@ -1,7 +1,8 @@
 // First-order smoothing kernels in block floating point: y = a*y + (32767 - a)*x per element with
 // per-element or common factors, the smoothed single-precision power of a spectrum, and the
-// smoothed, per-part normalised cross-spectrum a * conj(b). The lane loops take the whole
-// steps where the caller's instance allows them; the loops here do the rest.
+// smoothed, per-part normalised cross-spectrum a * conj(b). Where the caller's instance
+// allows them, the lane loops do every element from one whole step on (the last step overlapping
+// the one before); the loops here are the definition and do the rest.
 #include "sonvel_aec_spectral.h"
 
 #include "spectral/element_lanes.h"
