@@ -13,11 +13,6 @@ namespace {
 // The far-end level judged by the detector is the one of the dominant echo path's delay.
 constexpr int kLevelHist = 24;
 
-// Far-end samples of the previous and current block, shifted left by s, plus four zero entries.
-void far_block_to_int32(const int16_t *buf, int count, int s, int32_t *f) {
-    for (int i = 0; i < count; ++i) f[i] = fx::shift_wrap(buf[i], s);
-}
-
 void push_level(int16_t *hist, int16_t level) {
     std::memmove(hist + 1, hist, sizeof(int16_t) * (kLevelHist - 1));
     hist[0] = level;
@@ -28,6 +23,7 @@ void push_level(int16_t *hist, int16_t level) {
 extern "C" SONVEL_API int32_t Sonvel_AEC_Mdf(AecState *state, const int16_t *near,
                                              const int16_t *far) {
     const lin::Geometry g = lin::geometry(*state);
+    const sp::Isa isa = sp::instance_isa(state);
     int32_t f[lin::kFarWords] = {};
     int32_t y[lin::kErrWords] = {};
 
@@ -36,15 +32,15 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Mdf(AecState *state, const int16_t *nea
     std::memcpy(state->as16NearTimeBuf + g.l, near, sizeof(int16_t) * static_cast<size_t>(g.l));
 
     // 2.-3. Far-end spectrum of the last two blocks.
-    far_block_to_int32(state->as16FarTimeBuf, g.n + 4, g.s, f);
+    lin::widen_shifted(isa, state->as16FarTimeBuf, g.n + 4, g.s, f);
     Sonvel_AEC_Realfft(f, g.n, state->au8FftPlan);
 
     // 4. Smoothed far-end power.
     Sonvel_AEC_Energy(state, f, state->aiFarPow);
 
     // 5.-6. Levels of both blocks; far-end levels are kept for the last 24 blocks.
-    state->s16NearLevel = lin::block_level(near, g.l);
-    push_level(state->as16FarLevelHist, lin::block_level(far, g.l));
+    state->s16NearLevel = lin::block_level(isa, near, g.l);
+    push_level(state->as16FarLevelHist, lin::block_level(isa, far, g.l));
 
     // 7.-8. Activity of the near end now and of the far end at the echo path's delay.
     Sonvel_AEC_Vad(state, state->as16NearVadSt, state->s16NearLevel, &state->s16NearActive);

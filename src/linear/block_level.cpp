@@ -3,5 +3,5 @@
 #include "sonvel_aec_stages.h"
 
 extern "C" SONVEL_API int32_t Sonvel_AEC_GetFramedB(const AecState *state, const int16_t *x) {
-    return lin::block_level(x, state->s16BlockLen);
+    return lin::block_level(sp::instance_isa(state), x, state->s16BlockLen);
 }

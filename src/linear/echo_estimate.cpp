@@ -18,9 +18,8 @@ extern "C" SONVEL_API void Sonvel_AEC_MdfFilter(AecState *state, int32_t *y, con
 
     // 2. Y = sum over the six partitions of rnd_31(X_p * W_p), saturating, oldest slot last.
     const sp::Isa isa = sp::instance_isa(state);
-    for (int p = g.start; p < g.start + lin::kParts; ++p) {
-        sp::complex_mla(isa, state->aiFarSpecHist[p], state->aiFiltPart[p], y, g.l + 2);
-    }
+    sp::complex_mla_sum(isa, state->aiFarSpecHist[g.start], state->aiFiltPart[g.start],
+                        sonvel::kSpecSlotWords, lin::kParts, y, g.l + 2);
 
     // 3. Leave log2 N guard bits for the inverse transform.
     const int h = sp::vector_norm(isa, y, g.order, g.n + 1);

@@ -8,6 +8,7 @@
 #include "fixedpoint/basic_ops.h"
 #include "fixedpoint/block_float.h"
 #include "fixedpoint/extended_ops.h"
+#include "linear/linear_loops.h"
 #include "state/aec_state.h"
 
 namespace lin {
@@ -37,9 +38,8 @@ inline Geometry geometry(const AecState &st) {
 }
 
 // Level of a block in 1/2048 bel: 977 + (617 * log2(sum x^2 / 256) - 559), taken as int16.
-inline int16_t block_level(const int16_t *x, int n) {
-    int64_t energy = 0;
-    for (int i = 0; i < n; ++i) energy += static_cast<int32_t>(x[i]) * x[i];
+inline int16_t block_level(sp::Isa isa, const int16_t *x, int n) {
+    const int64_t energy = sum_squares(isa, x, n);
     const auto a = static_cast<int32_t>(static_cast<uint64_t>(energy >> 8));
     int16_t e = 0;
     int16_t f = 0;

@@ -45,4 +45,10 @@ void accumulate_into_filter(sp::Isa isa, int32_t *w, const int32_t *phi, int wor
 void estimate_and_error(sp::Isa isa, int32_t *y, const int16_t *near, int l, int undo, int s,
                         int32_t *est, int32_t *err);
 
+// f[i] = fx::shift_wrap(x[i], s): samples widened to 32 bits and shifted by the signed count s.
+void widen_shifted(sp::Isa isa, const int16_t *x, int count, int s, int32_t *f);
+
+// Sum of the squares of n samples (none for n <= 0).
+int64_t sum_squares(sp::Isa isa, const int16_t *x, int n);
+
 }  // namespace lin

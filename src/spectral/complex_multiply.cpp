@@ -1,60 +1,97 @@
 // Complex multiply kernels over packed spectra: product (Q31 x Q31 -> Q30), multiply-accumulate
-// (Q31 x Q31 -> Q31, saturating accumulator), conjugate product, and the conjugate product
-// normalised per part with its Q value. Counts are bins, processed in pairs. The lane loops take
-// whole steps of lanes first; the per-bin loops do the rest.
+// (Q31 x Q31 -> Q31, saturating accumulator) of one or several partitions, conjugate product, and
+// the conjugate product normalised per part with its Q value. Counts are bins, processed in pairs.
+// The per-bin loops are the definition; from one whole step on, the lane loops (in the lanes'
+// own complex word order) do every bin, their last step overlapping the one before.
 #include "sonvel_aec_spectral.h"
 
+#include "spectral/element_lanes.h"
 #include "spectral/kernel_elements.h"
 #include "spectral/kernels.h"
 #include "spectral/lane_check.h"
 #include "spectral/lanes.h"
 
+namespace sp::lanes {
 namespace {
 
 #if SONVEL_HAS_LANES
 
-// rnd_31 of (a.re + j a.im)(b.re + j b.im) per bin. Each product lies in [-2^62 + 2^31, 2^62],
-// so the difference of two never leaves the 64-bit range; the sum reaches 2^63 when all four
-// operands are -2^31 and saturates.
-SONVEL_LANES_TARGET inline ln::Bins cmul_rnd31(ln::Bins a, ln::Bins b) {
-    using namespace ln;
-    const W64 re = sub64(mul_wide(a.re, b.re), mul_wide(a.im, b.im));
-    const W64 im = sat_add64(mul_wide(a.re, b.im), mul_wide(a.im, b.re));
-    return {rnd_narrow<31>(re), rnd_narrow<31>(im)};
+using ln::Cplx;
+
+// Words per step.
+constexpr int32_t kStep = 2 * ln::kLanes;
+
+SONVEL_LANES_TARGET inline Cplx sat_add(Cplx a, Cplx b) {
+    return {{ln::sat_add(a.w[0], b.w[0]), ln::sat_add(a.w[1], b.w[1])}};
 }
 
-// acc += rnd_31(a b) per bin, saturating; returns the words done.
-SONVEL_LANES_TARGET int32_t complex_mla_lanes(const int32_t *a, const int32_t *b, int32_t *acc,
-                                              int32_t words) {
+template <bool kTail>
+SONVEL_LANES_TARGET inline void mla_sum_step(const int32_t *a, const int32_t *b, int32_t stride,
+                                             int parts, int32_t *acc, ln::CplxMask fresh) {
+    const Cplx old = ln::load_cplx(acc);
+    Cplx s = old;
+    for (int p = 0; p < parts; ++p) {
+        const int64_t at = int64_t{p} * stride;
+        s = sat_add(
+            s, ln::rnd_narrow<31>(ln::cmul_wide(ln::load_cplx(a + at), ln::load_cplx(b + at))));
+    }
+    ln::store_cplx(acc, fresh_only<kTail>(s, old, fresh));
+}
+
+// acc += rnd_31(a_p b_p) per bin for p = 0..parts-1 in turn (a_p = a + p * stride), saturating;
+// the partial sums stay in the lanes. The last step overlaps the one before (see fresh_only). Returns the words done: all of them, or none when they are
+// fewer than one step.
+SONVEL_LANES_TARGET int32_t complex_mla_sum(const int32_t *a, const int32_t *b, int32_t stride,
+                                            int parts, int32_t *acc, int32_t words) {
     int32_t w = 0;
-    for (; w + 2 * ln::kLanes <= words; w += 2 * ln::kLanes) {
-        const ln::Bins p = cmul_rnd31(ln::load_bins(a + w), ln::load_bins(b + w));
-        const ln::Bins s = ln::load_bins(acc + w);
-        ln::store_bins(acc + w, {ln::sat_add(s.re, p.re), ln::sat_add(s.im, p.im)});
+    for (; w + kStep <= words; w += kStep) {
+        mla_sum_step<false>(a + w, b + w, stride, parts, acc + w, {});
+    }
+    if (w < words && words >= kStep) {
+        const int32_t last = words - kStep;
+        mla_sum_step<true>(a + last, b + last, stride, parts, acc + last,
+                           ln::bins_from((w - last) / 2));
+        w = words;
     }
     return w;
 }
 
-// out = rnd_31(a conj(b)) per bin; out may be an operand.
-SONVEL_LANES_TARGET int32_t complex_conj_mult_lanes(const int32_t *a, const int32_t *b,
-                                                    int32_t *out, int32_t words) {
+template <bool kTail>
+SONVEL_LANES_TARGET inline void conj_mult_step(const int32_t *a, const int32_t *b, int32_t *out,
+                                               ln::CplxMask fresh) {
+    const Cplx p = ln::rnd_narrow<31>(ln::cmul_wide(ln::load_cplx(a), ln::conj(ln::load_cplx(b))));
+    if constexpr (kTail) {
+        ln::store_cplx(out, fresh_only<true>(p, ln::load_cplx(out), fresh));
+    } else {
+        ln::store_cplx(out, p);
+    }
+}
+
+// out = rnd_31(a conj(b)) per bin; out may be an operand (the last step computes the words it
+// keeps from operands already overwritten, and drops them).
+SONVEL_LANES_TARGET int32_t complex_conj_mult(const int32_t *a, const int32_t *b, int32_t *out,
+                                              int32_t words) {
     int32_t w = 0;
-    for (; w + 2 * ln::kLanes <= words; w += 2 * ln::kLanes) {
-        ln::Bins c = ln::load_bins(b + w);
-        c.im = ln::neg_wrap(c.im);
-        ln::store_bins(out + w, cmul_rnd31(ln::load_bins(a + w), c));
+    for (; w + kStep <= words; w += kStep) conj_mult_step<false>(a + w, b + w, out + w, {});
+    if (w < words && words >= kStep) {
+        const int32_t last = words - kStep;
+        conj_mult_step<true>(a + last, b + last, out + last, ln::bins_from((w - last) / 2));
+        w = words;
     }
     return w;
 }
 
 #else
 
-int32_t complex_mla_lanes(const int32_t *, const int32_t *, int32_t *, int32_t) { return 0; }
-int32_t complex_conj_mult_lanes(const int32_t *, const int32_t *, int32_t *, int32_t) { return 0; }
+int32_t complex_mla_sum(const int32_t *, const int32_t *, int32_t, int, int32_t *, int32_t) {
+    return 0;
+}
+int32_t complex_conj_mult(const int32_t *, const int32_t *, int32_t *, int32_t) { return 0; }
 
 #endif
 
 }  // namespace
+}  // namespace sp::lanes
 
 extern "C" SONVEL_API void Sonvel_AEC_Complex_Mult(const int32_t *a, const int32_t *b, int32_t *out,
                                                    int32_t n) {
@@ -66,23 +103,33 @@ extern "C" SONVEL_API void Sonvel_AEC_Complex_Mult(const int32_t *a, const int32
     }
 }
 
-void sp::complex_mla(Isa isa, const int32_t *a, const int32_t *b, int32_t *acc, int32_t n) {
+void sp::complex_mla_sum(Isa isa, const int32_t *a, const int32_t *b, int32_t stride, int parts,
+                         int32_t *acc, int32_t n) {
     const int32_t words = 2 * sp::stepped_count(n, 2);
-    if (lanes_checked(isa, {{acc, 4u * words}}, [&](Isa i) { complex_mla(i, a, b, acc, n); }))
+    if (lanes_checked(isa, {{acc, 4u * words}},
+                      [&](Isa i) { complex_mla_sum(i, a, b, stride, parts, acc, n); }))
         return;
-    const int32_t done = lanes_on(isa) ? complex_mla_lanes(a, b, acc, words) : 0;
-    for (int32_t w = done; w < words; w += 2) {
-        const sp::Prod64 p = sp::cmul(a[w], a[w + 1], b[w], b[w + 1]);
-        acc[w] = fx::sat_add(acc[w], fx::rnd(p.re, 31));
-        acc[w + 1] = fx::sat_add(acc[w + 1], fx::rnd(p.im, 31));
+    if (lanes_on(isa) && lanes::complex_mla_sum(a, b, stride, parts, acc, words) == words) return;
+    for (int p = 0; p < parts; ++p) {
+        const int32_t *ap = a + int64_t{p} * stride;
+        const int32_t *bp = b + int64_t{p} * stride;
+        for (int32_t w = 0; w < words; w += 2) {
+            const sp::Prod64 prod = sp::cmul(ap[w], ap[w + 1], bp[w], bp[w + 1]);
+            acc[w] = fx::sat_add(acc[w], fx::rnd(prod.re, 31));
+            acc[w + 1] = fx::sat_add(acc[w + 1], fx::rnd(prod.im, 31));
+        }
     }
+}
+
+void sp::complex_mla(Isa isa, const int32_t *a, const int32_t *b, int32_t *acc, int32_t n) {
+    complex_mla_sum(isa, a, b, 0, 1, acc, n);
 }
 
 void sp::complex_conj_mult(Isa isa, const int32_t *a, const int32_t *b, int32_t *out, int32_t n) {
     const int32_t words = 2 * sp::stepped_count(n, 2);
     if (lanes_checked(isa, {{out, 4u * words}}, [&](Isa i) { complex_conj_mult(i, a, b, out, n); }))
         return;
-    const int32_t done = lanes_on(isa) ? complex_conj_mult_lanes(a, b, out, words) : 0;
+    const int32_t done = lanes_on(isa) ? lanes::complex_conj_mult(a, b, out, words) : 0;
     for (int32_t w = done; w < words; w += 2) {
         const sp::Prod64 p = sp::cmul_conj(a[w], a[w + 1], b[w], b[w + 1]);
         out[w] = fx::rnd(p.re, 31);

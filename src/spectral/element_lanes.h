@@ -1,7 +1,7 @@
 // Lane versions of the per-element definitions of spectral/kernel_elements.h, written once
 // against the lane vocabulary: the same integer roundings, float products and sums in the same
-// order, and saturation, several bins at a time. Used by the lane loops of the power and
-// smoothing kernels and of the suppressor.
+// order, and saturation, several bins at a time; and the masking of a loop's last, overlapping
+// step. Used by the lane loops of the spectral kernels, the filter update and the suppressor.
 #pragma once
 
 #include "spectral/kernel_elements.h"
@@ -47,24 +47,41 @@ SONVEL_LANES_TARGET inline Power bin_power(ln::Bins x) {
     const ln::F32 r = ln::i2f(ln::shl(x.re, h));
     const ln::F32 i = ln::i2f(ln::shl(x.im, h));
     const ln::F32 sum = ln::fadd(ln::fmul(r, r), ln::fmul(i, i));
-    return {ln::f2i(ln::fmul(sum, ln::dupf(kTwoPowM32))), h};
+    return {ln::f2i_not_nan(ln::fmul(sum, ln::dupf(kTwoPowM32))), h};
 }
 
-// sp::conj_mult_q: the parts (m) and the headroom sums that scaled them (q). Each product lies in
-// [-2^62 + 2^31, 2^62], so the difference of two stays in range; the sum saturates.
+// sp::conj_mult_q in the back end's complex word order: the parts (m) and the headroom sums
+// that scaled them (q).
 struct ConjQ {
-    Mant re;
-    Mant im;
+    ln::Cplx m;
+    ln::Cplx q;
 };
 
-SONVEL_LANES_TARGET inline ConjQ conj_mult_q(ln::Bins a, ln::Bins b) {
-    const I32 c = ln::neg_wrap(b.im);
-    const I32 har = ln::hr(a.re), hai = ln::hr(a.im), hbr = ln::hr(b.re), hc = ln::hr(c);
-    const I32 h_re = ln::min(ln::add(har, hbr), ln::add(hai, hc));
-    const I32 h_im = ln::min(ln::add(har, hc), ln::add(hai, hbr));
-    const ln::W64 re = ln::sub64(ln::mul_wide(a.re, b.re), ln::mul_wide(a.im, c));
-    const ln::W64 im = ln::sat_add64(ln::mul_wide(a.re, c), ln::mul_wide(a.im, b.re));
-    return {{ln::scale_rnd32(re, h_re), h_re}, {ln::scale_rnd32(im, h_im), h_im}};
+SONVEL_LANES_TARGET inline ConjQ conj_mult_q(ln::Cplx a, ln::Cplx b) {
+    const ln::Cplx c = ln::conj(b);
+    const ln::Cplx ha{{ln::hr(a.w[0]), ln::hr(a.w[1])}};
+    const ln::Cplx hc{{ln::hr(c.w[0]), ln::hr(c.w[1])}};
+    const ln::Cplx h = ln::cross_min_sums(ha, hc);
+    return {ln::scale_rnd32(ln::cmul_wide(a, c), h), h};
+}
+
+// The last step of a loop whose count is not a whole number of steps ends at the last element
+// and repeats some elements already done: it keeps their values (old) and takes the new ones only
+// in the lanes from index first on (fresh); the whole steps take the new values as they are.
+SONVEL_LANES_TARGET inline ln::Mask lanes_from(int first) {
+    return ln::gt(ln::iota(0), ln::dup(first - 1));
+}
+
+template <bool kTail>
+SONVEL_LANES_TARGET inline I32 fresh_only(I32 v, I32 old, ln::Mask fresh) {
+    if constexpr (kTail) return ln::select(fresh, v, old);
+    return v;
+}
+
+template <bool kTail>
+SONVEL_LANES_TARGET inline ln::Cplx fresh_only(ln::Cplx v, ln::Cplx old, ln::CplxMask fresh) {
+    if constexpr (kTail) return ln::select(fresh, v, old);
+    return v;
 }
 
 }  // namespace sp::lanes

@@ -11,6 +11,11 @@ namespace sp {
 // acc += rnd_31(a b) per bin, saturating.
 void complex_mla(Isa isa, const int32_t *a, const int32_t *b, int32_t *acc, int32_t n);
 
+// acc += rnd_31(a_p b_p) per bin for the parts p = 0..parts-1 in turn, a_p = a + p * stride and
+// b_p = b + p * stride, each sum saturating.
+void complex_mla_sum(Isa isa, const int32_t *a, const int32_t *b, int32_t stride, int parts,
+                     int32_t *acc, int32_t n);
+
 // out = rnd_31(a conj(b)) per bin.
 void complex_conj_mult(Isa isa, const int32_t *a, const int32_t *b, int32_t *out, int32_t n);
 

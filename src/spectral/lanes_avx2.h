@@ -521,6 +521,149 @@ LN_FN I32 mpy_32_16(I32 x, I32 f) {
     return _mm256_blend_epi32(_mm256_srli_epi64(p.a, 16), _mm256_slli_epi64(p.b, 16), 0xAA);
 }
 
+// ---- Complex values in the back end's own word order ----
+
+// kLanes bins in two registers of interleaved words as they lie in memory (bins 0-3 in w[0],
+// 4-7 in w[1]): loads and stores do not reorder them, and the 64-bit products of the re parts
+// come from the even lanes, those of the im parts from the odd ones. Steps that treat every word
+// alike take w[0] and w[1] one by one; steps that pair a bin's parts are below.
+struct Cplx {
+    I32 w[2];
+};
+struct CplxMask {
+    Mask w[2];
+};
+LN_FN Cplx load_cplx(const int32_t *p) { return {{load(p), load(p + kLanes)}}; }
+LN_FN void store_cplx(int32_t *p, Cplx c) {
+    store(p, c.w[0]);
+    store(p + kLanes, c.w[1]);
+}
+// int16 words in the same order, widened; and their low 16 bits back (masked to 16 bits, the
+// unsigned saturating pack keeps them; the pack interleaves 64-bit groups, the permute restores
+// their order).
+LN_FN Cplx load16_cplx(const int16_t *p) { return {{load16(p), load16(p + kLanes)}}; }
+LN_FN void store16_cplx(int16_t *p, Cplx c) {
+    const I32 low = _mm256_set1_epi32(0xFFFF);
+    const I32 packed =
+        _mm256_packus_epi32(_mm256_and_si256(c.w[0], low), _mm256_and_si256(c.w[1], low));
+    _mm256_storeu_si256(reinterpret_cast<I32 *>(p), _mm256_permute4x64_epi64(packed, 0xD8));
+}
+// Set in the words of the bins from index first (0..kLanes) of a step on.
+LN_FN CplxMask bins_from(int first) {
+    const I32 bin = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
+    const I32 f = _mm256_set1_epi32(first - 1);
+    return {{_mm256_cmpgt_epi32(bin, f),
+             _mm256_cmpgt_epi32(_mm256_add_epi32(bin, _mm256_set1_epi32(4)), f)}};
+}
+// The words of a where m is set, of b elsewhere.
+LN_FN Cplx select(CplxMask m, Cplx a, Cplx b) {
+    return {
+        {_mm256_blendv_epi8(b.w[0], a.w[0], m.w[0]), _mm256_blendv_epi8(b.w[1], a.w[1], m.w[1])}};
+}
+// The conjugate: im parts (odd lanes) negated, -2^31 staying -2^31 (sp::neg_wrap).
+LN_FN Cplx conj(Cplx c) {
+    const I32 sign = _mm256_setr_epi32(1, -1, 1, -1, 1, -1, 1, -1);
+    return {{_mm256_sign_epi32(c.w[0], sign), _mm256_sign_epi32(c.w[1], sign)}};
+}
+// Per bin: re <- min(ha.re + hb.re, ha.im + hb.im), im <- min(ha.re + hb.im, ha.im + hb.re) (the
+// headroom sums of sp::conj_mult_q): the sums with hb as it is and with its parts swapped, the
+// even words of both brought beside each other, and the odd words.
+LN_FN Cplx cross_min_sums(Cplx ha, Cplx hb) {
+    Cplx r;
+    for (int k = 0; k < 2; ++k) {
+        const I32 same = _mm256_add_epi32(ha.w[k], hb.w[k]);
+        const I32 swapped = _mm256_add_epi32(ha.w[k], _mm256_shuffle_epi32(hb.w[k], 0xB1));
+        const I32 even = _mm256_blend_epi32(same, _mm256_slli_epi64(swapped, 32), 0xAA);
+        const I32 odd = _mm256_blend_epi32(_mm256_srli_epi64(same, 32), swapped, 0xAA);
+        r.w[k] = _mm256_min_epi32(even, odd);
+    }
+    return r;
+}
+
+// sp::cmul of each bin as 64-bit values: re[k] and im[k] those of the bins of w[k]. re = ar br -
+// ai bi exactly (it lies in [-2^63 + 2^31, 2^63 - 2^31]); im = ar bi + ai br modulo 2^64, which
+// is exact except for 2^63 (all four parts -2^31), held as -2^63, a value no other sum reaches
+// (they lie in [-2^63 + 2^32, 2^63 - 2^31]). The narrowing steps below read it as 2^63.
+struct CplxWide {
+    __m256i re[2];
+    __m256i im[2];
+};
+LN_FN CplxWide cmul_wide(Cplx a, Cplx b) {
+    CplxWide p;
+    for (int k = 0; k < 2; ++k) {
+        const __m256i ai = _mm256_srli_epi64(a.w[k], 32);
+        const __m256i bi = _mm256_srli_epi64(b.w[k], 32);
+        p.re[k] = _mm256_sub_epi64(_mm256_mul_epi32(a.w[k], b.w[k]), _mm256_mul_epi32(ai, bi));
+        p.im[k] = _mm256_add_epi64(_mm256_mul_epi32(a.w[k], bi), _mm256_mul_epi32(ai, b.w[k]));
+    }
+    return p;
+}
+// fx::rnd(part, K) saturated to int32, for K in 1..31. u = part + 2^(K-1) does not overflow
+// (im = 2^63 aside); the result is bits K..K+31 of u and fits where bits K-1..31 of u's high half
+// h are all equal, i.e. (h ^ (h >> 31)) < 2^(K-1); elsewhere it saturates toward the sign of h.
+// For im, h = -2^31 only comes from the wrapped 2^63, so the sign is read from h - 1 there.
+// Saturation is rare: the bounds are put in only when some word needs them.
+template <int K>
+LN_FN Cplx rnd_narrow(CplxWide p) {
+    static_assert(K >= 1 && K <= 31);
+    const __m256i half = _mm256_set1_epi64x(int64_t{1} << (K - 1));
+    const I32 limit = _mm256_set1_epi32((1 << (K - 1)) - 1);
+    Cplx r, h, over;
+    for (int k = 0; k < 2; ++k) {
+        const __m256i ur = _mm256_add_epi64(p.re[k], half);
+        const __m256i ui = _mm256_add_epi64(p.im[k], half);
+        r.w[k] = _mm256_blend_epi32(_mm256_srli_epi64(ur, K), _mm256_slli_epi64(ui, 32 - K), 0xAA);
+        h.w[k] = _mm256_blend_epi32(_mm256_srli_epi64(ur, 32), ui, 0xAA);
+        over.w[k] = _mm256_cmpgt_epi32(mag(h.w[k]), limit);
+    }
+    const I32 any = _mm256_or_si256(over.w[0], over.w[1]);
+    if (!_mm256_testz_si256(any, any)) {
+        const I32 im_lanes = _mm256_setr_epi32(0, 1, 0, 1, 0, 1, 0, 1);
+        for (int k = 0; k < 2; ++k) {
+            const I32 bound = detail::sat_bound(_mm256_sub_epi32(h.w[k], im_lanes));
+            r.w[k] = _mm256_blendv_epi8(r.w[k], bound, over.w[k]);
+        }
+    }
+    return r;
+}
+// fx::rnd(fx::shift_sat64(part, h), 32) with the count h >= 0 of each word (sp::conj_mult_q), as
+// ln::scale_rnd32; the wrapped im 2^63 only comes with h = 0 and gives -2^31, saturated there.
+LN_FN Cplx scale_rnd32(CplxWide p, Cplx h) {
+    const __m256i low_half = _mm256_set1_epi64x(0xFFFFFFFFll);
+    const __m256i bias = _mm256_set1_epi64x(int64_t{1} << 31);
+    Cplx r;
+    for (int k = 0; k < 2; ++k) {
+        const __m256i tr = _mm256_sllv_epi64(p.re[k], _mm256_and_si256(h.w[k], low_half));
+        const __m256i ti = _mm256_sllv_epi64(p.im[k], _mm256_srli_epi64(h.w[k], 32));
+        const I32 v = _mm256_blend_epi32(_mm256_srli_epi64(_mm256_add_epi64(tr, bias), 32),
+                                         _mm256_add_epi64(ti, bias), 0xAA);
+        r.w[k] = _mm256_xor_si256(v, _mm256_cmpeq_epi32(v, _mm256_set1_epi32(INT32_MIN)));
+    }
+    return r;
+}
+
+// ---- Float to int of lanes that are not NaN ----
+
+// fx::f2i where no lane is NaN (every step of finite products and sums of converted integers):
+// lanes at or above 2^31 become 2^31 - 1, the conversion gives the rest.
+LN_FN I32 f2i_not_nan(F32 f) {
+    const I32 r = _mm256_cvttps_epi32(f);
+    const I32 big =
+        _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ));
+    return _mm256_xor_si256(r, big);
+}
+
+// ---- Rounded high half of a product ----
+
+// fx::rnd(a * b, 32) per lane. |a b| <= 2^62, so the result lies in [-2^30, 2^30] and is the
+// high half of a b + 2^31.
+LN_FN I32 mul_rnd32(I32 a, I32 b) {
+    const W64 p = mul_wide(a, b);
+    const __m256i half = _mm256_set1_epi64x(int64_t{1} << 31);
+    return _mm256_blend_epi32(_mm256_srli_epi64(_mm256_add_epi64(p.a, half), 32),
+                              _mm256_add_epi64(p.b, half), 0xAA);
+}
+
 }  // namespace ln
 
 #undef LN_FN

@@ -212,4 +212,77 @@ inline I32 mul_rnd15(I32 x, I32 f) { return rnd_narrow<15>(mul_wide(x, f)); }
 // never -2^31.
 inline I32 mpy_32_16(I32 x, I32 f) { return vqdmulhq_s32(x, vshlq_n_s32(f, 15)); }
 
+// ---- Complex values in the back end's own word order ----
+
+// kLanes bins in two registers: the re parts in w[0] and the im parts in w[1] (the
+// de-interleaving load and the interleaving store are single instructions). Steps that treat
+// every word alike take w[0] and w[1] one by one; steps that pair a bin's parts are below.
+struct Cplx {
+    I32 w[2];
+};
+struct CplxMask {
+    Mask w[2];
+};
+inline Cplx load_cplx(const int32_t *p) {
+    const int32x4x2_t v = vld2q_s32(p);
+    return {{v.val[0], v.val[1]}};
+}
+inline void store_cplx(int32_t *p, Cplx c) { vst2q_s32(p, int32x4x2_t{{c.w[0], c.w[1]}}); }
+// int16 words in the same order, widened; and their low 16 bits back.
+inline Cplx load16_cplx(const int16_t *p) {
+    const int16x4x2_t v = vld2_s16(p);
+    return {{vmovl_s16(v.val[0]), vmovl_s16(v.val[1])}};
+}
+inline void store16_cplx(int16_t *p, Cplx c) {
+    vst2_s16(p, int16x4x2_t{{vmovn_s32(c.w[0]), vmovn_s32(c.w[1])}});
+}
+// Set in the words of the bins from index first (0..kLanes) of a step on.
+inline CplxMask bins_from(int first) {
+    const Mask m = vcgtq_s32(I32{0, 1, 2, 3}, vdupq_n_s32(first - 1));
+    return {{m, m}};
+}
+// The words of a where m is set, of b elsewhere.
+inline Cplx select(CplxMask m, Cplx a, Cplx b) {
+    return {{vbslq_s32(m.w[0], a.w[0], b.w[0]), vbslq_s32(m.w[1], a.w[1], b.w[1])}};
+}
+// The conjugate: im parts negated, -2^31 staying -2^31 (sp::neg_wrap).
+inline Cplx conj(Cplx c) { return {{c.w[0], vnegq_s32(c.w[1])}}; }
+// Per bin: re <- min(ha.re + hb.re, ha.im + hb.im), im <- min(ha.re + hb.im, ha.im + hb.re) (the
+// headroom sums of sp::conj_mult_q).
+inline Cplx cross_min_sums(Cplx ha, Cplx hb) {
+    return {{vminq_s32(vaddq_s32(ha.w[0], hb.w[0]), vaddq_s32(ha.w[1], hb.w[1])),
+             vminq_s32(vaddq_s32(ha.w[0], hb.w[1]), vaddq_s32(ha.w[1], hb.w[0]))}};
+}
+
+// sp::cmul of each bin: re = ar br - ai bi exactly (it lies in [-2^63 + 2^31, 2^63 - 2^31]), im
+// = ar bi + ai br with 64-bit saturation (only 2^63 itself, all four parts -2^31, saturates).
+// The narrowing steps below give each part's bits for the saturated value.
+struct CplxWide {
+    W64 re;
+    W64 im;
+};
+inline CplxWide cmul_wide(Cplx a, Cplx b) {
+    return {sub64(mul_wide(a.w[0], b.w[0]), mul_wide(a.w[1], b.w[1])),
+            sat_add64(mul_wide(a.w[0], b.w[1]), mul_wide(a.w[1], b.w[0]))};
+}
+// fx::rnd(part, K) saturated to int32, for K in 1..31.
+template <int K>
+inline Cplx rnd_narrow(CplxWide p) {
+    return {{rnd_narrow<K>(p.re), rnd_narrow<K>(p.im)}};
+}
+// fx::rnd(fx::shift_sat64(part, h), 32) with the count h >= 0 of each word (sp::conj_mult_q).
+inline Cplx scale_rnd32(CplxWide p, Cplx h) {
+    return {{scale_rnd32(p.re, h.w[0]), scale_rnd32(p.im, h.w[1])}};
+}
+
+// ---- Float to int of lanes that are not NaN ----
+
+// fx::f2i where no lane is NaN: the conversion itself.
+inline I32 f2i_not_nan(F32 f) { return vcvtq_s32_f32(f); }
+
+// ---- Rounded high half of a product ----
+
+// fx::rnd(a * b, 32) per lane (never saturates).
+inline I32 mul_rnd32(I32 a, I32 b) { return rnd_narrow<32>(mul_wide(a, b)); }
+
 }  // namespace ln

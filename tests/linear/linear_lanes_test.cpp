@@ -2,6 +2,7 @@
 // over the counts and operands of the lane-equivalence fixture: Q values on both sides of every
 // shift, shift counts beyond the word both ways, mostly-zero gradients and full-scale near-end
 // samples. Skipped where the processor has no vector unit.
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -92,6 +93,29 @@ const lanetest::Kernel kKernels[] = {
      [](Isa isa, Buffers &b, int n) {
          lin::estimate_and_error(isa, b.w[0].data(), b.s[0].data(), n, b.w[3][0], b.w[3][1],
                                  b.w[1].data(), b.w[2].data());
+     }},
+    // Samples at both int16 bounds; shifts both ways, beyond the word too.
+    {"WidenShifted",
+     [](Operands &ops, int n) {
+         lanetest::Shorts x = ops.shorts(n + kS, -32768, 32767);
+         for (auto &v : x) v = ops.next() % 4 ? v : ops.pick<int16_t>({-32768, 32767});
+         return Buffers{{ops.words(n + kS),
+                         {ops.pick({-32768, -40, -32, -31, -17, -1, 0, 1, 15, 31, 32, 33, 32767})}},
+                        {x}};
+     },
+     [](Isa isa, Buffers &b, int n) {
+         lin::widen_shifted(isa, b.s[0].data(), n, b.w[1][0], b.w[0].data());
+     }},
+    // Full-scale blocks in odd rounds: the sum passes 2^31.
+    {"SumSquares",
+     [](Operands &ops, int n) {
+         lanetest::Shorts x = ops.shorts(n + kS, -32768, 32767);
+         if (ops.round() % 2) std::fill(x.begin(), x.end(), int16_t{-32768});
+         return Buffers{{{0, 0}}, {x}};
+     },
+     [](Isa isa, Buffers &b, int n) {
+         const int64_t sum = lin::sum_squares(isa, b.s[0].data(), n);
+         b.w[0] = {static_cast<int32_t>(sum), static_cast<int32_t>(sum >> 32)};
      }},
 };
 

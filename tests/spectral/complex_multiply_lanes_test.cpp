@@ -37,6 +37,25 @@ const lanetest::Kernel kKernels[] = {
          sp::complex_conj_mult(isa, b.w[0].data(), b.w[1].data(), b.w[2].data(), n);
      },
      counts()},
+    // Six partitions summed in one pass: the words of one multiply-accumulate per partition in
+    // turn, also where the sum saturates on the way.
+    {"PartitionsSummed",
+     [](Operands &ops, int n) {
+         const int stride = 2 * std::max(n, 0) + 6;
+         return Buffers{{ops.words(6 * stride), ops.words(6 * stride),
+                         ops.words(2 * std::max(n, 0) + lanetest::kSlack)},
+                        {}};
+     },
+     [](sp::Isa isa, Buffers &b, int n) {
+         const int stride = 2 * std::max(n, 0) + 6;
+         lanetest::Words single = b.w[2];
+         for (int p = 0; p < 6; ++p)
+             sp::complex_mla(sp::Isa::kPortable, &b.w[0][p * stride], &b.w[1][p * stride],
+                             single.data(), n);
+         sp::complex_mla_sum(isa, b.w[0].data(), b.w[1].data(), stride, 6, b.w[2].data(), n);
+         ASSERT_EQ(b.w[2], single) << "partitions summed in one pass, count " << n;
+     },
+     counts()},
     {"ConjugateProductInPlace", operands,
      [](sp::Isa isa, Buffers &b, int n) {
          sp::complex_conj_mult(isa, b.w[0].data(), b.w[1].data(), b.w[0].data(), n);
