@@ -10,6 +10,7 @@
 #include "sonvel_aec_spectral.h"
 #include "spectral/fft/fft_plan.h"
 #include "spectral/kernel_elements.h"
+#include "spectral/lane_check.h"
 #include "spectral/lanes.h"
 
 namespace {
@@ -131,11 +132,10 @@ void real_parts(const int32_t *, int32_t *, int32_t) {}
 }  // namespace
 }  // namespace sp::lanes
 
-// Real block buf[0..n-1] -> packed half spectrum buf[0..n+1], unscaled. Returns the service's
-// status, or -1 for a length the work arrays cannot hold (buf untouched).
-extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const void *plan) {
-    if (!valid_length(n)) return kBadLength;
-    const bool vec = vector_loops(plan, n);
+namespace {
+
+// The forward pair on the lane loops (vec) or the portable ones.
+int32_t forward_pair(int32_t *buf, int32_t n, const void *plan, bool vec) {
     alignas(32) int32_t c[2 * kMaxLen];
     alignas(32) int32_t out[2 * kMaxLen];
     // 1. Complex input with zero imaginary parts.
@@ -158,11 +158,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const 
     return status;
 }
 
-// Packed half spectrum buf[0..n+1] -> real block buf[0..n-1] (the inverse divides by N);
-// buf[n], buf[n+1] keep their values. Returns the service's status, or -1 as above.
-extern "C" SONVEL_API int32_t Sonvel_AEC_Realifft(int32_t *buf, int32_t n, const void *plan) {
-    if (!valid_length(n)) return kBadLength;
-    const bool vec = vector_loops(plan, n);
+// The inverse pair on the lane loops (vec) or the portable ones.
+int32_t inverse_pair(int32_t *buf, int32_t n, const void *plan, bool vec) {
     alignas(32) int32_t c[2 * kMaxLen];
     alignas(32) int32_t out[2 * kMaxLen];
     // 1.-3. Bins 0..N/2 as stored, imaginary parts of DC and Nyquist included, and the conjugate
@@ -183,4 +180,36 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Realifft(int32_t *buf, int32_t n, const
         for (int32_t i = 0; i < n; ++i) buf[i] = out[2 * i];
     }
     return status;
+}
+
+// The pair's choice in the lane self-check's terms: under the check, the words of buf and the
+// status from the lane loops against those from the portable ones.
+sp::Isa pair_isa(const void *plan, int32_t n) {
+    return vector_loops(plan, n) ? sp::Isa::kVector : sp::Isa::kPortable;
+}
+
+}  // namespace
+
+// Real block buf[0..n-1] -> packed half spectrum buf[0..n+1], unscaled. Returns the service's
+// status, or -1 for a length the work arrays cannot hold (buf untouched).
+extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const void *plan) {
+    if (!valid_length(n)) return kBadLength;
+    const sp::Isa isa = pair_isa(plan, n);
+    int32_t status = 0;
+    if (sp::lanes_checked(isa, {{buf, 4u * static_cast<size_t>(n + 2)}, {&status, sizeof status}},
+                          [&](sp::Isa i) { status = forward_pair(buf, n, plan, sp::lanes_on(i)); }))
+        return status;
+    return forward_pair(buf, n, plan, sp::lanes_on(isa));
+}
+
+// Packed half spectrum buf[0..n+1] -> real block buf[0..n-1] (the inverse divides by N);
+// buf[n], buf[n+1] keep their values. Returns the service's status, or -1 as above.
+extern "C" SONVEL_API int32_t Sonvel_AEC_Realifft(int32_t *buf, int32_t n, const void *plan) {
+    if (!valid_length(n)) return kBadLength;
+    const sp::Isa isa = pair_isa(plan, n);
+    int32_t status = 0;
+    if (sp::lanes_checked(isa, {{buf, 4u * static_cast<size_t>(n + 2)}, {&status, sizeof status}},
+                          [&](sp::Isa i) { status = inverse_pair(buf, n, plan, sp::lanes_on(i)); }))
+        return status;
+    return inverse_pair(buf, n, plan, sp::lanes_on(isa));
 }

@@ -13,9 +13,12 @@
 // stages with as many fractional bits as their first stage's headroom leaves.
 //
 // Split and merge compute in 64 bits, turn by Q31 twiddles rounded as the stages round theirs
-// (kProductBits fractional bits) and round each result once. They are scalar code, the same on
-// every processor; the N/2-point transform takes the vectorised stages where the processor has
-// them, with the portable stages' bits.
+// (kProductBits fractional bits) and round each result once. The steps around the N/2-point
+// transform (recognition, packing, split, merge, rounding, unpacking) have vectorised versions
+// (fft_real_simd.h) that the plan's processor choice selects; they give the portable steps' bits,
+// which the lane self-check (spectral/lane_check.h) verifies when it is built in. The N/2-point
+// transform takes the vectorised stages where the processor has them, with the portable stages'
+// bits.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -25,6 +28,7 @@
 #include "spectral/fft/fft_plan.h"
 #include "spectral/fft/fft_real_simd.h"
 #include "spectral/fft/fft_transform.h"
+#include "spectral/lane_check.h"
 
 namespace sonvel::fft {
 namespace {
@@ -112,10 +116,13 @@ bool vector_steps(const Plan &p, Kernels kernels) {
 
 }  // namespace
 
-bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+namespace {
+
+// The forward path with the vectorised steps (vec) or the portable ones.
+bool forward_path(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels,
+                  bool vec) {
     const int n = p.n;
     const int m = n / 2;
-    const bool vec = vector_steps(p, kernels);
     // z in the upper half of dst (written even when the input turns out not to be real: the
     // N-point stages then rewrite all of dst).
     int32_t *z = dst + n;
@@ -151,10 +158,11 @@ bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     return true;
 }
 
-bool real_inverse(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+// The inverse path with the vectorised steps (vec) or the portable ones.
+bool inverse_path(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels,
+                  bool vec) {
     const int n = p.n;
     const int m = n / 2;
-    const bool vec = vector_steps(p, kernels);
 
     // The merge in 64 bits into dst (N int64 words, (Y 2) 2^kProductBits), then Y 2^e rounded
     // onto the stack as the input of the N/2-point stages, carrying their first stage's guard
@@ -213,6 +221,35 @@ bool real_inverse(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
         dst[4 * t + 3] = 0;
     }
     return true;
+}
+
+// The processor choice of the real-data steps in the lane self-check's terms.
+sp::Isa steps_isa(const Plan &p, Kernels kernels) {
+    return vector_steps(p, kernels) ? sp::Isa::kVector : sp::Isa::kPortable;
+}
+
+}  // namespace
+
+// Under the lane self-check, the vectorised steps' words of dst and answer against those of the
+// portable steps (the N/2-point stages the same in both runs).
+bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+    const sp::Isa isa = steps_isa(p, kernels);
+    bool done = false;
+    if (sp::lanes_checked(
+            isa, {{dst, 8u * static_cast<size_t>(p.n)}, {&done, sizeof done}},
+            [&](sp::Isa i) { done = forward_path(src, dst, p, shift, kernels, sp::lanes_on(i)); }))
+        return done;
+    return forward_path(src, dst, p, shift, kernels, sp::lanes_on(isa));
+}
+
+bool real_inverse(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+    const sp::Isa isa = steps_isa(p, kernels);
+    bool done = false;
+    if (sp::lanes_checked(
+            isa, {{dst, 8u * static_cast<size_t>(p.n)}, {&done, sizeof done}},
+            [&](sp::Isa i) { done = inverse_path(src, dst, p, shift, kernels, sp::lanes_on(i)); }))
+        return done;
+    return inverse_path(src, dst, p, shift, kernels, sp::lanes_on(isa));
 }
 
 }  // namespace sonvel::fft
