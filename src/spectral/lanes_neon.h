@@ -95,7 +95,9 @@ inline I32 reverse(I32 x) {
     const I32 r = vrev64q_s32(x);
     return vextq_s32(r, r, 2);
 }
-inline void store_real_bins(int32_t *p, I32 re) { vst2q_s32(p, int32x4x2_t{{re, vdupq_n_s32(0)}}); }
+inline void store_real_bins(int32_t *p, const int32_t *re) {
+    vst2q_s32(p, int32x4x2_t{{vld1q_s32(re), vdupq_n_s32(0)}});
+}
 inline I32 conj_reverse_pairs(I32 x) {
     const I32 r = vextq_s32(x, x, 2);
     const uint32x4_t odd = vreinterpretq_u32_u64(vdupq_n_u64(0xFFFFFFFF00000000ull));

@@ -90,8 +90,8 @@ SONVEL_LANES_TARGET void copy_words(int32_t *dst, const int32_t *src, int32_t wo
 // c[2i], c[2i + 1] = buf[i], 0 for all n samples (a multiple of 2 kLanes).
 SONVEL_LANES_TARGET void real_to_complex(const int32_t *buf, int32_t *c, int32_t n) {
     for (int32_t i = 0; i < n; i += 2 * ln::kLanes) {
-        ln::store_real_bins(c + 2 * i, ln::load(buf + i));
-        ln::store_real_bins(c + 2 * i + 2 * ln::kLanes, ln::load(buf + i + ln::kLanes));
+        ln::store_real_bins(c + 2 * i, buf + i);
+        ln::store_real_bins(c + 2 * i + 2 * ln::kLanes, buf + i + ln::kLanes);
     }
 }
 
@@ -104,10 +104,16 @@ SONVEL_LANES_TARGET void conjugate_symmetric(const int32_t *buf, int32_t *c, int
     ln::store(c, ln::load(buf));
     c[n] = buf[n];
     c[n + 1] = buf[n + 1];
-    for (int32_t k = kBins; k < n / 2; k += kBins) {
-        const ln::I32 v = ln::load(buf + 2 * k);
-        ln::store(c + 2 * k, v);
-        ln::store(c + 2 * (n - k - kBins + 1), ln::conj_reverse_pairs(v));
+    // Two registers per step: bins L..N/2-1 are an odd number of registers, the first alone.
+    const ln::I32 first = ln::load(buf + 2 * kBins);
+    ln::store(c + 2 * kBins, first);
+    ln::store(c + 2 * (n - 2 * kBins + 1), ln::conj_reverse_pairs(first));
+    for (int32_t k = 2 * kBins; k < n / 2; k += 2 * kBins) {
+        const ln::I32 a = ln::load(buf + 2 * k), b = ln::load(buf + 2 * k + ln::kLanes);
+        ln::store(c + 2 * k, a);
+        ln::store(c + 2 * k + ln::kLanes, b);
+        ln::store(c + 2 * (n - k - kBins + 1), ln::conj_reverse_pairs(a));
+        ln::store(c + 2 * (n - k - 2 * kBins + 1), ln::conj_reverse_pairs(b));
     }
     mirror_upper_half(buf, c, n - kBins + 1, n);
 }
