@@ -195,25 +195,30 @@ SONVEL_LANES_TARGET Merged merge(const int32_t *src, const int32_t *w, int32_t *
             extreme_bits(outLo, outHi)};
 }
 
+// Four words of p widened to (word, 0) pairs.
+SONVEL_LANES_TARGET inline V widened(const int32_t *p) {
+    return _mm256_cvtepu32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
+}
+
 SONVEL_LANES_TARGET void unpack_real(const int32_t *z, int32_t *dst, int m) {
     // Pairs (re, im) of z become (re, 0, im, 0), each word widened without sign; from the front,
-    // as the portable loop.
-    for (int t = 0; t < m; t += 4) {
-        const V a =
-            _mm256_cvtepu32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(z + 2 * t)));
-        const V b = _mm256_cvtepu32_epi64(
-            _mm_loadu_si128(reinterpret_cast<const __m128i *>(z + 2 * t + 4)));
+    // as the portable loop (M is a multiple of 8; every step reads its words before it stores).
+    for (int t = 0; t < m; t += 8) {
+        const V a = widened(z + 2 * t), b = widened(z + 2 * t + 4);
+        const V c = widened(z + 2 * t + 8), d = widened(z + 2 * t + 12);
         store(dst + 4 * t, a);
         store(dst + 4 * t + 8, b);
+        store(dst + 4 * t + 16, c);
+        store(dst + 4 * t + 24, d);
     }
 }
 
 SONVEL_LANES_TARGET void round_words(int32_t *v, int n, int k) {
     const V half = _mm256_set1_epi32(1 << (k - 1));
     const __m128i count = _mm_cvtsi32_si128(k);
-    for (int i = 0; i < n; i += 16) {
-        store(v + i, _mm256_sra_epi32(_mm256_add_epi32(load(v + i), half), count));
-        store(v + i + 8, _mm256_sra_epi32(_mm256_add_epi32(load(v + i + 8), half), count));
+    for (int32_t *end = v + n; v != end; v += 32) {
+        for (int i = 0; i < 32; i += 8)
+            store(v + i, _mm256_sra_epi32(_mm256_add_epi32(load(v + i), half), count));
     }
 }
 

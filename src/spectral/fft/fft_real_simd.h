@@ -19,7 +19,8 @@ inline constexpr bool kRealSteps = false;
 // headroom of x, or -1 when an imaginary part is not zero (z is written anyway).
 int pack_real(const int32_t *src, int32_t *z, int n);
 
-// dst[4t..4t+3] = (Re z[t], 0, Im z[t], 0), t < m, from the front (z may lie in dst's upper half).
+// dst[4t..4t+3] = (Re z[t], 0, Im z[t], 0), t < m (a multiple of 8), from the front (z may lie in
+// dst's upper half).
 void unpack_real(const int32_t *z, int32_t *dst, int m);
 
 // The split step's bins 1..M/2 and M/2..M-1 from spectrum (bins 0..M-1), rounded by 2^-k, k in 5..32,
@@ -39,7 +40,7 @@ struct Merged {
 };
 Merged merge(const int32_t *src, const int32_t *w, int32_t *out, int m);
 
-// v[i] rounded by 2^-k (1..5) in place, i < n, n a multiple of 16 (the sums with the rounding
+// v[i] rounded by 2^-k (1..5) in place, i < n, n a multiple of 32 (the sums with the rounding
 // half fit 32 bits).
 void round_words(int32_t *v, int n, int k);
 
