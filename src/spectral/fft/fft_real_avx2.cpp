@@ -84,11 +84,10 @@ SONVEL_LANES_TARGET inline V join(V lo, V hi) { return _mm256_blend_epi32(lo, hi
 
 }  // namespace
 
-// The even words of 16 (re, im) words, in order.
-SONVEL_LANES_TARGET inline V even_words(const int32_t *p) {
-    const __m256 x = _mm256_loadu_ps(reinterpret_cast<const float *>(p));
-    const __m256 y = _mm256_loadu_ps(reinterpret_cast<const float *>(p + 8));
-    return _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(x, y, 0x88)), 0xD8);
+// The even words of x and y, in order.
+SONVEL_LANES_TARGET inline V even_words(V x, V y) {
+    const __m256 e = _mm256_shuffle_ps(_mm256_castsi256_ps(x), _mm256_castsi256_ps(y), 0x88);
+    return _mm256_permute4x64_epi64(_mm256_castps_si256(e), 0xD8);
 }
 
 SONVEL_LANES_TARGET int pack_real(const int32_t *src, int32_t *z, int n) {
@@ -97,10 +96,10 @@ SONVEL_LANES_TARGET int pack_real(const int32_t *src, int32_t *z, int n) {
     V imag = _mm256_setzero_si256();
     // 32 words (16 complex values) per step; N is a multiple of 16.
     for (const int32_t *end = src + 2 * n; src != end; src += 32, z += 16) {
-        imag =
-            _mm256_or_si256(imag, _mm256_or_si256(_mm256_or_si256(load(src), load(src + 8)),
-                                                  _mm256_or_si256(load(src + 16), load(src + 24))));
-        const V a = even_words(src), b = even_words(src + 16);
+        const V w0 = load(src), w1 = load(src + 8), w2 = load(src + 16), w3 = load(src + 24);
+        imag = _mm256_or_si256(imag,
+                               _mm256_or_si256(_mm256_or_si256(w0, w1), _mm256_or_si256(w2, w3)));
+        const V a = even_words(w0, w1), b = even_words(w2, w3);
         store(z, a);
         store(z + 8, b);
         lo = _mm256_min_epi32(lo, _mm256_min_epi32(a, b));
