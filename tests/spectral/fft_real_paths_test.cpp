@@ -180,4 +180,38 @@ TEST(FftRealPaths, ExactRecognitionAndVectorisedBits) {
     }
 }
 
+// The vectorised steps recognise each shape word by word (flipping the low bit of any word but
+// the free real parts of DC and Nyquist refuses a symmetric spectrum, of any imaginary part a
+// real block) and give the portable steps' answer and words at every scale factor the paths
+// take, and refuse the others alike.
+TEST(FftRealPaths, VectorisedStepsWordByWordAndAtEveryScale) {
+    for (int order : {7, 8}) {
+        const PlanArea area = prepared(order);
+        const Plan &plan = plan_of(area);
+        const int n = 1 << order;
+        std::mt19937 rng(static_cast<unsigned>(order) * 7u);
+        const auto same = [&](const Block &x, bool inverse, int shift) {
+            Block a(2 * n, 1), b(2 * n, 2);
+            const auto run = inverse ? real_inverse : real_forward;
+            const bool best = run(x.data(), a.data(), plan, shift, Kernels::Best);
+            EXPECT_EQ(best, run(x.data(), b.data(), plan, shift, Kernels::Portable));
+            if (best) EXPECT_EQ(a, b) << "order " << order << " shift " << shift;
+            return best;
+        };
+        const Block x = real_block(n, order, 0, rng);
+        const Block s = symmetric_spectrum(n, order, 2, rng);
+        for (int i = 0; i < 2 * n; ++i) {
+            Block y = x, t = s;
+            y[i] ^= 1;
+            t[i] ^= 1;
+            EXPECT_EQ(same(y, false, 0), i % 2 == 0) << "forward, word " << i;
+            EXPECT_EQ(same(t, true, order), i == 0 || i == n) << "inverse, word " << i;
+        }
+        for (int shift : {-1, 0, 1, 5, 26, 27, 28, 31, 32, 33}) {
+            EXPECT_EQ(same(x, false, shift), shift >= 0 && shift <= 32) << shift;
+            EXPECT_TRUE(same(s, true, order + shift)) << shift;
+        }
+    }
+}
+
 }  // namespace
