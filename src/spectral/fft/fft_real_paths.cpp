@@ -140,6 +140,8 @@ bool forward_path(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     complex_transform(z, spectrum, p, p.half, c - f, false, kernels, -c);
     const SinkRounded sink{dst, k};
     const int32_t *w = p.tw + p.splitOffset;
+    // The vectorised split takes the results' bits from 64-bit lanes by logical shifts, which
+    // needs k <= 32 (scale factors up to 32 - 5 - f); beyond, the portable split serves.
     const bool vecSplit = vec && k <= 32;
     if constexpr (simd::kRealSteps) {
         if (vecSplit) simd::split(spectrum, w, dst, m, k);
