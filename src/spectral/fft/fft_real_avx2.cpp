@@ -157,7 +157,7 @@ SONVEL_LANES_TARGET Merged merge(const int32_t *src, const int32_t *w, int32_t *
     constexpr int kT = 31 - kProductBits;
     const V half = _mm256_set1_epi64x(int64_t{1} << (kT - 1));
     V inLo = _mm256_setzero_si256(), inHi = _mm256_setzero_si256();
-    V outLo = _mm256_setzero_si256(), outHi = _mm256_setzero_si256();
+    V outBits = _mm256_setzero_si256();
     V differ = _mm256_setzero_si256();
     for (int b = 1; b <= m / 2; b += 4) {
         const Quad q = quad(src + 2 * b, src + 2 * (m - b - 3), w + 2 * b);
@@ -187,11 +187,9 @@ SONVEL_LANES_TARGET Merged merge(const int32_t *src, const int32_t *w, int32_t *
         const V j = _mm256_sign_epi32(_mm256_sub_epi32(s, t), conj);  // bins M-b, .., M-b-3
         store(out + 2 * b, kk);
         store(out + 2 * (m - b - 3), _mm256_permute4x64_epi64(j, 0x1B));
-        outLo = _mm256_min_epi32(outLo, _mm256_min_epi32(kk, j));
-        outHi = _mm256_max_epi32(outHi, _mm256_max_epi32(kk, j));
+        outBits = _mm256_or_si256(outBits, _mm256_or_si256(magnitude(kk), magnitude(j)));
     }
-    return {_mm256_testz_si256(differ, differ) != 0, extreme_bits(inLo, inHi),
-            extreme_bits(outLo, outHi)};
+    return {_mm256_testz_si256(differ, differ) != 0, extreme_bits(inLo, inHi), or_lanes(outBits)};
 }
 
 // Four words of p widened to (word, 0) pairs.
