@@ -118,9 +118,10 @@ bool vector_steps(const Plan &p, Kernels kernels) {
 
 namespace {
 
-// The forward path with the vectorised steps (vec) or the portable ones.
-bool forward_path(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels,
-                  bool vec) {
+// The forward path with the vectorised steps (vec) or the portable ones (inlined: the self-check
+// around it costs no call when it is not built in).
+[[gnu::always_inline]] inline bool forward_path(const int32_t *src, int32_t *dst, const Plan &p,
+                                                int shift, Kernels kernels, bool vec) {
     const int n = p.n;
     const int m = n / 2;
     // z in the upper half of dst (written even when the input turns out not to be real: the
@@ -160,9 +161,9 @@ bool forward_path(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     return true;
 }
 
-// The inverse path with the vectorised steps (vec) or the portable ones.
-bool inverse_path(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels,
-                  bool vec) {
+// The inverse path with the vectorised steps (vec) or the portable ones (inlined as above).
+[[gnu::always_inline]] inline bool inverse_path(const int32_t *src, int32_t *dst, const Plan &p,
+                                                int shift, Kernels kernels, bool vec) {
     const int n = p.n;
     const int m = n / 2;
 
