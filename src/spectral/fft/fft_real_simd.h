@@ -1,8 +1,8 @@
-// Vectorised steps of the FFT service's real-data paths (AVX2 on x86-64, NEON on aarch64):
-// recognition of the two input shapes with the headroom, packing and unpacking, the split step
-// with the mirrored upper half, and the merge step with its rounding. Each computes exactly what
-// the portable steps in fft_real_paths.cpp compute; kRealSteps is false where there are none
-// (there the portable steps serve).
+// Vectorised steps of the FFT service's real-data paths (AVX2 on x86-64, NEON on aarch64): the
+// recognition of a real input while it is packed, unpacking, the split step with the mirrored
+// upper half, the merge step with the recognition of a conjugate-symmetric input, and the merge's
+// rounding. Each computes exactly what the portable steps in fft_real_paths.cpp compute;
+// kRealSteps is false where there are none (there the portable steps serve).
 #pragma once
 
 #include <cstdint>
