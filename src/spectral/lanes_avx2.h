@@ -142,6 +142,19 @@ LN_FN I32 neg_sat(I32 x) { return neg_wrap(_mm256_max_epi32(x, _mm256_set1_epi32
 LN_FN I32 reverse(I32 x) {
     return _mm256_permutevar8x32_epi32(x, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0));
 }
+// kLanes words from re stored as interleaved complex values with zero imaginary parts, as
+// store_bins(p, {load(re), zero()}) stores them.
+LN_FN void store_real_bins(int32_t *p, const int32_t *re) {
+    store(p, _mm256_cvtepu32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(re))));
+    store(p + kLanes,
+          _mm256_cvtepu32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(re + 4))));
+}
+// The kLanes / 2 interleaved complex values of a register in reverse order and conjugated with
+// saturating negation (neg_sat) of the imaginary parts.
+LN_FN I32 conj_reverse_pairs(I32 x) {
+    const I32 r = _mm256_permute4x64_epi64(x, 0x1B);
+    return _mm256_blend_epi32(r, neg_sat(r), 0xAA);
+}
 // OR of all lanes; whether any lane is negative.
 LN_FN uint32_t or_lanes(I32 v) {
     __m128i m = _mm_or_si128(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));

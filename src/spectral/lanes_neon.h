@@ -95,6 +95,14 @@ inline I32 reverse(I32 x) {
     const I32 r = vrev64q_s32(x);
     return vextq_s32(r, r, 2);
 }
+inline void store_real_bins(int32_t *p, const int32_t *re) {
+    vst2q_s32(p, int32x4x2_t{{vld1q_s32(re), vdupq_n_s32(0)}});
+}
+inline I32 conj_reverse_pairs(I32 x) {
+    const I32 r = vextq_s32(x, x, 2);
+    const uint32x4_t odd = vreinterpretq_u32_u64(vdupq_n_u64(0xFFFFFFFF00000000ull));
+    return vbslq_s32(odd, vqnegq_s32(r), r);
+}
 inline uint32_t or_lanes(I32 v) {
     const int32x2_t half = vorr_s32(vget_low_s32(v), vget_high_s32(v));
     return static_cast<uint32_t>(vget_lane_s32(half, 0) | vget_lane_s32(half, 1));

@@ -15,29 +15,68 @@ namespace {
 // The part of a count the lane loops take (they count in int32).
 int32_t vector_count(int64_t m) { return static_cast<int32_t>(std::min<int64_t>(m, INT32_MAX)); }
 
+}  // namespace
+
+namespace sp::lanes {
+namespace {
+
 #if SONVEL_HAS_LANES
 
-// *bits is ORed with the magnitudes (x ^ sign) of the words done; returns the words done.
-SONVEL_LANES_TARGET int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t *bits) {
-    ln::I32 acc = ln::zero();
+// One shift of all lanes: left by c keeping the low 32 bits, or arithmetic right by c.
+template <bool Left>
+SONVEL_LANES_TARGET inline ln::I32 shifted(ln::I32 x, int c) {
+    return Left ? ln::shl_all(x, c) : ln::shr_all(x, c);
+}
+
+// v[0..n-1] shifted in place, two registers per step; a count that is not a multiple of kLanes
+// ends with the last kLanes words, loaded before any store so that the words they share with the
+// steps before are shifted once, from their old values. Returns the words done (n, or 0 for
+// fewer than kLanes words).
+template <bool Left>
+SONVEL_LANES_TARGET inline int32_t shift_words(int32_t *v, int32_t n, int c) {
+    if (n < ln::kLanes) return 0;
+    const ln::I32 last = ln::load(v + n - ln::kLanes);
     int32_t i = 0;
-    for (; i + ln::kLanes <= n; i += ln::kLanes) acc = ln::bor(acc, ln::mag(ln::load(v + i)));
-    *bits |= ln::or_lanes(acc);
-    return i;
+    for (; i + 2 * ln::kLanes <= n; i += 2 * ln::kLanes) {
+        const ln::I32 a = ln::load(v + i), b = ln::load(v + i + ln::kLanes);
+        ln::store(v + i, shifted<Left>(a, c));
+        ln::store(v + i + ln::kLanes, shifted<Left>(b, c));
+    }
+    if (i + ln::kLanes <= n) ln::store(v + i, shifted<Left>(ln::load(v + i), c));
+    ln::store(v + n - ln::kLanes, shifted<Left>(last, c));
+    return n;
+}
+
+// *bits is ORed with bits whose highest set bit is that of the OR of the magnitudes (x ^ sign) of
+// the words done: the magnitudes of their least and greatest. Returns the words done; a count
+// that is not a multiple of kLanes ends with the last kLanes words, some of them read twice.
+SONVEL_LANES_TARGET int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t *bits) {
+    if (n < ln::kLanes) return 0;
+    ln::I32 lo = ln::load(v + n - ln::kLanes);
+    ln::I32 hi = lo;
+    int32_t i = 0;
+    for (; i + 2 * ln::kLanes <= n; i += 2 * ln::kLanes) {
+        const ln::I32 a = ln::load(v + i), b = ln::load(v + i + ln::kLanes);
+        lo = ln::min(lo, ln::min(a, b));
+        hi = ln::max(hi, ln::max(a, b));
+    }
+    if (i + ln::kLanes <= n) {
+        const ln::I32 a = ln::load(v + i);
+        lo = ln::min(lo, a);
+        hi = ln::max(hi, a);
+    }
+    *bits |= ln::or_lanes(ln::bor(ln::mag(lo), ln::mag(hi)));
+    return n;
 }
 
 // Left shift by c in 0..31 keeping the low 32 bits.
 SONVEL_LANES_TARGET int32_t shift_left(int32_t *v, int32_t n, int c) {
-    int32_t i = 0;
-    for (; i + ln::kLanes <= n; i += ln::kLanes) ln::store(v + i, ln::shl_all(ln::load(v + i), c));
-    return i;
+    return shift_words<true>(v, n, c);
 }
 
 // Truncating right shift by r in 0..31.
 SONVEL_LANES_TARGET int32_t shift_right(int32_t *v, int32_t n, int r) {
-    int32_t i = 0;
-    for (; i + ln::kLanes <= n; i += ln::kLanes) ln::store(v + i, ln::shr_all(ln::load(v + i), r));
-    return i;
+    return shift_words<false>(v, n, r);
 }
 
 #else
@@ -49,6 +88,7 @@ int32_t shift_right(int32_t *, int32_t, int) { return 0; }
 #endif
 
 }  // namespace
+}  // namespace sp::lanes
 
 // The headroom of the OR of all magnitudes (x ^ sign).
 int sp::block_headroom(Isa isa, const int32_t *v, int64_t m) {
@@ -56,7 +96,7 @@ int sp::block_headroom(Isa isa, const int32_t *v, int64_t m) {
     if (lanes_checked(isa, {{&h, sizeof h}}, [&](Isa i) { h = block_headroom(i, v, m); })) return h;
     const bool vec = lanes_on(isa);
     uint32_t bits = 0;
-    int64_t i = vec ? magnitude_bits(v, vector_count(m), &bits) : 0;
+    int64_t i = vec ? lanes::magnitude_bits(v, vector_count(m), &bits) : 0;
     for (; i < m; ++i) bits |= static_cast<uint32_t>(v[i] ^ (v[i] >> 31));
     return bits == 0 ? 31 : __builtin_clz(bits) - 1;
 }
@@ -70,11 +110,11 @@ void sp::shift_block(Isa isa, int32_t *v, int64_t m, int c) {
     if (c >= 32) {
         std::fill_n(v, m, 0);
     } else if (c >= 0) {
-        int64_t i = vec ? shift_left(v, vector_count(m), c) : 0;
+        int64_t i = vec ? lanes::shift_left(v, vector_count(m), c) : 0;
         for (; i < m; ++i) v[i] = static_cast<int32_t>(static_cast<uint32_t>(v[i]) << c);
     } else {
         const int r = c <= -31 ? 31 : -c;
-        int64_t i = vec ? shift_right(v, vector_count(m), r) : 0;
+        int64_t i = vec ? lanes::shift_right(v, vector_count(m), r) : 0;
         for (; i < m; ++i) v[i] >>= r;
     }
 }

@@ -3,7 +3,8 @@
 // is cleared for the portable path (its stages, and on x86-64 the loops around the real pair; on
 // aarch64 those loops are the lanes on both paths). Their blocks: headroom-limit words, constant
 // blocks, one word without the headroom, blocks whose sums clamp, real and conjugate-symmetric
-// ones (the real-data paths) and ones a word off those shapes, over scale factors both ways. The
+// ones (the real-data paths) and ones a word off those shapes, over scale factors both ways (up to
+// 33, past the shift from which the vector split hands over to the portable one). The
 // normaliser, its headroom and its shift run over the fixture's counts and operands. Skipped
 // where the processor has no vector unit.
 #include <algorithm>
@@ -77,7 +78,10 @@ Words block(Operands &ops, int n) {
 }
 
 Buffers transform_buffers(Operands &ops, int n) {
-    return Buffers{{block(ops, n), Words(2 * n + kS, 7), {ops.pick({-2, 0, 1, 3, -20, 20})}}, {}};
+    return Buffers{{block(ops, n),
+                    Words(2 * n + kS, 7),
+                    {ops.pick({-20, -2, -1, 0, 1, 3, 20, 26, 27, 28, 31, 32, 33})}},
+                   {}};
 }
 
 // Real pair: any words a third of the time (no headroom, and imaginary parts -2^31 whose

@@ -69,27 +69,6 @@ int pack_real(const int32_t *src, int32_t *z, int n) {
     return fx::hr(static_cast<int32_t>(or_lanes(bits)));
 }
 
-int symmetric_input_headroom(const int32_t *src, int n) {
-    if (src[1] != 0 || src[n + 1] != 0) return -1;
-    const int m = n / 2;
-    int32x2_t bits = vdup_n_s32(0);
-    int32x2_t differ = vdup_n_s32(0);
-    // Bins k, k+1 against bins N-k, N-k-1; the last step takes bin M against itself (its
-    // imaginary part is zero). -(-2^31) wraps here; such an input has no headroom and is refused
-    // below as well.
-    for (int k = 1; k < m; k += 2) {
-        const int32x2x2_t a = vld2_s32(src + 2 * k);
-        const int32x2x2_t b = reversed(vld2_s32(src + 2 * (n - k - 1)));
-        differ = vorr_s32(
-            differ, vorr_s32(veor_s32(a.val[0], b.val[0]), veor_s32(vneg_s32(a.val[1]), b.val[1])));
-        bits = vorr_s32(bits, vorr_s32(veor_s32(a.val[0], vshr_n_s32(a.val[0], 31)),
-                                       veor_s32(a.val[1], vshr_n_s32(a.val[1], 31))));
-    }
-    if ((vget_lane_s32(differ, 0) | vget_lane_s32(differ, 1)) != 0) return -1;
-    const int32_t edges = (src[0] ^ (src[0] >> 31)) | (src[n] ^ (src[n] >> 31));
-    return fx::hr(vget_lane_s32(bits, 0) | vget_lane_s32(bits, 1) | edges);
-}
-
 void split(const int32_t *spectrum, const int32_t *w, int32_t *dst, int m, int k) {
     const int64x2_t down = vdupq_n_s64(-k);
     for (int b = 1; b <= m / 2; b += 2) {
@@ -108,7 +87,22 @@ void split(const int32_t *spectrum, const int32_t *w, int32_t *dst, int m, int k
     }
 }
 
-uint32_t merge(const int32_t *src, const int32_t *w, int32_t *out, int m) {
+Merged merge(const int32_t *src, const int32_t *w, int32_t *out, int m) {
+    const int n = 2 * m;
+    int32x2_t in = vdup_n_s32(0);
+    int32x2_t differ = vdup_n_s32(0);
+    // Bins k, k+1 against bins N-k, N-k-1; the last step takes bin M against itself, whose
+    // imaginary part the caller checks. -(-2^31) wraps here; such an input has no headroom and
+    // is refused by it as well.
+    for (int k = 1; k < m; k += 2) {
+        const int32x2x2_t a = vld2_s32(src + 2 * k);
+        const int32x2x2_t b = reversed(vld2_s32(src + 2 * (n - k - 1)));
+        differ = vorr_s32(
+            differ, vorr_s32(veor_s32(a.val[0], b.val[0]), veor_s32(vneg_s32(a.val[1]), b.val[1])));
+        in = vorr_s32(in, vorr_s32(veor_s32(a.val[0], vshr_n_s32(a.val[0], 31)),
+                                   veor_s32(a.val[1], vshr_n_s32(a.val[1], 31))));
+    }
+    // Bin M's real part joined the OR above; it belongs to the caller's headroom anyway.
     int32x2_t bits = vdup_n_s32(0);
     for (int b = 1; b <= m / 2; b += 2) {
         const Pair p = pair(src + 2 * b, src + 2 * (m - b - 1), w + 2 * b, true);
@@ -123,7 +117,9 @@ uint32_t merge(const int32_t *src, const int32_t *w, int32_t *out, int m) {
             vorrq_s32(magnitude(vcombine_s32(jr, ji)), magnitude(vcombine_s32(kr, ki)));
         bits = vorr_s32(bits, vorr_s32(vget_low_s32(jk), vget_high_s32(jk)));
     }
-    return static_cast<uint32_t>(vget_lane_s32(bits, 0) | vget_lane_s32(bits, 1));
+    return {(vget_lane_s32(differ, 0) | vget_lane_s32(differ, 1)) == 0,
+            static_cast<uint32_t>(vget_lane_s32(in, 0) | vget_lane_s32(in, 1)),
+            static_cast<uint32_t>(vget_lane_s32(bits, 0) | vget_lane_s32(bits, 1))};
 }
 
 void round_words(int32_t *v, int n, int k) {

@@ -13,9 +13,12 @@
 // stages with as many fractional bits as their first stage's headroom leaves.
 //
 // Split and merge compute in 64 bits, turn by Q31 twiddles rounded as the stages round theirs
-// (kProductBits fractional bits) and round each result once. They are scalar code, the same on
-// every processor; the N/2-point transform takes the vectorised stages where the processor has
-// them, with the portable stages' bits.
+// (kProductBits fractional bits) and round each result once. The steps around the N/2-point
+// transform (recognition, packing, split, merge, rounding, unpacking) have vectorised versions
+// (fft_real_simd.h) that the plan's processor choice selects; they give the portable steps' bits,
+// which the lane self-check (spectral/lane_check.h) verifies when it is built in. The N/2-point
+// transform takes the vectorised stages where the processor has them, with the portable stages'
+// bits.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -25,6 +28,7 @@
 #include "spectral/fft/fft_plan.h"
 #include "spectral/fft/fft_real_simd.h"
 #include "spectral/fft/fft_transform.h"
+#include "spectral/lane_check.h"
 
 namespace sonvel::fft {
 namespace {
@@ -95,10 +99,7 @@ int pack_real(const int32_t *src, int32_t *z, int n, bool vec) {
 }
 
 // The headroom of a conjugate-symmetric input, or -1 for any other input.
-int inverse_headroom(const int32_t *src, int n, bool vec) {
-    if constexpr (simd::kRealSteps) {
-        if (vec) return simd::symmetric_input_headroom(src, n);
-    }
+int inverse_headroom(const int32_t *src, int n) {
     if (src[1] != 0 || src[n + 1] != 0) return -1;
     uint32_t acc = magnitude_bits(src[0]) | magnitude_bits(src[n]);
     for (int k = 1; k < n / 2; ++k) {
@@ -115,10 +116,14 @@ bool vector_steps(const Plan &p, Kernels kernels) {
 
 }  // namespace
 
-bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+namespace {
+
+// The forward path with the vectorised steps (vec) or the portable ones (inlined: the self-check
+// around it costs no call when it is not built in).
+[[gnu::always_inline]] inline bool forward_path(const int32_t *src, int32_t *dst, const Plan &p,
+                                                int shift, Kernels kernels, bool vec) {
     const int n = p.n;
     const int m = n / 2;
-    const bool vec = vector_steps(p, kernels);
     // z in the upper half of dst (written even when the input turns out not to be real: the
     // N-point stages then rewrite all of dst).
     int32_t *z = dst + n;
@@ -136,16 +141,19 @@ bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     complex_transform(z, spectrum, p, p.half, c - f, false, kernels, -c);
     const SinkRounded sink{dst, k};
     const int32_t *w = p.tw + p.splitOffset;
+    // The vectorised split takes the results' bits from 64-bit lanes by logical shifts, which
+    // needs k <= 32 (scale factors up to 32 - 5 - f); beyond, the portable split serves.
+    const bool vecSplit = vec && k <= 32;
     if constexpr (simd::kRealSteps) {
-        if (vec) simd::split(spectrum, w, dst, m, k);
+        if (vecSplit) simd::split(spectrum, w, dst, m, k);
     }
-    if (!vec) step<false>(spectrum, w, m, sink);
+    if (!vecSplit) step<false>(spectrum, w, m, sink);
     const int64_t r0 = spectrum[0], i0 = spectrum[1];
     sink(0, (r0 + i0) << (1 + kProductBits), 0);
     sink(m, (r0 - i0) << (1 + kProductBits), 0);
     // Bins N-b = conj(bin b); |Im X[b]| < 2^31 - 2^(31 - log2 N) + 2, so the negation never
     // saturates.
-    if (vec) return true;  // the vectorised split wrote them
+    if (vecSplit) return true;  // the vectorised split wrote them
     for (int b = 1; b < m; ++b) {
         dst[2 * (n - b)] = dst[2 * b];
         dst[2 * (n - b) + 1] = fx::sat32(-int64_t{dst[2 * b + 1]});
@@ -153,32 +161,40 @@ bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
     return true;
 }
 
-bool real_inverse(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+// The inverse path with the vectorised steps (vec) or the portable ones (inlined as above).
+[[gnu::always_inline]] inline bool inverse_path(const int32_t *src, int32_t *dst, const Plan &p,
+                                                int shift, Kernels kernels, bool vec) {
     const int n = p.n;
     const int m = n / 2;
-    const bool vec = vector_steps(p, kernels);
-    if (inverse_headroom(src, n, vec) < p.order) return false;
 
     // The merge in 64 bits into dst (N int64 words, (Y 2) 2^kProductBits), then Y 2^e rounded
     // onto the stack as the input of the N/2-point stages, carrying their first stage's guard
     // bits g: e is the largest (up to kProductBits) that leaves log2 M - g bits of headroom, one
     // spare bit covering the rounding. |Y| <= |X[k]| + |X[k+M]| makes e >= g - 1 for an input
-    // with log2 N bits of headroom. The vectorised merge writes the same values as 32-bit words
-    // (they fit, see simd::merge) straight onto the stack and rounds them there.
-    const Sink64 wide{dst};
+    // with log2 N bits of headroom. The vectorised merge recognises the input while it computes
+    // and writes the same values as 32-bit words (they fit, see simd::merge) straight onto the
+    // stack, and rounds them there; dst stays untouched until the input is recognised.
     const int64_t x0 = src[0], xm = src[n];
+    const int64_t y0r = (x0 + xm) << kProductBits, y0i = (x0 - xm) << kProductBits;
+    uint64_t bits = magnitude_bits64(y0r) | magnitude_bits64(y0i);
     const int32_t *w = p.tw + p.splitOffset;
-    wide(0, (x0 + xm) << kProductBits, (x0 - xm) << kProductBits);
-    uint64_t bits = magnitude_bits64(wide.get(0)) | magnitude_bits64(wide.get(1));
+    const Sink64 wide{dst};
     alignas(32) int32_t merged[kMaxN];
     if constexpr (simd::kRealSteps) {
         if (vec) {
-            merged[0] = static_cast<int32_t>(wide.get(0));
-            merged[1] = static_cast<int32_t>(wide.get(1));
-            bits |= simd::merge(src, w, merged, m);
+            if (src[1] != 0 || src[n + 1] != 0) return false;
+            const simd::Merged r = simd::merge(src, w, merged, m);
+            const uint32_t edges = magnitude_bits(src[0]) | magnitude_bits(src[n]);
+            if (!r.symmetric || fx::hr(static_cast<int32_t>(r.inputBits | edges)) < p.order)
+                return false;
+            merged[0] = static_cast<int32_t>(y0r);
+            merged[1] = static_cast<int32_t>(y0i);
+            bits |= r.outputBits;
         }
     }
     if (!vec) {
+        if (inverse_headroom(src, n) < p.order) return false;
+        wide(0, y0r, y0i);
         step<true>(src, w, m, wide);
         for (int i = 2; i < n; ++i) bits |= magnitude_bits64(wide.get(i));
     }
@@ -208,6 +224,35 @@ bool real_inverse(const int32_t *src, int32_t *dst, const Plan &p, int shift, Ke
         dst[4 * t + 3] = 0;
     }
     return true;
+}
+
+// The processor choice of the real-data steps in the lane self-check's terms.
+sp::Isa steps_isa(const Plan &p, Kernels kernels) {
+    return vector_steps(p, kernels) ? sp::Isa::kVector : sp::Isa::kPortable;
+}
+
+}  // namespace
+
+// Under the lane self-check, the vectorised steps' words of dst and answer against those of the
+// portable steps (the N/2-point stages the same in both runs).
+bool real_forward(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+    const sp::Isa isa = steps_isa(p, kernels);
+    bool done = false;
+    if (sp::lanes_checked(
+            isa, {{dst, 8u * static_cast<size_t>(p.n)}, {&done, sizeof done}},
+            [&](sp::Isa i) { done = forward_path(src, dst, p, shift, kernels, sp::lanes_on(i)); }))
+        return done;
+    return forward_path(src, dst, p, shift, kernels, sp::lanes_on(isa));
+}
+
+bool real_inverse(const int32_t *src, int32_t *dst, const Plan &p, int shift, Kernels kernels) {
+    const sp::Isa isa = steps_isa(p, kernels);
+    bool done = false;
+    if (sp::lanes_checked(
+            isa, {{dst, 8u * static_cast<size_t>(p.n)}, {&done, sizeof done}},
+            [&](sp::Isa i) { done = inverse_path(src, dst, p, shift, kernels, sp::lanes_on(i)); }))
+        return done;
+    return inverse_path(src, dst, p, shift, kernels, sp::lanes_on(isa));
 }
 
 }  // namespace sonvel::fft
