@@ -521,6 +521,43 @@ LN_FN I32 mpy_32_16(I32 x, I32 f) {
     return _mm256_blend_epi32(_mm256_srli_epi64(p.a, 16), _mm256_slli_epi64(p.b, 16), 0xAA);
 }
 
+// ---- Suppressor: steps for operands known to lie in a narrower range ----
+
+// fx::hr of non-negative lanes.
+LN_FN I32 hr_nonneg(I32 x) { return hr_of_mag(x); }
+// fx::f2i of lanes inside (-2^31, 2^31): the truncation alone.
+LN_FN I32 f2i_in_range(F32 f) { return _mm256_cvttps_epi32(f); }
+// fx::f2i of lanes that are no NaN.
+LN_FN I32 f2i_not_nan(F32 f) {
+    const I32 big =
+        _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ));
+    return _mm256_xor_si256(_mm256_cvttps_epi32(f), big);
+}
+// sp::recip of lanes whose exponent field lies in 2..250 (as recip, without the check).
+LN_FN F32 recip_moderate(F32 x) {
+    const __m256i u = _mm256_castps_si256(x);
+    const __m256i sign =
+        _mm256_and_si256(u, _mm256_set1_epi32(static_cast<int>(sp::detail::kSign)));
+    const __m256i exponent = _mm256_sub_epi32(_mm256_set1_epi32(253 << 23),
+                                              _mm256_and_si256(u, _mm256_set1_epi32(0x7F800000)));
+    const __m256i index = _mm256_and_si256(_mm256_srli_epi32(u, 15), _mm256_set1_epi32(0xFF));
+    const __m256i fraction =
+        _mm256_slli_epi32(detail::table_byte(sp::detail::kRecipEstimate.data(), index), 15);
+    __m256 r = _mm256_castsi256_ps(_mm256_or_si256(_mm256_or_si256(sign, exponent), fraction));
+    const __m256 two = _mm256_set1_ps(2.0f);
+    for (int i = 0; i < 3; ++i) r = _mm256_mul_ps(r, _mm256_fnmadd_ps(x, r, two));
+    return r;
+}
+// fx::shift_sat of non-negative lanes with a signed count per lane.
+LN_FN I32 shift_sat_nonneg(I32 x, I32 c) {
+    const I32 left = _mm256_sllv_epi32(x, c);
+    const I32 right = _mm256_srav_epi32(x, _mm256_sub_epi32(_mm256_setzero_si256(), c));
+    const I32 over = _mm256_andnot_si256(_mm256_cmpeq_epi32(x, _mm256_setzero_si256()),
+                                         _mm256_cmpgt_epi32(c, hr_of_mag(x)));
+    const I32 l = detail::select(left, _mm256_set1_epi32(INT32_MAX), over);
+    return detail::select(right, l, _mm256_cmpgt_epi32(c, _mm256_setzero_si256()));
+}
+
 }  // namespace ln
 
 #undef LN_FN

@@ -212,4 +212,12 @@ inline I32 mul_rnd15(I32 x, I32 f) { return rnd_narrow<15>(mul_wide(x, f)); }
 // never -2^31.
 inline I32 mpy_32_16(I32 x, I32 f) { return vqdmulhq_s32(x, vshlq_n_s32(f, 15)); }
 
+// ---- Suppressor: steps for operands known to lie in a narrower range ----
+
+inline I32 hr_nonneg(I32 x) { return vclsq_s32(x); }
+inline I32 f2i_in_range(F32 f) { return vcvtq_s32_f32(f); }
+inline I32 f2i_not_nan(F32 f) { return vcvtq_s32_f32(f); }
+inline F32 recip_moderate(F32 x) { return recip(x); }
+inline I32 shift_sat_nonneg(I32 x, I32 c) { return shift_sat(x, c); }
+
 }  // namespace ln

@@ -13,18 +13,47 @@ namespace {
 using ln::I32;
 
 // sp::part_power_f per lane; the results lie in 0..2^30.
-SONVEL_LANES_TARGET inline I32 part_power(I32 x) {
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline I32 part_power(I32 x) {
     const ln::F32 f = ln::i2f(x);
-    return ln::f2i(ln::fmul(ln::fmul(f, f), ln::dupf(sp::kTwoPowM32)));
+    return ln::f2i_in_range(ln::fmul(ln::fmul(f, f), ln::dupf(sp::kTwoPowM32)));
+}
+
+// Steps 4-8 from the power product plus 1 (den0), the sum of the squared parts (num0 >= 0) and
+// the scale without the headroom counts (e0). With every den0 >= 1 (powers are never negative),
+// den lies in [2^30, 2^31): its reciprocal needs no check and the scaled quotient v is no NaN and
+// not negative. Other lanes take the general steps.
+template <bool kPositive>
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline I32 scaled_quotient(I32 den0, I32 num0, I32 e0) {
+    using namespace ln;
+    // 4. Normalisation; num0 >= 0, so shifting fully and back by one keeps one bit of headroom.
+    const I32 cd = kPositive ? hr_nonneg(den0) : hr(den0);
+    const I32 den = shl(den0, cd);
+    const I32 cn = hr_nonneg(num0);
+    const I32 num = shr_all(shl(num0, cn), 1);
+    const I32 e = add(sub(e0, cn), cd);
+
+    // 5-8. Quotient, saturating scale and rounding by 16 bits.
+    if constexpr (kPositive) {
+        const F32 quot = fmul(i2f(num), recip_moderate(i2f(den)));
+        return rnd_shr_n<16>(shift_sat_nonneg(f2i_not_nan(fmul(quot, dupf(0x1p31f))), e));
+    } else {
+        const F32 quot = fmul(i2f(num), recip(i2f(den)));
+        return rnd_shr_n<16>(shift_sat(f2i(fmul(quot, dupf(0x1p31f))), e));
+    }
+}
+
+[[gnu::noinline]] SONVEL_LANES_TARGET I32 scaled_quotient_any(I32 den0, I32 num0, I32 e0) {
+    return scaled_quotient<false>(den0, num0, e0);
 }
 
 // Bins k..k+L-1.
-SONVEL_LANES_TARGET inline void coherence_step(const CohInputs &in, const AecState *st, int k,
-                                               int16_t *out) {
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline void coherence_step(const CohInputs &in,
+                                                                      const AecState *st, int k,
+                                                                      int16_t *out) {
     using namespace ln;
     // 1. Power product plus 1: |product| <= 2^30, neither step saturates.
     const F32 prod = fmul(i2f(load(in.sa_man + k)), i2f(load(st->ai32SdMan + k)));
-    const I32 den0 = add(f2i(fmul(prod, dupf(sp::kTwoPowM32))), dup(1));
+    const I32 den0 = add(f2i_in_range(fmul(prod, dupf(sp::kTwoPowM32))), dup(1));
 
     // 2-3. Squared parts aligned to the smaller doubled Q value, added with saturation.
     const Bins sc = load_bins(in.sc_man + 2 * k);
@@ -34,20 +63,12 @@ SONVEL_LANES_TARGET inline void coherence_step(const CohInputs &in, const AecSta
     const I32 i = shr_trunc(part_power(sc.im), shl_n<1>(sub(q.im, half_qm)));
     const I32 num0 = sat_add(r, i);
 
-    // 4. Normalisation; num0 >= 0, so shifting fully and back by one keeps one bit of headroom.
-    const I32 cd = hr(den0);
-    const I32 den = shl(den0, cd);
-    const I32 cn = hr(num0);
-    const I32 num = shr_all(shl(num0, cn), 1);
-
-    // 5-6. Quotient.
-    const F32 quot = fmul(i2f(num), recip(i2f(den)));
-    const I32 v = f2i(fmul(quot, dupf(0x1p31f)));
-
-    // 7-8. Saturating scale, rounding by 16 bits and saturation to Q15.
-    I32 e = sub(sub(dup(1), shl_n<1>(half_qm)), cn);
-    e = add(add(e, load16(in.sa_exp + k)), add(load16(st->as16SdExp + k), cd));
-    store16_sat(out + k, rnd_shr_n<16>(shift_sat(v, e)));
+    // 4-8. Quotient at the scale of the spectra, rounded and saturated to Q15.
+    const I32 e0 =
+        add(sub(dup(1), shl_n<1>(half_qm)), add(load16(in.sa_exp + k), load16(st->as16SdExp + k)));
+    const I32 c = any_negative(sub(den0, dup(1))) ? scaled_quotient_any(den0, num0, e0)
+                                                  : scaled_quotient<true>(den0, num0, e0);
+    store16_sat(out + k, c);
 }
 
 constexpr int kRankLanes = 56;  // kPrefBins rounded up to whole steps

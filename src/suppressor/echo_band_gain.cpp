@@ -116,13 +116,17 @@ using ln::I32;
 // in registers across the loop.
 #define SONVEL_STEP [[gnu::always_inline]] SONVEL_LANES_TARGET inline
 
+// The headroom, shift and conversion steps below are those for non-negative operands or for
+// quotients by a divisor in [2^30, 2^31) wherever the operands are so for all inputs.
+
 // fx::shift_wrap(x, h - 1) for h = hr(x): left by h - 1, or right by one where h = 0.
 SONVEL_STEP I32 to_headroom_one(I32 x, I32 h) { return ln::shift_wrap(x, ln::sub(h, ln::dup(1))); }
 
-// int(float(num) * recip(float(den)) * 2^31) per lane.
+// int(float(num) * recip(float(den)) * 2^31) per lane for num >= 0 and den in [2^30, 2^31): the
+// reciprocal needs no check and the quotient is no NaN.
 SONVEL_STEP I32 quotient_q31(I32 num, I32 den) {
-    const ln::F32 f = ln::fmul(ln::i2f(num), ln::recip(ln::i2f(den)));
-    return ln::f2i(ln::fmul(f, ln::dupf(2147483648.0f)));
+    const ln::F32 f = ln::fmul(ln::i2f(num), ln::recip_moderate(ln::i2f(den)));
+    return ln::f2i_not_nan(ln::fmul(f, ln::dupf(2147483648.0f)));
 }
 
 SONVEL_STEP I32 smoothing_factor(I32 px, I32 qpx, I32 asx, I32 qasx, I32 asy, I32 qasy) {
@@ -131,11 +135,13 @@ SONVEL_STEP I32 smoothing_factor(I32 px, I32 qpx, I32 asx, I32 qasx, I32 asy, I3
     const I32 u = shr_trunc(shr_all(asx, 1), sub(qasx, qm));
     const I32 v = shr_trunc(shr_all(asy, 1), sub(qasy, qm));
     const I32 sum = ln::max(sat_add(u, v), dup(1));
-    const I32 hs = hr(sum);
-    const I32 h = hr(px);
-    const I32 q31 = quotient_q31(to_headroom_one(px, h), shl(sum, hs));
+    const I32 hs = hr_nonneg(sum);
+    // Px <= 0 gives a quotient r <= -1 and the smallest factor, 8192, as Px = 0 does.
+    const I32 p = ln::max(px, zero());
+    const I32 h = hr_nonneg(p);
+    const I32 q31 = quotient_q31(to_headroom_one(p, h), shl(sum, hs));
     // Shift by (qm + hs) + 1 - h - 16 - qpx.
-    const I32 r = shift_sat(q31, sub(sub(add(qm, hs), h), add(qpx, dup(15))));
+    const I32 r = shift_sat_nonneg(q31, sub(sub(add(qm, hs), h), add(qpx, dup(15))));
     // |r - 1| limited to 32767.
     const I32 d = ln::min(abs_sat(sat_sub(r, dup(32767))), dup(32767));
     return sub(dup(24575), shr_all(d, 1));
@@ -145,7 +151,7 @@ SONVEL_STEP I32 instant_gain(I32 asx, I32 qasx, I32 w, I32 asy, I32 qasy, I32 as
     using namespace ln;
     // Asx * W / 32768, normalised.
     const F32 tw = fmul(i2f(asx), i2f(w));
-    const I32 t = f2i(fmul(tw, dupf(1.0f / 2147483648.0f)));
+    const I32 t = f2i_not_nan(fmul(tw, dupf(1.0f / 2147483648.0f)));
     const I32 g = hr(t);
     const I32 qt = sub(add(qasx, g), dup(16));
 
@@ -157,10 +163,10 @@ SONVEL_STEP I32 instant_gain(I32 asx, I32 qasx, I32 w, I32 asy, I32 qasy, I32 as
 
     // rho = min(D / Ase, 1) in Q31.
     const I32 e = ln::max(ase, dup(1));
-    const I32 ge = hr(e);
-    const I32 gd = hr(d);
+    const I32 ge = hr_nonneg(e);
+    const I32 gd = hr_nonneg(d);
     const I32 q31 = quotient_q31(to_headroom_one(d, gd), shl(e, ge));
-    const I32 rho = shift_sat(q31, sub(add(qase, ge), sub(add(gd, qm), dup(1))));
+    const I32 rho = shift_sat_nonneg(q31, sub(add(qase, ge), sub(add(gd, qm), dup(1))));
 
     // 32767 - rho / 2^16, saturated above.
     return ln::min(sub(dup(32767), shr_all(rho, 16)), dup(32767));
