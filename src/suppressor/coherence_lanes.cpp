@@ -83,27 +83,40 @@ SONVEL_LANES_TARGET void coherence(const CohInputs &in, const AecState *st, int 
     if (bins % ln::kLanes != 0) coherence_step(in, st, bins - ln::kLanes, out);
 }
 
+namespace {
+
+// The ranks of the keys in registers first..first+count-1 among the first n keys; the keys and
+// counts of a part stay in registers while each key in turn is compared with all of them.
+template <int kFirst, int kCount>
+SONVEL_LANES_TARGET inline void rank_part(const int32_t *key, int n, int32_t *rank) {
+    I32 k[kCount], below[kCount];
+    for (int r = 0; r < kCount; ++r) {
+        k[r] = ln::load(key + ln::kLanes * (kFirst + r));
+        below[r] = ln::zero();
+    }
+#pragma GCC unroll 2
+    for (int i = 0; i < n; ++i) {
+        const I32 b = ln::dup(key[i]);
+        for (int r = 0; r < kCount; ++r) below[r] = ln::count_set(below[r], ln::gt(k[r], b));
+    }
+    for (int r = 0; r < kCount; ++r) ln::store(rank + ln::kLanes * (kFirst + r), below[r]);
+}
+
+}  // namespace
+
 // With the keys 64 v[j] + j all distinct, the number of keys below key j is the place of v[j],
-// and the order is the one any ascending sort gives. All keys and counts stay in registers while
-// each key in turn is compared with all of them; the lanes beyond the values hold keys above
-// every other (ranked, never placed).
+// and the order is the one any ascending sort gives. The keys are ranked in two parts, each small
+// enough to stay in registers; the lanes beyond the values hold keys above every other (ranked,
+// never placed).
 SONVEL_LANES_TARGET void rank_sort(const int16_t *v, int n, int16_t *sorted) {
     constexpr int kRegs = kRankLanes / ln::kLanes;
+    constexpr int kHalf = (kRegs + 1) / 2;
     alignas(32) int32_t key[kRankLanes];
     for (int j = 0; j < n; ++j) key[j] = v[j] * 64 + j;
     for (int j = n; j < kRankLanes; ++j) key[j] = INT32_MAX;
-    I32 k[kRegs], below[kRegs];
-    for (int r = 0; r < kRegs; ++r) {
-        k[r] = ln::load(key + ln::kLanes * r);
-        below[r] = ln::zero();
-    }
-    for (int i = 0; i < n; ++i) {
-        const I32 b = ln::dup(key[i]);
-#pragma GCC unroll 14
-        for (int r = 0; r < kRegs; ++r) below[r] = ln::count_set(below[r], ln::gt(k[r], b));
-    }
     alignas(32) int32_t rank[kRankLanes];
-    for (int r = 0; r < kRegs; ++r) ln::store(rank + ln::kLanes * r, below[r]);
+    rank_part<0, kHalf>(key, n, rank);
+    rank_part<kHalf, kRegs - kHalf>(key, n, rank);
     for (int j = 0; j < n; ++j) sorted[rank[j]] = v[j];
 }
 
