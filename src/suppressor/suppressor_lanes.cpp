@@ -79,53 +79,96 @@ SONVEL_LANES_TARGET int32_t window_q15(const int16_t *w, const int32_t *in, int3
     return i;
 }
 
-SONVEL_LANES_TARGET int32_t mark_zero_words(int32_t *x, int32_t words) {
-    int32_t i = 0;
-    for (; i + ln::kLanes <= words; i += ln::kLanes) {
-        const I32 v = ln::load(x + i);
-        ln::store(x + i, ln::bor(v, ln::mask_and(ln::eq(v, ln::zero()), ln::dup(1))));
+// The loops below end a count that is no multiple of the step with a step over the last lanes,
+// overlapping the one before it: stores there repeat the same values, and the sums take only the
+// lanes not summed before.
+namespace {
+
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline void mark_zero_step(int32_t *x) {
+    const I32 v = ln::load(x);
+    ln::store(x, ln::bor(v, ln::mask_and(ln::eq(v, ln::zero()), ln::dup(1))));
+}
+
+// Lanes of v from index from of a step starting at k on, 0 in the others.
+SONVEL_LANES_TARGET inline I32 from_lane(I32 v, int32_t k, int32_t from) {
+    return ln::mask_and(ln::gt(ln::iota(k), ln::dup(from - 1)), v);
+}
+
+// The bin powers of bins k..k+L-1 (stored unless man is null) and their sum terms.
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline I32 bin_power_step(const int32_t *x, int32_t *man,
+                                                                     int16_t *exp, int qoff,
+                                                                     int toff, int32_t k) {
+    const sp::lanes::Power p = sp::lanes::bin_power(ln::load_bins(x + 2 * k));
+    const I32 h2 = ln::shl_n<1>(p.h);
+    if (man != nullptr) {
+        ln::store(man + k, p.e);
+        ln::store16(exp + k, ln::add(h2, ln::dup(qoff)));
     }
-    return i;
+    // The bin powers are never negative.
+    return ln::shift_sat_nonneg(p.e, ln::sub(ln::dup(toff), h2));
+}
+
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline I32 band_term(const int32_t *man,
+                                                                const int16_t *exp, int c) {
+    return ln::shr_trunc(ln::load(man), ln::sub(ln::load16(exp), ln::dup(c)));
+}
+
+}  // namespace
+
+SONVEL_LANES_TARGET int32_t mark_zero_words(int32_t *x, int32_t words) {
+    if (words < ln::kLanes) return 0;
+    int32_t i = 0;
+    for (; i + ln::kLanes <= words; i += ln::kLanes) mark_zero_step(x + i);
+    if (i < words) mark_zero_step(x + words - ln::kLanes);
+    return words;
 }
 
 SONVEL_LANES_TARGET int32_t bin_powers(const int32_t *x, int32_t *man, int16_t *exp, int qoff,
                                        int toff, int64_t *sum, int32_t bins) {
+    if (bins < ln::kLanes) return 0;
     ln::Acc64 acc = ln::acc64_zero();
     int32_t k = 0;
     for (; k + ln::kLanes <= bins; k += ln::kLanes) {
-        const sp::lanes::Power p = sp::lanes::bin_power(ln::load_bins(x + 2 * k));
-        const I32 h2 = ln::shl_n<1>(p.h);
-        if (man != nullptr) {
-            ln::store(man + k, p.e);
-            ln::store16(exp + k, ln::add(h2, ln::dup(qoff)));
-        }
-        acc = ln::acc64_add(acc, ln::shift_sat(p.e, ln::sub(ln::dup(toff), h2)));
+        acc = ln::acc64_add(acc, bin_power_step(x, man, exp, qoff, toff, k));
+    }
+    if (k < bins) {
+        const int32_t last = bins - ln::kLanes;
+        acc = ln::acc64_add(acc, from_lane(bin_power_step(x, man, exp, qoff, toff, last), last, k));
     }
     *sum += ln::acc64_total(acc);
-    return k;
+    return bins;
 }
 
 SONVEL_LANES_TARGET int32_t min_q2(const int16_t *a, const int16_t *b, int16_t *lowest,
                                    int32_t count) {
+    if (count < ln::kLanes16) return 0;
     ln::I16 m = ln::dup_i16(*lowest);
     int32_t i = 0;
     for (; i + ln::kLanes16 <= count; i += ln::kLanes16) {
         m = ln::min_i16(m, ln::min_i16(ln::load_i16(a + i), ln::load_i16(b + i)));
     }
+    if (i < count) {
+        i = count - ln::kLanes16;
+        m = ln::min_i16(m, ln::min_i16(ln::load_i16(a + i), ln::load_i16(b + i)));
+    }
     *lowest = ln::min_lanes_i16(m);
-    return i;
+    return count;
 }
 
 SONVEL_LANES_TARGET int32_t band_sum(const int32_t *man, const int16_t *exp, int c, int64_t *sum,
                                      int32_t count) {
+    if (count < ln::kLanes) return 0;
     ln::Acc64 acc = ln::acc64_zero();
     int32_t i = 0;
     for (; i + ln::kLanes <= count; i += ln::kLanes) {
-        const I32 shift = ln::sub(ln::load16(exp + i), ln::dup(c));
-        acc = ln::acc64_add(acc, ln::shr_trunc(ln::load(man + i), shift));
+        acc = ln::acc64_add(acc, band_term(man + i, exp + i, c));
+    }
+    if (i < count) {
+        const int32_t last = count - ln::kLanes;
+        acc = ln::acc64_add(acc, from_lane(band_term(man + last, exp + last, c), last, i));
     }
     *sum += ln::acc64_total(acc);
-    return i;
+    return count;
 }
 
 SONVEL_LANES_TARGET int32_t shape_gains(int16_t *g, int32_t fb, const int16_t *wc,

@@ -1,9 +1,10 @@
 // The lane loops of the suppressor's own per-bin and per-sample steps (suppressor_lanes.cpp): the
 // windowed frames, the zero-word marking of the spectra, the bin powers and their sums, the common
-// scale and band sums of the smoothed powers, the shaped gains and their
-// application, and the synthesis' unwindowing and overlap-add. Each runs whole vector steps from
-// the start of its arrays and returns how many elements (or bins) it did; the caller's portable
-// loop does the rest, so counts that are no multiple of the step and operands a loop does not take
+// scale and band sums of the smoothed powers, the shaped gains and their application, and the
+// synthesis' unwindowing and overlap-add. Each runs whole vector steps from the start of its
+// arrays (those marked "All" end with a step overlapping the one before it and do every count of
+// at least one step) and returns how many elements (or bins) it did; the caller's portable loop
+// does the rest, so counts that are no multiple of the step and operands a loop does not take
 // (see each) still give the portable results. Callers call them only for instances whose
 // processor runs them (sp::Isa::kVector).
 #pragma once
@@ -31,18 +32,18 @@ int32_t window_pcm(const int16_t *w, const int16_t *pcm, int32_t *out, int shift
 // out[i] = rnd_15(in[i] * w[i]) for window values in 0..32767 (the loop checks none of them).
 int32_t window_q15(const int16_t *w, const int32_t *in, int32_t *out, int32_t count);
 
-// Every zero word of x becomes 1.
+// Every zero word of x becomes 1. All.
 int32_t mark_zero_words(int32_t *x, int32_t words);
 
 // Bin powers e and headroom h of each bin of x (sp::bin_power_f): man = e, exp = 2h + qoff,
-// *sum += shift_sat(e, toff - 2h). man and exp may be null for the sum alone.
+// *sum += shift_sat(e, toff - 2h). man and exp may be null for the sum alone. All.
 int32_t bin_powers(const int32_t *x, int32_t *man, int16_t *exp, int qoff, int toff, int64_t *sum,
                    int32_t bins);
 
-// *lowest = min(*lowest, a[i], b[i]) over count elements.
+// *lowest = min(*lowest, a[i], b[i]) over count elements. All.
 int32_t min_q2(const int16_t *a, const int16_t *b, int16_t *lowest, int32_t count);
 
-// *sum += man[i] >> (exp[i] - c), counts exp[i] - c >= 0 (from 32 on the sign fill).
+// *sum += man[i] >> (exp[i] - c), counts exp[i] - c >= 0 (from 32 on the sign fill). All.
 int32_t band_sum(const int32_t *man, const int16_t *exp, int c, int64_t *sum, int32_t count);
 
 // Steps 1-3 of the gain shaping fused, per bin: the gain weighted toward fb by wc (values in
