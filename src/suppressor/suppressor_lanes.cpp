@@ -222,6 +222,30 @@ SONVEL_LANES_TARGET int32_t overlap_add(const int32_t *a, const int32_t *b, int1
     return i;
 }
 
+namespace {
+
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline void smooth_across_step(const int16_t *g,
+                                                                          int16_t *t) {
+    I32 sum = ln::load16(g - 2);
+    I32 top = sum;
+    for (int d = -1; d <= 2; ++d) {
+        const I32 v = ln::load16(g + d);
+        sum = ln::add(sum, v);
+        top = ln::max(top, v);
+    }
+    ln::store16_sat(t, ln::shr_all(ln::add(ln::sub(sum, top), ln::dup(2)), 2));
+}
+
+}  // namespace
+
+SONVEL_LANES_TARGET int32_t smooth_across(const int16_t *g, int16_t *t, int32_t from, int32_t to) {
+    if (to - from < ln::kLanes) return from;
+    int32_t j = from;
+    for (; j + ln::kLanes <= to; j += ln::kLanes) smooth_across_step(g + j, t + j);
+    if (j < to) smooth_across_step(g + to - ln::kLanes, t + to - ln::kLanes);
+    return to;
+}
+
 }  // namespace sup::lanes
 
 #endif

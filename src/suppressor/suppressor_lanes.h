@@ -1,7 +1,7 @@
 // The lane loops of the suppressor's own per-bin and per-sample steps (suppressor_lanes.cpp): the
 // windowed frames, the zero-word marking of the spectra, the bin powers and their sums, the common
-// scale and band sums of the smoothed powers, the shaped gains and their application, and the
-// synthesis' unwindowing and overlap-add. Each runs whole vector steps from the start of its
+// scale and band sums of the smoothed powers, the shaped gains, their smoothing across frequency
+// and their application, and the synthesis' unwindowing and overlap-add. Each runs whole vector steps from the start of its
 // arrays (those marked "All" end with a step overlapping the one before it and do every count of
 // at least one step) and returns how many elements (or bins) it did; the caller's portable loop
 // does the rest, so counts that are no multiple of the step and operands a loop does not take
@@ -61,6 +61,10 @@ int32_t unwindow(const int32_t *x, const int16_t *w, int t, int32_t *frame, int3
 // out[i] = sat16(sat_add(a[i], b[i])).
 int32_t overlap_add(const int32_t *a, const int32_t *b, int16_t *out, int32_t count);
 
+// t[j] = sat16((sum - largest + 2) >> 2) of g[j-2..j+2] for j in from..to-1, reading g[from-2]
+// up to g[to+1]; returns the j reached. All.
+int32_t smooth_across(const int16_t *g, int16_t *t, int32_t from, int32_t to);
+
 #else
 
 inline int32_t window_pcm(const int16_t *, const int16_t *, int32_t *, int, int32_t) { return 0; }
@@ -78,6 +82,7 @@ inline int32_t shape_gains(int16_t *, int32_t, const int16_t *, const int16_t *,
 inline int32_t apply_gains(const int16_t *, int32_t *, int32_t) { return 0; }
 inline int32_t unwindow(const int32_t *, const int16_t *, int, int32_t *, int32_t) { return 0; }
 inline int32_t overlap_add(const int32_t *, const int32_t *, int16_t *, int32_t) { return 0; }
+inline int32_t smooth_across(const int16_t *, int16_t *, int32_t from, int32_t) { return from; }
 
 #endif
 
