@@ -557,6 +557,34 @@ LN_FN I32 shift_sat_nonneg(I32 x, I32 c) {
     const I32 l = detail::select(left, _mm256_set1_epi32(INT32_MAX), over);
     return detail::select(right, l, _mm256_cmpgt_epi32(c, _mm256_setzero_si256()));
 }
+// sp::rsqrt of positive lanes whose exponent field lies in 2..250 (as rsqrt, without the check).
+LN_FN F32 rsqrt_moderate(F32 x) {
+    const __m256i u = _mm256_castps_si256(x);
+    const __m256i e = _mm256_srli_epi32(u, 23);
+    const __m256i odd = _mm256_and_si256(e, _mm256_set1_epi32(1));
+    const __m256i top8 = _mm256_and_si256(_mm256_srli_epi32(u, 15), _mm256_set1_epi32(0xFF));
+    const __m256i index =
+        _mm256_add_epi32(_mm256_srlv_epi32(top8, odd),
+                         _mm256_slli_epi32(_mm256_xor_si256(odd, _mm256_set1_epi32(1)), 7));
+    const __m256i exponent =
+        _mm256_slli_epi32(_mm256_srli_epi32(_mm256_sub_epi32(_mm256_set1_epi32(380), e), 1), 23);
+    const __m256i fraction =
+        _mm256_slli_epi32(detail::table_byte(sp::detail::kRsqrtEstimate.data(), index), 15);
+    __m256 r = _mm256_castsi256_ps(_mm256_or_si256(exponent, fraction));
+    const __m256 half_x = _mm256_mul_ps(x, _mm256_set1_ps(0.5f));
+    const __m256 three_halves = _mm256_set1_ps(1.5f);
+    for (int i = 0; i < 3; ++i)
+        r = _mm256_mul_ps(r, _mm256_fnmadd_ps(half_x, _mm256_mul_ps(r, r), three_halves));
+    return r;
+}
+// sp::sqrt of positive lanes whose exponent field lies in 2..250 (their reciprocal square roots
+// are moderate too).
+LN_FN F32 sqrt_moderate(F32 x) { return recip_moderate(rsqrt_moderate(x)); }
+// sqrt_or_zero of lanes that are zero or positive with an exponent field in 2..250.
+LN_FN F32 sqrt_or_zero_moderate(F32 x) {
+    const __m256 zero = _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ);
+    return _mm256_andnot_ps(zero, sqrt_moderate(_mm256_blendv_ps(x, _mm256_set1_ps(1.0f), zero)));
+}
 
 }  // namespace ln
 

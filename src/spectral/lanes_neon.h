@@ -219,5 +219,8 @@ inline I32 f2i_in_range(F32 f) { return vcvtq_s32_f32(f); }
 inline I32 f2i_not_nan(F32 f) { return vcvtq_s32_f32(f); }
 inline F32 recip_moderate(F32 x) { return recip(x); }
 inline I32 shift_sat_nonneg(I32 x, I32 c) { return shift_sat(x, c); }
+inline F32 rsqrt_moderate(F32 x) { return rsqrt(x); }
+inline F32 sqrt_moderate(F32 x) { return sqrt(x); }
+inline F32 sqrt_or_zero_moderate(F32 x) { return sqrt_or_zero(x); }
 
 }  // namespace ln
