@@ -42,9 +42,10 @@ SONVEL_LANES_TARGET inline I32 align(I32 m, I32 qx, I32 qm) {
     return ln::shr_trunc(m, ln::sub(qx, qm));
 }
 
-// int(float(m) * w * 2^-16), truncating and saturating.
+// int(float(m) * w * 2^-16), truncating; for the weights, below 2^15, it lies inside the int32
+// range.
 SONVEL_LANES_TARGET inline I32 weighted_half(I32 m, float w) {
-    return ln::f2i(ln::fmul(ln::fmul(ln::i2f(m), ln::dupf(w)), ln::dupf(kTwoPowM16)));
+    return ln::f2i_in_range(ln::fmul(ln::fmul(ln::i2f(m), ln::dupf(w)), ln::dupf(kTwoPowM16)));
 }
 
 // fx::L_shr_opt with counts d in 0..65535 that were wrapped to int16: up to 32767 the count is
@@ -136,7 +137,8 @@ SONVEL_LANES_TARGET int floor_down(Pow f, Pow a, int n) {
         const ln::F32 x = ln::fmul(ln::fmul(ln::i2f(aa), ln::dupf(kTenth)), ln::dupf(kTwoPowM16));
         const ln::F32 y =
             ln::fmul(ln::fmul(ln::i2f(fa), ln::dupf(kNineTenths)), ln::dupf(kTwoPowM16));
-        const I32 s = ln::f2i(ln::fadd(x, y));
+        // |x + y| < 2^31 (3277 + 29490) / 2^16 < 2^30.
+        const I32 s = ln::f2i_in_range(ln::fadd(x, y));
         store_pair(f, k, fl, normalised(s, ln::sub(qm, ln::dup(1))), ln::gt(fa, aa));
     }
     return k;

@@ -34,7 +34,7 @@ SONVEL_LANES_TARGET inline I32 overdrive(I32 g, I32 od) {
     using namespace ln;
     const Mask positive = gt(g, zero());
     const I32 x = ln::max(g, dup(1));
-    const I32 n = hr(x);
+    const I32 n = hr_nonneg(x);
     const I32 y = shl(x, n);
     const I32 i = sub(shr_all(y, 25), dup(32));
     const I32 a = band(shr_all(y, 10), dup(0x7FFF));
@@ -191,8 +191,9 @@ SONVEL_LANES_TARGET int32_t apply_gains(const int16_t *g, int32_t *E, int32_t wo
     for (; w + 2 * ln::kLanes <= words; w += 2 * ln::kLanes) {
         const ln::F32 gf = ln::i2f(ln::load16(g + w / 2));
         const ln::Bins x = ln::load_bins(E + w);
-        const I32 re = ln::f2i(ln::fmul(ln::fmul(gf, ln::i2f(x.re)), scale));
-        const I32 im = ln::f2i(ln::fmul(ln::fmul(gf, ln::i2f(x.im)), scale));
+        // Finite products: only the saturation at 2^31 remains.
+        const I32 re = ln::f2i_not_nan(ln::fmul(ln::fmul(gf, ln::i2f(x.re)), scale));
+        const I32 im = ln::f2i_not_nan(ln::fmul(ln::fmul(gf, ln::i2f(x.im)), scale));
         ln::store_bins(E + w, {re, im});
     }
     return w;
