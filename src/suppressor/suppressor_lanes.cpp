@@ -171,32 +171,71 @@ SONVEL_LANES_TARGET int32_t band_sum(const int32_t *man, const int16_t *exp, int
     return count;
 }
 
+namespace {
+
+// Steps 1-3 of the gain shaping for bins k..k+L-1.
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline I32 shaped_gains(
+    const int16_t *g, int32_t fb, const int16_t *wc, const int16_t *ovrd, const int16_t *oc,
+    const OverdriveCaps &caps, int32_t k) {
+    const I32 weighed = weigh(ln::load16(g + k), ln::dup(fb), ln::load16(wc + k));
+    const I32 raw = ln::shr_all(ln::mul_lo(ln::load16(ovrd + k), ln::load16(oc + k)), 14);
+    const I32 od = ln::max(ln::min(raw, ln::dup(32767)), ln::dup(-32768));
+    return overdrive(weighed, ln::min(od, cap(ln::iota(k), caps)));
+}
+
+// E[w..w+2L-1] with the gains applied.
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline ln::Bins gained(const int16_t *g,
+                                                                  const int32_t *E, int32_t w) {
+    const ln::F32 scale = ln::dupf(sp::kTwoPowM15);
+    const ln::F32 gf = ln::i2f(ln::load16(g + w / 2));
+    const ln::Bins x = ln::load_bins(E + w);
+    // Finite products: only the saturation at 2^31 remains.
+    const I32 re = ln::f2i_not_nan(ln::fmul(ln::fmul(gf, ln::i2f(x.re)), scale));
+    const I32 im = ln::f2i_not_nan(ln::fmul(ln::fmul(gf, ln::i2f(x.im)), scale));
+    return {re, im};
+}
+
+}  // namespace
+
+// The in-place loops below take a count that is no multiple of the step with a last step
+// overlapping the one before it, computed from the old values before the loop.
+
 SONVEL_LANES_TARGET int32_t shape_gains(int16_t *g, int32_t fb, const int16_t *wc,
                                         const int16_t *ovrd, const int16_t *oc,
                                         const OverdriveCaps &caps, int32_t count) {
-    if (fb < -32768 || fb > 32767) return 0;
-    int32_t k = 0;
-    for (; k + ln::kLanes <= count; k += ln::kLanes) {
-        const I32 weighed = weigh(ln::load16(g + k), ln::dup(fb), ln::load16(wc + k));
-        const I32 raw = ln::shr_all(ln::mul_lo(ln::load16(ovrd + k), ln::load16(oc + k)), 14);
-        const I32 od = ln::max(ln::min(raw, ln::dup(32767)), ln::dup(-32768));
-        ln::store16_sat(g + k, overdrive(weighed, ln::min(od, cap(ln::iota(k), caps))));
+    if (fb < -32768 || fb > 32767 || count < ln::kLanes) return 0;
+    const int32_t last = count - ln::kLanes;
+    const bool partial = count % ln::kLanes != 0;
+    const I32 tail = partial ? shaped_gains(g, fb, wc, ovrd, oc, caps, last) : ln::zero();
+    for (int32_t k = 0; k + ln::kLanes <= count; k += ln::kLanes) {
+        ln::store16_sat(g + k, shaped_gains(g, fb, wc, ovrd, oc, caps, k));
     }
-    return k;
+    if (partial) ln::store16_sat(g + last, tail);
+    return count;
 }
 
 SONVEL_LANES_TARGET int32_t apply_gains(const int16_t *g, int32_t *E, int32_t words) {
-    const ln::F32 scale = ln::dupf(sp::kTwoPowM15);
-    int32_t w = 0;
-    for (; w + 2 * ln::kLanes <= words; w += 2 * ln::kLanes) {
-        const ln::F32 gf = ln::i2f(ln::load16(g + w / 2));
-        const ln::Bins x = ln::load_bins(E + w);
-        // Finite products: only the saturation at 2^31 remains.
-        const I32 re = ln::f2i_not_nan(ln::fmul(ln::fmul(gf, ln::i2f(x.re)), scale));
-        const I32 im = ln::f2i_not_nan(ln::fmul(ln::fmul(gf, ln::i2f(x.im)), scale));
-        ln::store_bins(E + w, {re, im});
+    constexpr int32_t kStep = 2 * ln::kLanes;
+    if (words < kStep || words % 2 != 0) return 0;
+    const int32_t last = words - kStep;
+    const bool partial = words % kStep != 0;
+    const ln::Bins tail = partial ? gained(g, E, last) : ln::Bins{ln::zero(), ln::zero()};
+    for (int32_t w = 0; w + kStep <= words; w += kStep) ln::store_bins(E + w, gained(g, E, w));
+    if (partial) ln::store_bins(E + last, tail);
+    return words;
+}
+
+SONVEL_LANES_TARGET int32_t pull_toward(int16_t *g, const int16_t *h, int32_t count) {
+    int32_t k = 0;
+    for (; k + ln::kLanes <= count; k += ln::kLanes) {
+        const I32 gv = ln::load16(g + k);
+        const I32 hv = ln::load16(h + k);
+        // d = sat16(g - h) where h > g; g + (d >> 3) - d stays within 17 bits.
+        const I32 d = ln::max(ln::sub(gv, hv), ln::dup(-32768));
+        const I32 up = ln::add(ln::sub(gv, d), ln::shr_all(d, 3));
+        ln::store16_sat(g + k, ln::select(ln::gt(hv, gv), up, gv));
     }
-    return w;
+    return k;
 }
 
 // k = 16 - t in 1..62: the result is the product p (|p| <= 2^46) rounded by k bits, saturated; a

@@ -48,12 +48,16 @@ int32_t band_sum(const int32_t *man, const int16_t *exp, int c, int64_t *sum, in
 
 // Steps 1-3 of the gain shaping fused, per bin: the gain weighted toward fb by wc (values in
 // 0..32767), the overdrive ovrd * oc >> 14 under its caps, and the gain raised to it. Does nothing
-// for an fb outside the int16 range.
+// for an fb outside the int16 range. All.
 int32_t shape_gains(int16_t *g, int32_t fb, const int16_t *wc, const int16_t *ovrd,
                     const int16_t *oc, const OverdriveCaps &caps, int32_t count);
 
-// E[w] = f2i(float(g[w / 2]) * float(E[w]) * 2^-15) over words (two per bin).
+// E[w] = f2i(float(g[w / 2]) * float(E[w]) * 2^-15) over an even count of words (two per bin).
+// All.
 int32_t apply_gains(const int16_t *g, int32_t *E, int32_t words);
+
+// g[k] climbs seven eighths of the way to h[k] where h[k] > g[k] (sup::shaping::pull_toward).
+int32_t pull_toward(int16_t *g, const int16_t *h, int32_t count);
 
 // frame[i] = rnd_16(shift_sat64(x[i] * w[i], t)). Does nothing for t outside -46..15.
 int32_t unwindow(const int32_t *x, const int16_t *w, int t, int32_t *frame, int32_t count);
@@ -80,6 +84,7 @@ inline int32_t shape_gains(int16_t *, int32_t, const int16_t *, const int16_t *,
     return 0;
 }
 inline int32_t apply_gains(const int16_t *, int32_t *, int32_t) { return 0; }
+inline int32_t pull_toward(int16_t *, const int16_t *, int32_t) { return 0; }
 inline int32_t unwindow(const int32_t *, const int16_t *, int, int32_t *, int32_t) { return 0; }
 inline int32_t overlap_add(const int32_t *, const int32_t *, int16_t *, int32_t) { return 0; }
 inline int32_t smooth_across(const int16_t *, int16_t *, int32_t from, int32_t) { return from; }
