@@ -585,6 +585,14 @@ LN_FN F32 sqrt_or_zero_moderate(F32 x) {
     const __m256 zero = _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ);
     return _mm256_andnot_ps(zero, sqrt_moderate(_mm256_blendv_ps(x, _mm256_set1_ps(1.0f), zero)));
 }
+// Comparisons of int16 lanes, and counts of the lanes where a mask is set.
+using Mask16 = __m256i;
+LN_FN Mask16 gt_i16(I16 a, I16 b) { return _mm256_cmpgt_epi16(a, b); }
+LN_FN Mask16 eq_i16(I16 a, I16 b) { return _mm256_cmpeq_epi16(a, b); }
+LN_FN Mask16 mask16_and(Mask16 a, Mask16 b) { return _mm256_and_si256(a, b); }
+// acc + 1, and acc - 1, in the lanes where m is set.
+LN_FN I16 count_set_i16(I16 acc, Mask16 m) { return _mm256_sub_epi16(acc, m); }
+LN_FN I16 discount_i16(I16 acc, Mask16 m) { return _mm256_add_epi16(acc, m); }
 
 }  // namespace ln
 

@@ -222,5 +222,11 @@ inline I32 shift_sat_nonneg(I32 x, I32 c) { return shift_sat(x, c); }
 inline F32 rsqrt_moderate(F32 x) { return rsqrt(x); }
 inline F32 sqrt_moderate(F32 x) { return sqrt(x); }
 inline F32 sqrt_or_zero_moderate(F32 x) { return sqrt_or_zero(x); }
+using Mask16 = uint16x8_t;
+inline Mask16 gt_i16(I16 a, I16 b) { return vcgtq_s16(a, b); }
+inline Mask16 eq_i16(I16 a, I16 b) { return vceqq_s16(a, b); }
+inline Mask16 mask16_and(Mask16 a, Mask16 b) { return vandq_u16(a, b); }
+inline I16 count_set_i16(I16 acc, Mask16 m) { return vsubq_s16(acc, vreinterpretq_s16_u16(m)); }
+inline I16 discount_i16(I16 acc, Mask16 m) { return vaddq_s16(acc, vreinterpretq_s16_u16(m)); }
 
 }  // namespace ln

@@ -71,9 +71,8 @@ template <bool kPositive>
     store16_sat(out + k, c);
 }
 
-constexpr int kRankLanes = 56;  // kPrefBins rounded up to whole steps
-static_assert(kPrefBins <= 64 && kRankLanes >= kPrefBins && kRankLanes % ln::kLanes == 0,
-              "keys hold the index in 6 bits");
+constexpr int kRankLanes = 64;  // kPrefBins rounded up to whole steps of int16 lanes
+static_assert(kRankLanes >= kPrefBins && kRankLanes % ln::kLanes16 == 0);
 
 }  // namespace
 
@@ -83,40 +82,44 @@ SONVEL_LANES_TARGET void coherence(const CohInputs &in, const AecState *st, int 
     if (bins % ln::kLanes != 0) coherence_step(in, st, bins - ln::kLanes, out);
 }
 
-namespace {
-
-// The ranks of the keys in registers first..first+count-1 among the first n keys; the keys and
-// counts of a part stay in registers while each key in turn is compared with all of them.
-template <int kFirst, int kCount>
-SONVEL_LANES_TARGET inline void rank_part(const int32_t *key, int n, int32_t *rank) {
-    I32 k[kCount], below[kCount];
-    for (int r = 0; r < kCount; ++r) {
-        k[r] = ln::load(key + ln::kLanes * (kFirst + r));
-        below[r] = ln::zero();
-    }
-#pragma GCC unroll 2
-    for (int i = 0; i < n; ++i) {
-        const I32 b = ln::dup(key[i]);
-        for (int r = 0; r < kCount; ++r) below[r] = ln::count_set(below[r], ln::gt(k[r], b));
-    }
-    for (int r = 0; r < kCount; ++r) ln::store(rank + ln::kLanes * (kFirst + r), below[r]);
-}
-
-}  // namespace
-
-// With the keys 64 v[j] + j all distinct, the number of keys below key j is the place of v[j],
-// and the order is the one any ascending sort gives. The keys are ranked in two parts, each small
-// enough to stay in registers; the lanes beyond the values hold keys above every other (ranked,
-// never placed).
+// The place of v[j] in an ascending sort that keeps equal values in index order is the number of
+// values before it: v[i] < v[j], or v[i] = v[j] with i < j. Values sit in int16 lanes by index,
+// the counts of a register (indices lo..lo+S-1) start at the number of indices below lo; each
+// value v[i] in turn then takes one off the counts of registers above it where v[i] > v[j], adds
+// one to those below it where v[j] > v[i], and within its own register where v[j] > v[i] or
+// v[j] = v[i] at j > i. Lanes beyond the values are ranked, never placed.
 SONVEL_LANES_TARGET void rank_sort(const int16_t *v, int n, int16_t *sorted) {
-    constexpr int kRegs = kRankLanes / ln::kLanes;
-    constexpr int kHalf = (kRegs + 1) / 2;
-    alignas(32) int32_t key[kRankLanes];
-    for (int j = 0; j < n; ++j) key[j] = v[j] * 64 + j;
-    for (int j = n; j < kRankLanes; ++j) key[j] = INT32_MAX;
-    alignas(32) int32_t rank[kRankLanes];
-    rank_part<0, kHalf>(key, n, rank);
-    rank_part<kHalf, kRegs - kHalf>(key, n, rank);
+    constexpr int kS = ln::kLanes16;
+    constexpr int kRegs = kRankLanes / kS;
+    alignas(32) int16_t padded[kRankLanes] = {};
+    alignas(32) int16_t index[kRankLanes];
+    for (int j = 0; j < n; ++j) padded[j] = v[j];
+    for (int j = 0; j < kRankLanes; ++j) index[j] = static_cast<int16_t>(j);
+    ln::I16 val[kRegs], at[kRegs];
+#pragma GCC unroll 8
+    for (int r = 0; r < kRegs; ++r) {
+        val[r] = ln::load_i16(padded + kS * r);
+        at[r] = ln::dup_i16(static_cast<int16_t>(kS * r < n ? kS * r : n));
+    }
+#pragma GCC unroll 8
+    for (int s = 0; s < kRegs; ++s) {
+        const ln::I16 idx = ln::load_i16(index + kS * s);
+        const int end = kS * (s + 1) < n ? kS * (s + 1) : n;
+        for (int i = kS * s; i < end; ++i) {
+            const ln::I16 b = ln::dup_i16(v[i]);
+#pragma GCC unroll 8
+            for (int r = 0; r < s; ++r) at[r] = ln::count_set_i16(at[r], ln::gt_i16(val[r], b));
+            const ln::Mask16 tie = ln::mask16_and(
+                ln::eq_i16(val[s], b), ln::gt_i16(idx, ln::dup_i16(static_cast<int16_t>(i))));
+            at[s] = ln::count_set_i16(ln::count_set_i16(at[s], ln::gt_i16(val[s], b)), tie);
+#pragma GCC unroll 8
+            for (int r = s + 1; r < kRegs; ++r)
+                at[r] = ln::discount_i16(at[r], ln::gt_i16(b, val[r]));
+        }
+    }
+    alignas(32) int16_t rank[kRankLanes];
+#pragma GCC unroll 8
+    for (int r = 0; r < kRegs; ++r) ln::store_i16(rank + kS * r, at[r]);
     for (int j = 0; j < n; ++j) sorted[rank[j]] = v[j];
 }
 
