@@ -215,11 +215,12 @@ SONVEL_LANES_TARGET int update_gains(Bins asx, const int32_t *w, Bins asy, Bins 
                                      int n) {
     if (n < ln::kLanes) return 0;
     const int last = n - ln::kLanes;
-    const I32 tail = updated_gain_at(asx, w, asy, ase, h, last);
+    const bool partial = n % ln::kLanes != 0;
+    const I32 tail = partial ? updated_gain_at(asx, w, asy, ase, h, last) : ln::zero();
     for (int k = 0; k + ln::kLanes <= n; k += ln::kLanes) {
         ln::store16_sat(h + k, updated_gain_at(asx, w, asy, ase, h, k));
     }
-    ln::store16_sat(h + last, tail);
+    if (partial) ln::store16_sat(h + last, tail);
     return n;
 }
 
