@@ -64,6 +64,7 @@ SONVEL_LANES_TARGET inline I32 cap(I32 k, const OverdriveCaps &c) {
 SONVEL_LANES_TARGET int32_t window_pcm(const int16_t *w, const int16_t *pcm, int32_t *out,
                                        int shift, int32_t count) {
     int32_t i = 0;
+#pragma GCC unroll 2
     for (; i + ln::kLanes <= count; i += ln::kLanes) {
         ln::store(out + i, ln::shr_all(ln::mul_lo(ln::load16(w + i), ln::load16(pcm + i)), shift));
     }
@@ -73,6 +74,7 @@ SONVEL_LANES_TARGET int32_t window_pcm(const int16_t *w, const int16_t *pcm, int
 SONVEL_LANES_TARGET int32_t window_q15(const int16_t *w, const int32_t *in, int32_t *out,
                                        int32_t count) {
     int32_t i = 0;
+#pragma GCC unroll 2
     for (; i + ln::kLanes <= count; i += ln::kLanes) {
         ln::store(out + i, ln::mul_rnd15(ln::load(in + i), ln::load16(w + i)));
     }
@@ -84,9 +86,10 @@ SONVEL_LANES_TARGET int32_t window_q15(const int16_t *w, const int32_t *in, int3
 // lanes not summed before.
 namespace {
 
+// Zero words become 1: one is added where the word is zero.
 [[gnu::always_inline]] SONVEL_LANES_TARGET inline void mark_zero_step(int32_t *x) {
     const I32 v = ln::load(x);
-    ln::store(x, ln::bor(v, ln::mask_and(ln::eq(v, ln::zero()), ln::dup(1))));
+    ln::store(x, ln::count_set(v, ln::eq(v, ln::zero())));
 }
 
 // Lanes of v from index from of a step starting at k on, 0 in the others.
@@ -118,6 +121,7 @@ SONVEL_LANES_TARGET inline I32 from_lane(I32 v, int32_t k, int32_t from) {
 SONVEL_LANES_TARGET int32_t mark_zero_words(int32_t *x, int32_t words) {
     if (words < ln::kLanes) return 0;
     int32_t i = 0;
+#pragma GCC unroll 2
     for (; i + ln::kLanes <= words; i += ln::kLanes) mark_zero_step(x + i);
     if (i < words) mark_zero_step(x + words - ln::kLanes);
     return words;
@@ -246,6 +250,7 @@ SONVEL_LANES_TARGET int32_t unwindow(const int32_t *x, const int16_t *w, int t, 
     const int k = 16 - t;
     if (k < 1 || k > 62) return 0;
     int32_t i = 0;
+#pragma GCC unroll 2
     for (; i + ln::kLanes <= count; i += ln::kLanes) {
         ln::store(frame + i,
                   ln::rnd_narrow_var(ln::mul_wide(ln::load(x + i), ln::load16(w + i)), k));
@@ -256,6 +261,7 @@ SONVEL_LANES_TARGET int32_t unwindow(const int32_t *x, const int16_t *w, int t, 
 SONVEL_LANES_TARGET int32_t overlap_add(const int32_t *a, const int32_t *b, int16_t *out,
                                         int32_t count) {
     int32_t i = 0;
+#pragma GCC unroll 2
     for (; i + ln::kLanes <= count; i += ln::kLanes) {
         ln::store16_sat(out + i, ln::sat_add(ln::load(a + i), ln::load(b + i)));
     }
