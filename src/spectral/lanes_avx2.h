@@ -292,13 +292,11 @@ LN_FN __m256 lane_by_lane(__m256 x) {
 
 }  // namespace detail
 
-// 1/x per lane, as sp::recip.
-LN_FN F32 recip(F32 x) {
+// sp::recip of lanes whose exponent field lies in 2..250 (as recip, without the check).
+LN_FN F32 recip_moderate(F32 x) {
     const __m256i u = _mm256_castps_si256(x);
     const __m256i sign =
         _mm256_and_si256(u, _mm256_set1_epi32(static_cast<int>(sp::detail::kSign)));
-    const __m256i magnitude = _mm256_xor_si256(u, sign);
-    if (!detail::all_moderate(magnitude)) return detail::lane_by_lane<sp::recip>(x);
     // Estimate: exponent 253 - e, fraction from the table at the top 8 fraction bits.
     const __m256i exponent = _mm256_sub_epi32(_mm256_set1_epi32(253 << 23),
                                               _mm256_and_si256(u, _mm256_set1_epi32(0x7F800000)));
@@ -311,11 +309,17 @@ LN_FN F32 recip(F32 x) {
     for (int i = 0; i < 3; ++i) r = _mm256_mul_ps(r, _mm256_fnmadd_ps(x, r, two));
     return r;
 }
+// 1/x per lane, as sp::recip.
+LN_FN F32 recip(F32 x) {
+    const __m256i magnitude = _mm256_andnot_si256(
+        _mm256_set1_epi32(static_cast<int>(sp::detail::kSign)), _mm256_castps_si256(x));
+    if (!detail::all_moderate(magnitude)) return detail::lane_by_lane<sp::recip>(x);
+    return recip_moderate(x);
+}
 
-// 1/sqrt(x) per lane, as sp::rsqrt.
-LN_FN F32 rsqrt(F32 x) {
+// sp::rsqrt of positive lanes whose exponent field lies in 2..250 (as rsqrt, without the check).
+LN_FN F32 rsqrt_moderate(F32 x) {
     const __m256i u = _mm256_castps_si256(x);
-    if (!detail::all_moderate(u)) return detail::lane_by_lane<sp::rsqrt>(x);  // negatives too
     // Estimate: exponent (380 - e) / 2; an even exponent indexes 1.f (top 8 fraction bits, upper
     // half of the table), an odd one 0.1f (top 7 fraction bits, lower half).
     const __m256i e = _mm256_srli_epi32(u, 23);
@@ -336,6 +340,12 @@ LN_FN F32 rsqrt(F32 x) {
     for (int i = 0; i < 3; ++i)
         r = _mm256_mul_ps(r, _mm256_fnmadd_ps(half_x, _mm256_mul_ps(r, r), three_halves));
     return r;
+}
+// 1/sqrt(x) per lane, as sp::rsqrt.
+LN_FN F32 rsqrt(F32 x) {
+    if (!detail::all_moderate(_mm256_castps_si256(x)))
+        return detail::lane_by_lane<sp::rsqrt>(x);  // negatives too
+    return rsqrt_moderate(x);
 }
 
 // sqrt(x) per lane, as sp::sqrt.
@@ -676,6 +686,37 @@ LN_FN I32 mul_rnd32(I32 a, I32 b) {
     return _mm256_blend_epi32(_mm256_srli_epi64(_mm256_add_epi64(p.a, half), 32),
                               _mm256_add_epi64(p.b, half), 0xAA);
 }
+// ---- Suppressor: steps for operands known to lie in a narrower range ----
+
+// fx::hr of non-negative lanes.
+LN_FN I32 hr_nonneg(I32 x) { return hr_of_mag(x); }
+// fx::f2i of lanes inside (-2^31, 2^31): the truncation alone.
+LN_FN I32 f2i_in_range(F32 f) { return _mm256_cvttps_epi32(f); }
+// fx::shift_sat of non-negative lanes with a signed count per lane.
+LN_FN I32 shift_sat_nonneg(I32 x, I32 c) {
+    const I32 left = _mm256_sllv_epi32(x, c);
+    const I32 right = _mm256_srav_epi32(x, _mm256_sub_epi32(_mm256_setzero_si256(), c));
+    const I32 over = _mm256_andnot_si256(_mm256_cmpeq_epi32(x, _mm256_setzero_si256()),
+                                         _mm256_cmpgt_epi32(c, hr_of_mag(x)));
+    const I32 l = detail::select(left, _mm256_set1_epi32(INT32_MAX), over);
+    return detail::select(right, l, _mm256_cmpgt_epi32(c, _mm256_setzero_si256()));
+}
+// sp::sqrt of positive lanes whose exponent field lies in 2..250 (their reciprocal square roots
+// are moderate too).
+LN_FN F32 sqrt_moderate(F32 x) { return recip_moderate(rsqrt_moderate(x)); }
+// sqrt_or_zero of lanes that are zero or positive with an exponent field in 2..250.
+LN_FN F32 sqrt_or_zero_moderate(F32 x) {
+    const __m256 zero = _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ);
+    return _mm256_andnot_ps(zero, sqrt_moderate(_mm256_blendv_ps(x, _mm256_set1_ps(1.0f), zero)));
+}
+// Comparisons of int16 lanes, and counts of the lanes where a mask is set.
+using Mask16 = __m256i;
+LN_FN Mask16 gt_i16(I16 a, I16 b) { return _mm256_cmpgt_epi16(a, b); }
+LN_FN Mask16 eq_i16(I16 a, I16 b) { return _mm256_cmpeq_epi16(a, b); }
+LN_FN Mask16 mask16_and(Mask16 a, Mask16 b) { return _mm256_and_si256(a, b); }
+// acc + 1, and acc - 1, in the lanes where m is set.
+LN_FN I16 count_set_i16(I16 acc, Mask16 m) { return _mm256_sub_epi16(acc, m); }
+LN_FN I16 discount_i16(I16 acc, Mask16 m) { return _mm256_add_epi16(acc, m); }
 
 }  // namespace ln
 

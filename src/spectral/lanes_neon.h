@@ -292,5 +292,20 @@ inline I32 f2i_not_nan(F32 f) { return vcvtq_s32_f32(f); }
 
 // fx::rnd(a * b, 32) per lane (never saturates).
 inline I32 mul_rnd32(I32 a, I32 b) { return rnd_narrow<32>(mul_wide(a, b)); }
+// ---- Suppressor: steps for operands known to lie in a narrower range ----
+
+inline I32 hr_nonneg(I32 x) { return vclsq_s32(x); }
+inline I32 f2i_in_range(F32 f) { return vcvtq_s32_f32(f); }
+inline F32 recip_moderate(F32 x) { return recip(x); }
+inline I32 shift_sat_nonneg(I32 x, I32 c) { return shift_sat(x, c); }
+inline F32 rsqrt_moderate(F32 x) { return rsqrt(x); }
+inline F32 sqrt_moderate(F32 x) { return sqrt(x); }
+inline F32 sqrt_or_zero_moderate(F32 x) { return sqrt_or_zero(x); }
+using Mask16 = uint16x8_t;
+inline Mask16 gt_i16(I16 a, I16 b) { return vcgtq_s16(a, b); }
+inline Mask16 eq_i16(I16 a, I16 b) { return vceqq_s16(a, b); }
+inline Mask16 mask16_and(Mask16 a, Mask16 b) { return vandq_u16(a, b); }
+inline I16 count_set_i16(I16 acc, Mask16 m) { return vsubq_s16(acc, vreinterpretq_s16_u16(m)); }
+inline I16 discount_i16(I16 acc, Mask16 m) { return vaddq_s16(acc, vreinterpretq_s16_u16(m)); }
 
 }  // namespace ln

@@ -96,15 +96,27 @@ void coherence(sp::Isa isa, const AecState *st, bool far, int16_t *out) {
 
 namespace {
 
+// The refined reciprocal of a count of values (shifted fully left by cd), shared by the means of
+// sums over the same values.
+struct CountReciprocal {
+    int16_t count;
+    int cd;
+    float r;
+};
+
+CountReciprocal count_reciprocal(int16_t count) {
+    if (count <= 0) return {count, 0, 0.0f};
+    const int cd = fx::hr(count);
+    return {count, cd, sp::recip(fx::i2f(fx::shift_wrap(count, cd)))};
+}
+
 // Quotient of a sum of Q15 values by their count, rounded down, through the refined reciprocal.
-int16_t mean_of_sum(int32_t sum, int16_t count) {
-    if (count <= 0) return 0;
+int16_t mean_of_sum(int32_t sum, const CountReciprocal &c) {
+    if (c.count <= 0) return 0;
     const int cn = fx::hr(sum);
     const int32_t s = cn == 0 ? fx::shr_trunc(sum, 1) : fx::shift_wrap(sum, cn - 1);
-    const int cd = fx::hr(count);
-    const int32_t n = fx::shift_wrap(count, cd);
-    const float q = fx::i2f(s) * sp::recip(fx::i2f(n));
-    const int32_t v = fx::shift_sat(fx::f2i(q * 0x1p31f), (1 - cn) + cd - 15);
+    const float q = fx::i2f(s) * c.r;
+    const int32_t v = fx::shift_sat(fx::f2i(q * 0x1p31f), (1 - cn) + c.cd - 15);
     return fx::sat16(fx::shr_trunc(v, 16));
 }
 
@@ -141,7 +153,7 @@ void sort_band(sp::Isa isa, const int16_t *v, int n, int16_t *sorted) {
 int16_t band_mean(const int16_t *v, int lo, int hi, int bins) {
     lo = lo < 0 ? 0 : (lo > bins ? bins : lo);
     hi = hi < 0 ? 0 : (hi > bins ? bins : hi);
-    return mean_of_sum(band_sum(v, lo, hi), static_cast<int16_t>(hi - lo));
+    return mean_of_sum(band_sum(v, lo, hi), count_reciprocal(static_cast<int16_t>(hi - lo)));
 }
 
 PrefBand preferred_band(const AecState *st, const int16_t *coh_ed, const int16_t *xd,
@@ -159,7 +171,8 @@ PrefBand preferred_band(const AecState *st, const int16_t *coh_ed, const int16_t
     const int i75 = fx::L_shr(fx::L_mult(24575, static_cast<int16_t>(n - 1)), 16);
     const int i50 = fx::L_shr(fx::L_mult(16384, static_cast<int16_t>(n - 1)), 16);
     const auto at = [&](int i) { return i >= 0 && i < n ? sorted[i] : int16_t{0}; };
-    return {mean_of_sum(sum_de, n), mean_of_sum(sum_xd, n), at(i75), at(i50)};
+    const CountReciprocal rn = count_reciprocal(n);
+    return {mean_of_sum(sum_de, rn), mean_of_sum(sum_xd, rn), at(i75), at(i50)};
 }
 
 }  // namespace sup

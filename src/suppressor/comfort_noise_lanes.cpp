@@ -42,9 +42,10 @@ SONVEL_LANES_TARGET inline I32 align(I32 m, I32 qx, I32 qm) {
     return ln::shr_trunc(m, ln::sub(qx, qm));
 }
 
-// int(float(m) * w * 2^-16), truncating and saturating.
+// int(float(m) * w * 2^-16), truncating; for the weights, below 2^15, it lies inside the int32
+// range.
 SONVEL_LANES_TARGET inline I32 weighted_half(I32 m, float w) {
-    return ln::f2i(ln::fmul(ln::fmul(ln::i2f(m), ln::dupf(w)), ln::dupf(kTwoPowM16)));
+    return ln::f2i_in_range(ln::fmul(ln::fmul(ln::i2f(m), ln::dupf(w)), ln::dupf(kTwoPowM16)));
 }
 
 // fx::L_shr_opt with counts d in 0..65535 that were wrapped to int16: up to 32767 the count is
@@ -55,25 +56,38 @@ SONVEL_LANES_TARGET inline I32 shr_opt(I32 x, I32 d) {
     return ln::shr_trunc(x, c);
 }
 
-// Noise components of a step of bins: F = m' / 4^e2 with m' a non-negative 31-bit value.
-SONVEL_LANES_TARGET inline ln::Bins noise(I32 m, I32 q, I32 g, I32 cs, I32 sn, I32 s) {
+// Noise components of a step of bins: F = m' / 4^e2 with m' a non-negative 31-bit value. With
+// kModerate, every m >= 0 and every g > -32768: the square roots' operands are 0 or moderate, and
+// the scaled products, below 2^31 in magnitude, need no saturation.
+template <bool kModerate>
+[[gnu::always_inline]] SONVEL_LANES_TARGET inline ln::Bins noise(I32 m, I32 q, I32 g, I32 cs,
+                                                                 I32 sn, I32 s) {
     const I32 n = ln::hr(m);
     const I32 e = ln::add(q, n);
     const I32 odd = ln::band(e, ln::dup(1));
     const I32 mm = ln::shr_trunc(ln::shl(m, n), odd);
     const I32 e2 = ln::shr_all(ln::sub(e, odd), 1);
 
-    const ln::F32 root = ln::sqrt_or_zero(ln::i2f(mm));
     const ln::F32 gf = ln::i2f(g);
-    const ln::F32 amp = ln::sqrt(ln::fsub(ln::dupf(1073741824.0f), ln::fmul(gf, gf)));
+    const ln::F32 g2 = ln::fsub(ln::dupf(1073741824.0f), ln::fmul(gf, gf));
+    const ln::F32 root =
+        kModerate ? ln::sqrt_or_zero_moderate(ln::i2f(mm)) : ln::sqrt_or_zero(ln::i2f(mm));
+    const ln::F32 amp = kModerate ? ln::sqrt_moderate(g2) : ln::sqrt(g2);
 
     const ln::F32 nr1 = ln::fmul(ln::fmul(root, ln::i2f(cs)), amp);
     const ln::F32 ni1 = ln::fmul(ln::fmul(root, ln::i2f(sn)), amp);
-    const I32 nr = ln::f2i(ln::fmul(nr1, ln::dupf(1.0f / 32768.0f)));
-    const I32 ni = ln::f2i(ln::fmul(ni1, ln::dupf(-1.0f / 32768.0f)));
+    const ln::F32 nr2 = ln::fmul(nr1, ln::dupf(1.0f / 32768.0f));
+    const ln::F32 ni2 = ln::fmul(ni1, ln::dupf(-1.0f / 32768.0f));
+    const I32 nr = kModerate ? ln::f2i_in_range(nr2) : ln::f2i(nr2);
+    const I32 ni = kModerate ? ln::f2i_in_range(ni2) : ln::f2i(ni2);
 
     const I32 sh = ln::sub(ln::sub(s, ln::dup(15)), e2);
     return {ln::shift_sat(nr, sh), ln::shift_sat(ni, sh)};
+}
+
+[[gnu::noinline]] SONVEL_LANES_TARGET ln::Bins noise_any(I32 m, I32 q, I32 g, I32 cs, I32 sn,
+                                                         I32 s) {
+    return noise<false>(m, q, g, cs, sn, s);
 }
 
 }  // namespace
@@ -83,9 +97,14 @@ SONVEL_LANES_TARGET int add_noise(const comfort_noise::Bins &b, const int32_t *e
     const I32 s = ln::dup(b.s);
     int k = 0;
     for (; k + ln::kLanes <= n; k += ln::kLanes) {
-        const ln::Bins c =
-            noise(ln::load(b.floor_man + k), ln::load16(b.floor_exp + k), ln::load16(b.gain + k),
-                  ln::load16(b.cos + k), ln::load16(b.sin + k), s);
+        const I32 m = ln::load(b.floor_man + k);
+        const I32 g = ln::load16(b.gain + k);
+        const I32 q = ln::load16(b.floor_exp + k);
+        const I32 cs = ln::load16(b.cos + k);
+        const I32 sn = ln::load16(b.sin + k);
+        const ln::Bins c = ln::any_negative(ln::bor(m, ln::add(g, ln::dup(32767))))
+                               ? noise_any(m, q, g, cs, sn, s)
+                               : noise<true>(m, q, g, cs, sn, s);
         const ln::Bins x = ln::load_bins(e + 2 * k);
         ln::store_bins(out + 2 * k, {ln::sat_add(x.re, c.re), ln::sat_add(x.im, c.im)});
     }
@@ -118,7 +137,8 @@ SONVEL_LANES_TARGET int floor_down(Pow f, Pow a, int n) {
         const ln::F32 x = ln::fmul(ln::fmul(ln::i2f(aa), ln::dupf(kTenth)), ln::dupf(kTwoPowM16));
         const ln::F32 y =
             ln::fmul(ln::fmul(ln::i2f(fa), ln::dupf(kNineTenths)), ln::dupf(kTwoPowM16));
-        const I32 s = ln::f2i(ln::fadd(x, y));
+        // |x + y| < 2^31 (3277 + 29490) / 2^16 < 2^30.
+        const I32 s = ln::f2i_in_range(ln::fadd(x, y));
         store_pair(f, k, fl, normalised(s, ln::sub(qm, ln::dup(1))), ln::gt(fa, aa));
     }
     return k;

@@ -112,39 +112,46 @@ using echo_band::Bins;
 
 using ln::I32;
 
+// The per-bin steps are inlined into every loop step that uses them, so that their constants stay
+// in registers across the loop.
+#define SONVEL_STEP [[gnu::always_inline]] SONVEL_LANES_TARGET inline
+
+// The headroom, shift and conversion steps below are those for non-negative operands or for
+// quotients by a divisor in [2^30, 2^31) wherever the operands are so for all inputs.
+
 // fx::shift_wrap(x, h - 1) for h = hr(x): left by h - 1, or right by one where h = 0.
-SONVEL_LANES_TARGET inline I32 to_headroom_one(I32 x, I32 h) {
-    return ln::shift_wrap(x, ln::sub(h, ln::dup(1)));
+SONVEL_STEP I32 to_headroom_one(I32 x, I32 h) { return ln::shift_wrap(x, ln::sub(h, ln::dup(1))); }
+
+// int(float(num) * recip(float(den)) * 2^31) per lane for num >= 0 and den in [2^30, 2^31): the
+// reciprocal needs no check and the quotient is no NaN.
+SONVEL_STEP I32 quotient_q31(I32 num, I32 den) {
+    const ln::F32 f = ln::fmul(ln::i2f(num), ln::recip_moderate(ln::i2f(den)));
+    return ln::f2i_not_nan(ln::fmul(f, ln::dupf(2147483648.0f)));
 }
 
-// int(float(num) * recip(float(den)) * 2^31) per lane.
-SONVEL_LANES_TARGET inline I32 quotient_q31(I32 num, I32 den) {
-    const ln::F32 f = ln::fmul(ln::i2f(num), ln::recip(ln::i2f(den)));
-    return ln::f2i(ln::fmul(f, ln::dupf(2147483648.0f)));
-}
-
-SONVEL_LANES_TARGET I32 smoothing_factor(I32 px, I32 qpx, I32 asx, I32 qasx, I32 asy, I32 qasy) {
+SONVEL_STEP I32 smoothing_factor(I32 px, I32 qpx, I32 asx, I32 qasx, I32 asy, I32 qasy) {
     using namespace ln;
     const I32 qm = ln::min(qasx, qasy);
     const I32 u = shr_trunc(shr_all(asx, 1), sub(qasx, qm));
     const I32 v = shr_trunc(shr_all(asy, 1), sub(qasy, qm));
     const I32 sum = ln::max(sat_add(u, v), dup(1));
-    const I32 hs = hr(sum);
-    const I32 h = hr(px);
-    const I32 q31 = quotient_q31(to_headroom_one(px, h), shl(sum, hs));
+    const I32 hs = hr_nonneg(sum);
+    // Px <= 0 gives a quotient r <= -1 and the smallest factor, 8192, as Px = 0 does.
+    const I32 p = ln::max(px, zero());
+    const I32 h = hr_nonneg(p);
+    const I32 q31 = quotient_q31(to_headroom_one(p, h), shl(sum, hs));
     // Shift by (qm + hs) + 1 - h - 16 - qpx.
-    const I32 r = shift_sat(q31, sub(sub(add(qm, hs), h), add(qpx, dup(15))));
+    const I32 r = shift_sat_nonneg(q31, sub(sub(add(qm, hs), h), add(qpx, dup(15))));
     // |r - 1| limited to 32767.
     const I32 d = ln::min(abs_sat(sat_sub(r, dup(32767))), dup(32767));
     return sub(dup(24575), shr_all(d, 1));
 }
 
-SONVEL_LANES_TARGET I32 instant_gain(I32 asx, I32 qasx, I32 w, I32 asy, I32 qasy, I32 ase,
-                                     I32 qase) {
+SONVEL_STEP I32 instant_gain(I32 asx, I32 qasx, I32 w, I32 asy, I32 qasy, I32 ase, I32 qase) {
     using namespace ln;
     // Asx * W / 32768, normalised.
     const F32 tw = fmul(i2f(asx), i2f(w));
-    const I32 t = f2i(fmul(tw, dupf(1.0f / 2147483648.0f)));
+    const I32 t = f2i_not_nan(fmul(tw, dupf(1.0f / 2147483648.0f)));
     const I32 g = hr(t);
     const I32 qt = sub(add(qasx, g), dup(16));
 
@@ -156,10 +163,10 @@ SONVEL_LANES_TARGET I32 instant_gain(I32 asx, I32 qasx, I32 w, I32 asy, I32 qasy
 
     // rho = min(D / Ase, 1) in Q31.
     const I32 e = ln::max(ase, dup(1));
-    const I32 ge = hr(e);
-    const I32 gd = hr(d);
+    const I32 ge = hr_nonneg(e);
+    const I32 gd = hr_nonneg(d);
     const I32 q31 = quotient_q31(to_headroom_one(d, gd), shl(e, ge));
-    const I32 rho = shift_sat(q31, sub(add(qase, ge), sub(add(gd, qm), dup(1))));
+    const I32 rho = shift_sat_nonneg(q31, sub(add(qase, ge), sub(add(gd, qm), dup(1))));
 
     // 32767 - rho / 2^16, saturated above.
     return ln::min(sub(dup(32767), shr_all(rho, 16)), dup(32767));
@@ -167,36 +174,57 @@ SONVEL_LANES_TARGET I32 instant_gain(I32 asx, I32 qasx, I32 w, I32 asy, I32 qasy
 
 // A falling gain at once, a rising one except for 17/16384 of the old value. The sum stays below
 // 2^30 and the saturating store is the saturation to int16.
-SONVEL_LANES_TARGET I32 update_gain(I32 h, I32 g) {
+SONVEL_STEP I32 update_gain(I32 h, I32 g) {
     const I32 c = ln::mask_and(ln::gt(g, h), ln::dup(17));
     const I32 sum = ln::add(ln::mul_lo(c, h), ln::mul_lo(ln::sub(ln::dup(16384), c), g));
     return ln::shr_all(sum, 14);
 }
 
+// Bins k..k+L-1 of each loop.
+SONVEL_STEP I32 smoothing_factor_at(Bins px, Bins asx, Bins asy, int k) {
+    return smoothing_factor(ln::load(px.man + k), ln::load16(px.exp + k), ln::load(asx.man + k),
+                            ln::load16(asx.exp + k), ln::load(asy.man + k),
+                            ln::load16(asy.exp + k));
+}
+
+SONVEL_STEP I32 updated_gain_at(Bins asx, const int32_t *w, Bins asy, Bins ase, const int16_t *h,
+                                int k) {
+    const I32 g = instant_gain(ln::load(asx.man + k), ln::load16(asx.exp + k), ln::load(w + k),
+                               ln::load(asy.man + k), ln::load16(asy.exp + k),
+                               ln::load(ase.man + k), ln::load16(ase.exp + k));
+    return update_gain(ln::load16(h + k), g);
+}
+
 }  // namespace
 
+// A count that is no multiple of the step ends with a step over the last L bins, overlapping the
+// one before it.
 SONVEL_LANES_TARGET int smoothing_factors(Bins px, Bins asx, Bins asy, int16_t *a, int n) {
-    int k = 0;
-    for (; k + ln::kLanes <= n; k += ln::kLanes) {
-        const I32 f = smoothing_factor(ln::load(px.man + k), ln::load16(px.exp + k),
-                                       ln::load(asx.man + k), ln::load16(asx.exp + k),
-                                       ln::load(asy.man + k), ln::load16(asy.exp + k));
-        ln::store16_sat(a + k, f);
+    if (n < ln::kLanes) return 0;
+    for (int k = 0; k + ln::kLanes <= n; k += ln::kLanes) {
+        ln::store16_sat(a + k, smoothing_factor_at(px, asx, asy, k));
     }
-    return k;
+    if (n % ln::kLanes != 0) {
+        ln::store16_sat(a + n - ln::kLanes, smoothing_factor_at(px, asx, asy, n - ln::kLanes));
+    }
+    return n;
 }
 
+// The gains update in place, so the overlapping last step is taken from the old gains first.
 SONVEL_LANES_TARGET int update_gains(Bins asx, const int32_t *w, Bins asy, Bins ase, int16_t *h,
                                      int n) {
-    int k = 0;
-    for (; k + ln::kLanes <= n; k += ln::kLanes) {
-        const I32 g = instant_gain(ln::load(asx.man + k), ln::load16(asx.exp + k), ln::load(w + k),
-                                   ln::load(asy.man + k), ln::load16(asy.exp + k),
-                                   ln::load(ase.man + k), ln::load16(ase.exp + k));
-        ln::store16_sat(h + k, update_gain(ln::load16(h + k), g));
+    if (n < ln::kLanes) return 0;
+    const int last = n - ln::kLanes;
+    const bool partial = n % ln::kLanes != 0;
+    const I32 tail = partial ? updated_gain_at(asx, w, asy, ase, h, last) : ln::zero();
+    for (int k = 0; k + ln::kLanes <= n; k += ln::kLanes) {
+        ln::store16_sat(h + k, updated_gain_at(asx, w, asy, ase, h, k));
     }
-    return k;
+    if (partial) ln::store16_sat(h + last, tail);
+    return n;
 }
+
+#undef SONVEL_STEP
 
 }  // namespace sup::lanes
 
@@ -204,8 +232,8 @@ namespace sup::echo_band {
 
 #endif
 
-// The vectorised loops do the leading bins; the per-bin steps do the rest and the whole portable
-// path.
+// The vectorised loops do every bin of at least one step; the per-bin steps do the portable path
+// and counts below one step.
 void smoothing_factors(sp::Isa isa, Bins px, Bins asx, Bins asy, int16_t *a, int n) {
     if (sp::lanes_checked(isa, {{a, 2u * n}},
                           [&](sp::Isa i) { smoothing_factors(i, px, asx, asy, a, n); }))

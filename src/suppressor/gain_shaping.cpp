@@ -49,14 +49,22 @@ int16_t overdrive_power(int16_t g, int16_t od) {
     return fx::shr_opt2(Sonvel_AEC_gasAecpow2tab[j], static_cast<int16_t>(i));
 }
 
-void pull_toward(int16_t *g, const int16_t *h, int b, int last) {
+void pull_toward(sp::Isa isa, int16_t *g, const int16_t *h, int b, int last) {
     const int end = b < last ? b : std::min(b | 3, kBins - 1);
-    for (int k = 0; k <= end; ++k) {
+    const int count = end < 0 ? 0 : end + 1;
+    if (sp::lanes_checked(isa, {{g, 2u * count}},
+                          [&](sp::Isa i) { pull_toward(i, g, h, b, last); }))
+        return;
+    for (int k = sp::lanes_on(isa) ? sup::lanes::pull_toward(g, h, count) : 0; k <= end; ++k) {
         if (h[k] > g[k]) {
             const int16_t d = fx::sub(g[k], h[k]);
             g[k] = fx::sat16(int32_t{g[k]} + (d >> 3) - d);
         }
     }
+}
+
+void pull_toward(int16_t *g, const int16_t *h, int b, int last) {
+    pull_toward(sp::Isa::kPortable, g, h, b, last);
 }
 
 namespace {
@@ -88,14 +96,14 @@ void treat_bands(AecState *st, int16_t *g, int last) {
     const int16_t hfHi = bound(st->s16HfBinHi);
     if (st->u16HighFreqMode == 0) {
         Sonvel_AEC_HighFreqProc(g, g, st->s16HfBinLo, hfHi, last);
-        pull_toward(g, st->as16EchoBandGain, hfHi, last);
+        pull_toward(sp::instance_isa(st), g, st->as16EchoBandGain, hfHi, last);
         Sonvel_AEC_HnledSm(st, g, hfHi, last);
     } else if (st->s32OvrdBoost == 1) {
         Sonvel_AEC_HighFreqProc(g, g, st->s16HfBinLo, hfHi, last);
         Sonvel_AEC_HnledSm(st, g, hfHi, last);
     } else {
         const int16_t edge = bound(st->as16BandEdge[5]);
-        pull_toward(g, st->as16EchoBandGain, edge, last);
+        pull_toward(sp::instance_isa(st), g, st->as16EchoBandGain, edge, last);
         Sonvel_AEC_HnledSm(st, g, edge, last);
     }
 }
@@ -133,6 +141,7 @@ void shape_gains(sp::Isa isa, const AecState *st, int16_t *g, int32_t fb, const 
     const int done = sp::lanes_on(isa) ? sup::lanes::shape_gains(g, fb, wc, st->as16BinOvrd, oc,
                                                                  lane_caps(st), last + 1)
                                        : 0;
+    if (done > last) return;
 
     // 1. Weighting toward the band gain; overdrive shaped by frequency.
     int16_t od[sonvel::kBinWords] = {};

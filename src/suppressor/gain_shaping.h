@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "spectral/processor.h"
+
 namespace sup::shaping {
 
 // (wc * min(g, fb) + (32767 - wc) * g) >> 15, saturated: g drawn toward fb by wc where g > fb.
@@ -17,5 +19,8 @@ int16_t overdrive_power(int16_t g, int16_t od);
 // it. Gains run in groups of 4 from bin 0: for b < last exactly bins 0..b change, for b >= last
 // the whole group of 4 holding b. Nothing changes for b < 0.
 void pull_toward(int16_t *g, const int16_t *h, int b, int last);
+
+// The same on the vector path where isa runs it (the same bits).
+void pull_toward(sp::Isa isa, int16_t *g, const int16_t *h, int b, int last);
 
 }  // namespace sup::shaping

@@ -7,7 +7,9 @@
 #include "sonvel_aec_stages.h"
 
 #include "fixedpoint/block_float.h"
+#include "spectral/lane_check.h"
 #include "state/aec_state.h"
+#include "suppressor/suppressor_lanes.h"
 
 namespace {
 
@@ -26,6 +28,17 @@ int16_t mean_of_four_smallest(const int16_t *g) {
         top = std::max(top, g[d]);
     }
     return fx::sat16((sum - top + 2) >> 2);
+}
+
+// Spectral smoothing of bins 12..c-1 from the unsmoothed gains g into t.
+void smooth_across(sp::Isa isa, const int16_t *g, int16_t *t, int32_t c) {
+    const int32_t count = c > kFirstSmoothedBin ? c - kFirstSmoothedBin : 0;
+    if (sp::lanes_checked(isa, {{t + kFirstSmoothedBin, 2u * count}},
+                          [&](sp::Isa i) { smooth_across(i, g, t, c); }))
+        return;
+    int32_t j = kFirstSmoothedBin;
+    if (sp::lanes_on(isa)) j = sup::lanes::smooth_across(g, t, j, c);
+    for (; j < c; ++j) t[j] = mean_of_four_smallest(g + j);
 }
 
 // 0.6 * old + 0.4 * new, rounded.
@@ -72,7 +85,7 @@ extern "C" SONVEL_API void Sonvel_AEC_HnledSm(AecState *state, int16_t *g, int32
     std::copy(g, g + last + 1, t);
 
     // 2. Spectral smoothing of bins 12..c-1 from the unsmoothed gains.
-    for (int j = kFirstSmoothedBin; j < c; ++j) t[j] = mean_of_four_smallest(g + j);
+    smooth_across(sp::instance_isa(state), g, t, c);
 
     // 3. Temporal smoothing of bins 0..11.
     for (int k = 0; k < kFirstSmoothedBin; ++k) {

@@ -1,6 +1,9 @@
 // Overdrive control of the suppressor: the target overdrive derived from the lowest recent band
 // gain and the attenuation target of the mode, its smoothing, the upward creep of the minimum
 // trackers, and the per-bin overdrive handed to the gain shaping.
+#include <algorithm>
+#include <cstdint>
+
 #include "sonvel_aec_stages.h"
 
 #include "fixedpoint/basic_ops.h"
@@ -88,9 +91,8 @@ extern "C" SONVEL_API void Sonvel_AEC_HnlCtrl1(AecState *state) {
         fill_bins(bin_ovrd, state->s16OvrdSm, half + 1);
     } else if (state->s32OvrdBoost == 0 && state->s32EchoState == 1) {
         // 2. Plain echo: keep the last values, capped at the raised floor.
-        for (int k = 0; k < half + 8; ++k) {
-            if (bin_ovrd[k] > state->s16OvrdFloor1) bin_ovrd[k] = state->s16OvrdFloor1;
-        }
+        const int16_t cap = state->s16OvrdFloor1;
+        for (int k = 0; k < half + 8; ++k) bin_ovrd[k] = std::min(bin_ovrd[k], cap);
     } else {
         // 3. No echo: the smoothed overdrive, at least the floor of the near-end state.
         const int16_t floor =

@@ -216,7 +216,7 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Nlp(AecState *state, int16_t *out) {
     const void *plan = state->au8FftPlan;
     alignas(16) int16_t w[kMaxFft];
     Spectra f;
-    alignas(16) int32_t spec_out[kSpecWords] = {};
+    alignas(16) int32_t spec_out[kSpecWords];  // words 0..N+1 from step 13 on
     alignas(16) int32_t frame[kMaxFft];
     int16_t hnl[sonvel::kBinWords] = {};
     int16_t hnl_fb = 0;
@@ -254,9 +254,10 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Nlp(AecState *state, int16_t *out) {
     Sonvel_AEC_HnlmGain(state, nullptr, f.e, f.x, f.y);
     Sonvel_AEC_NlpPro(state, hnl, hnl_fb, f.e);
 
-    // 12-14. Output power check, comfort noise, pass-through.
+    // 12-14. Output power check, comfort noise, pass-through; the guard words stay zero.
     mute_if_quiet(state, sum_d, f.e, hnl);
     Sonvel_AEC_ComfortNoise(state, hnl, f.e, spec_out);
+    for (int i = n + 2; i < kSpecWords; ++i) spec_out[i] = 0;
     if (pass_through) {
         for (int i = 0; i < n + 2; ++i) spec_out[i] = f.d[i];
     }
