@@ -18,8 +18,14 @@ namespace {
 constexpr int32_t kMaxLen = 256;
 constexpr int32_t kBadLength = -1;
 
-// Lengths the work arrays hold, whole vector steps of 8 samples.
-bool valid_length(int32_t n) { return n >= 8 && n <= kMaxLen && n % 8 == 0; }
+// Lengths the work arrays hold, whole vector steps of 8 samples, and, behind a prepared plan of
+// this library, the plan's own length (a shorter block would leave words of the transform's input
+// unset, a longer one read words of its output that it never wrote).
+bool valid_length(int32_t n, const void *plan) {
+    if (n < 8 || n > kMaxLen || n % 8 != 0) return false;
+    const sonvel::fft::Plan *p = sonvel::fft::prepared(plan);
+    return p == nullptr || p->n == n;
+}
 
 // The vector loops run on every aarch64 core; on x86-64 only behind this library's own prepared
 // plan that found AVX2 (a plan area of another transform service takes the portable loops).
@@ -155,6 +161,7 @@ namespace {
     // 2. Forward transform.
     out[0] = 0;
     const int32_t status = Sonvel_FFTFwd_CToC_SC32_Sfs(c, out, plan, 0);
+    if (status != 0) return status;  // no spectrum: buf keeps its words
     // 3. Bins 0..N/2 with both parts.
     if (vec) {
         sp::lanes::copy_words(buf, out, n);
@@ -182,6 +189,7 @@ namespace {
     // 4. Inverse transform.
     out[0] = 0;
     const int32_t status = Sonvel_FFTInv_CToC_SC32_Sfs(c, out, plan, 0);
+    if (status != 0) return status;  // no block: buf keeps its words
     // 5. Real parts.
     if (vec) {
         sp::lanes::real_parts(out, buf, n);
@@ -200,9 +208,10 @@ sp::Isa pair_isa(const void *plan, int32_t n) {
 }  // namespace
 
 // Real block buf[0..n-1] -> packed half spectrum buf[0..n+1], unscaled. Returns the service's
-// status, or -1 for a length the work arrays cannot hold (buf untouched).
+// status (buf untouched unless it is 0), or -1 for a length the work arrays cannot hold or that
+// is not the plan's (buf untouched).
 extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const void *plan) {
-    if (!valid_length(n)) return kBadLength;
+    if (!valid_length(n, plan)) return kBadLength;
     const sp::Isa isa = pair_isa(plan, n);
     int32_t status = 0;
     if (sp::lanes_checked(isa, {{buf, 4u * static_cast<size_t>(n + 2)}, {&status, sizeof status}},
@@ -214,7 +223,7 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const 
 // Packed half spectrum buf[0..n+1] -> real block buf[0..n-1] (the inverse divides by N);
 // buf[n], buf[n+1] keep their values. Returns the service's status, or -1 as above.
 extern "C" SONVEL_API int32_t Sonvel_AEC_Realifft(int32_t *buf, int32_t n, const void *plan) {
-    if (!valid_length(n)) return kBadLength;
+    if (!valid_length(n, plan)) return kBadLength;
     const sp::Isa isa = pair_isa(plan, n);
     int32_t status = 0;
     if (sp::lanes_checked(isa, {{buf, 4u * static_cast<size_t>(n + 2)}, {&status, sizeof status}},

@@ -227,13 +227,18 @@ TEST(RealFft, MatchesTheService) {
         for (int i = 0; i < n; ++i) ASSERT_EQ(buf[i], want[2 * i]) << i;
         EXPECT_EQ((Block{buf[n], buf[n + 1], buf[n + 2], buf[n + 3]}),
                   (Block{spectrum[n], spectrum[n + 1], 4, 5}));
-        // Lengths the work arrays cannot hold are refused, the buffer untouched.
-        for (int32_t bad : {0, n + 4, 2 * n + 8}) {
+        // Lengths the work arrays cannot hold or that are not the plan's are refused, and a plan
+        // the service refuses transforms nothing: the buffer stays untouched.
+        for (int32_t bad : {0, n + 4, 2 * n + 8, n / 2, order == 7 ? 2 * n : 64}) {
             Block b(n + 2, 3);
             EXPECT_EQ(Sonvel_AEC_Realfft(b.data(), bad, plan.bytes), -1);
             EXPECT_EQ(Sonvel_AEC_Realifft(b.data(), bad, plan.bytes), -1);
             EXPECT_EQ(b, Block(n + 2, 3));
         }
+        Block b(n + 2, 3);
+        EXPECT_NE(Sonvel_AEC_Realfft(b.data(), n, nullptr), 0);
+        EXPECT_NE(Sonvel_AEC_Realifft(b.data(), n, nullptr), 0);
+        EXPECT_EQ(b, Block(n + 2, 3));
     }
 }
 
