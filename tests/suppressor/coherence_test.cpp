@@ -8,12 +8,14 @@
 #include <numeric>
 #include <random>
 
-#include "suppressor/lane_equivalence.h"
+#include "lane_equivalence.h"
 #include "suppressor/support.h"
 
 namespace {
 
-using suptest::LaneEquivalence;
+using lanetest::Buffers;
+using lanetest::Operands;
+using lanetest::Shorts;
 
 // Mantissa in [2^29, 2^30) and Q value of a positive value, and back.
 void to_block_float(double v, int32_t &m, int16_t &q) {
@@ -70,86 +72,81 @@ TEST(CoherenceTest, MatchesReferenceForEachPairAtBothRates) {
     }
 }
 
-// The family's lane loops. Spectra of ordinary block-floating-point values, random words and the
-// extremes (0, -1, -2^31, 2^31 - 1, Q values whose shifts run far beyond 32 bits either way).
-void fill_spectra(suptest::Draw &draw, AecState *st) {
+// The family's lane loops. Their instance (at 16000 Hz if wide) holds spectra of ordinary
+// block-floating-point values, random words and the extremes (0, -1, -2^31, 2^31 - 1, Q values
+// whose shifts run far beyond 32 bits either way).
+AecState *with_spectra(Buffers &b, Operands &ops, bool wide) {
+    AecState *st = b.hold(*suptest::make_state(wide));
     const auto fill = [&](int32_t *m, int16_t *q, int n) {
-        for (int k = 0; k < n; ++k) m[k] = draw.word(), q[k] = draw.q();
+        for (int k = 0; k < n; ++k) m[k] = ops.mantissa(), q[k] = ops.q();
     };
     fill(st->ai32SdMan, st->as16SdExp, sonvel::kBinWords);
     fill(st->ai32SeMan, st->as16SeExp, sonvel::kBinWords);
     fill(st->ai32SxMan, st->as16SxExp, sonvel::kBinWords);
     fill(st->ai32SedMan, st->as16SedExp, 2 * sonvel::kBinWords);
     fill(st->ai32SxdMan, st->as16SxdExp, 2 * sonvel::kBinWords);
+    return st;
 }
 
-// Coherences of both pairs at every bin count (half length + 4) from one vector up.
-const suptest::LaneKernel kCoherence{
-    "Coherence", suptest::counts_upto(128), 6,
-    [](suptest::Draw &draw, int half, int round) {
-        suptest::Operands o;
-        o.st = suptest::make_state(true);
-        fill_spectra(draw, o.st.get());
-        o.st->s16HalfFftLen = static_cast<int16_t>(half);
-        o.h = {std::vector<int16_t>(sonvel::kBinWords, 7), {static_cast<int16_t>(round % 2)}};
-        return o;
-    },
-    [](sp::Isa isa, suptest::Operands &o, int) {
-        sup::coherence(isa, o.st.get(), o.h[1][0] != 0, o.h[0].data());
-    }};
+const lanetest::Kernel kKernels[] = {
+    // Coherences of both pairs at every bin count (half length + 4) from one vector up.
+    {"Coherence",
+     [](Operands &ops, int half) {
+         Buffers b{{}, {Shorts(sonvel::kBinWords, 7), {static_cast<int16_t>(ops.round() % 2)}}};
+         with_spectra(b, ops, true)->s16HalfFftLen = static_cast<int16_t>(half);
+         return b;
+     },
+     [](sp::Isa isa, Buffers &b, int) {
+         sup::coherence(isa, b.held<AecState>(), b.s[1][0] != 0, b.s[0].data());
+     },
+     lanetest::counts_upto(128), false, 6},
+    // Incoherences and first gains from coherences over the whole int16 range.
+    {"IncoherenceAndGains",
+     [](Operands &ops, int n) {
+         const int m = n + lanetest::kSlack;
+         return Buffers{{},
+                        {ops.many(m, &Operands::half), ops.many(m, &Operands::half),
+                         ops.many(m, &Operands::half)}};
+     },
+     [](sp::Isa isa, Buffers &b, int n) {
+         sup::incoherence_and_gains(isa, b.s[0].data(), b.s[1].data(), b.s[2].data(), n);
+     },
+     lanetest::counts_upto(140), false, 8},
+    // The whole analysis (incoherence, gains, band sort, decisions) of an instance at both rates.
+    {"Analysis",
+     [](Operands &ops, int half) {
+         Buffers b{{}, {Shorts(sonvel::kBinWords), {0}}};
+         with_spectra(b, ops, half == 128);
+         return b;
+     },
+     [](sp::Isa isa, Buffers &b, int) {
+         AecState *st = b.held<AecState>();
+         suptest::on_path(isa, st, [&] { Sonvel_AEC_HnledCalc(st, b.s[0].data(), b.s[1].data()); });
+     },
+     suptest::kHalfLengths, false, 100, true},
+    // The preferred band's sort (the portable one is the exchange sort) at every length the band
+    // can have: boundary and random values, few distinct ones (ties), ascending and descending
+    // runs.
+    {"BandSort",
+     [](Operands &ops, int n) {
+         Buffers b{{}, {ops.many(n, &Operands::half), Shorts(64, 7)}};
+         const int round = ops.round();
+         for (int j = 0; j < n; ++j) {
+             if (round % 4 == 1) b.s[0][j] = static_cast<int16_t>(ops.next() % 4 * 1000);
+             if (round % 4 >= 2) b.s[0][j] = static_cast<int16_t>((round % 4 == 2 ? j : -j) * 600);
+         }
+         return b;
+     },
+     [](sp::Isa isa, Buffers &b, int n) { sup::sort_band(isa, b.s[0].data(), n, b.s[1].data()); },
+     lanetest::counts_upto(52), false, 20},
+};
 
-// Incoherences and first gains from coherences over the whole int16 range.
-const suptest::LaneKernel kIncoherence{
-    "IncoherenceAndGains", suptest::counts_upto(140), 8,
-    [](suptest::Draw &draw, int n, int) {
-        suptest::Operands o;
-        const size_t m = n + 16;
-        o.h = {draw.many(m, &suptest::Draw::half), draw.many(m, &suptest::Draw::half),
-               draw.many(m, &suptest::Draw::half)};
-        return o;
-    },
-    [](sp::Isa isa, suptest::Operands &o, int n) {
-        sup::incoherence_and_gains(isa, o.h[0].data(), o.h[1].data(), o.h[2].data(), n);
-    }};
+class CoherenceLanes : public lanetest::LaneFamily {};
 
-// The whole analysis (incoherence, gains, band sort, decisions) of an instance at both rates.
-const suptest::LaneKernel kAnalysis{
-    "Analysis",
-    {64, 128},
-    100,
-    [](suptest::Draw &draw, int half, int) {
-        suptest::Operands o;
-        o.st = suptest::make_state(half == 128);
-        fill_spectra(draw, o.st.get());
-        o.h = {std::vector<int16_t>(sonvel::kBinWords), {0}};
-        return o;
-    },
-    [](sp::Isa isa, suptest::Operands &o, int) {
-        suptest::on_path(isa, o.st.get(),
-                         [&] { Sonvel_AEC_HnledCalc(o.st.get(), o.h[0].data(), o.h[1].data()); });
-    },
-    true};
+TEST_P(CoherenceLanes, LanePathGivesThePortableBits) { expect_same_bits(); }
 
-// The preferred band's sort (the portable one is the exchange sort) at every length the band can
-// have: boundary and random values, few distinct ones (ties), ascending and descending runs.
-const suptest::LaneKernel kBandSort{
-    "BandSort", suptest::counts_upto(52), 20,
-    [](suptest::Draw &draw, int n, int round) {
-        suptest::Operands o;
-        o.h = {draw.many(n, &suptest::Draw::half), std::vector<int16_t>(64, 7)};
-        for (int j = 0; j < n; ++j) {
-            if (round % 4 == 1) o.h[0][j] = static_cast<int16_t>(draw() % 4 * 1000);
-            if (round % 4 >= 2) o.h[0][j] = static_cast<int16_t>((round % 4 == 2 ? j : -j) * 600);
-        }
-        return o;
-    },
-    [](sp::Isa isa, suptest::Operands &o, int n) {
-        sup::sort_band(isa, o.h[0].data(), n, o.h[1].data());
-    }};
-
-INSTANTIATE_TEST_SUITE_P(Coherence, LaneEquivalence,
-                         ::testing::Values(kCoherence, kIncoherence, kAnalysis, kBandSort),
-                         suptest::kernel_name);
+INSTANTIATE_TEST_SUITE_P(Family, CoherenceLanes, ::testing::ValuesIn(kKernels),
+                         lanetest::kernel_name);
 
 TEST(CoherenceTest, BandMeanRoundsDownAndPreferredBandGivesMeansAndOrderStatistics) {
     int16_t v[132];

@@ -7,12 +7,13 @@
 #include <array>
 #include <tuple>
 
-#include "suppressor/lane_equivalence.h"
+#include "lane_equivalence.h"
 #include "suppressor/support.h"
 
 namespace {
 
-using suptest::LaneEquivalence;
+using lanetest::Buffers;
+using lanetest::Operands;
 using suptest::make_state;
 
 double floor_of(const AecState &st, int k) {
@@ -130,53 +131,56 @@ TEST(ComfortNoiseGeneration, AmplitudeFollowsFloorAndGain) {
 // counters from the boundary values (zero and full-scale mantissas, Q values at both ends of their
 // range, close ones where the aligned mantissas meet, counters at both limits) through every
 // branch: block counts, near-end activity, quiet blocks.
-const suptest::LaneKernel kEstimate{
-    "FloorEstimate", suptest::counts_upto(130), 12,
-    [](suptest::Draw &draw, int bins, int round) {
-        static constexpr int16_t kCnt[] = {0, 1, 5, 6, 300, 301, 32753, 32760, -3, 32767};
-        suptest::Operands o;
-        o.st = make_state(false);
-        AecState *st = o.st.get();
-        const auto q = [&] {
-            return round % 5 == 0 ? static_cast<int16_t>(draw() % 8 + 20) : draw.q();
-        };
-        for (size_t k = 0; k < std::size(st->ai32CnAvgMan); ++k) {
-            st->ai32DPowMan[k] = draw.word(), st->as16DPowExp[k] = q();
-            st->ai32CnAvgMan[k] = draw.word(), st->as16CnAvgExp[k] = q();
-            st->ai32CnFloorMan[k] = draw.word(), st->as16CnFloorExp[k] = q();
-            st->as16CnRiseCnt[k] = draw.one_in(4) ? draw.half() : kCnt[draw() % std::size(kCnt)];
-        }
-        st->s32CnBlockCnt = std::array{5, 100, 300}[round % 3];
-        st->s16NearActive = round % 8 == 7 ? 1 : 0;
-        st->as16NearVadSt[0] = round % 4 < 2 ? 7 : 3;
-        st->s32NotNearState = 0;
-        st->s16HalfFftLen = static_cast<int16_t>(bins);
-        return o;
-    },
-    [](sp::Isa isa, suptest::Operands &o, int) { sup::comfort_noise::estimate(isa, o.st.get()); }};
+const lanetest::Kernel kKernels[] = {
+    {"FloorEstimate",
+     [](Operands &ops, int bins) {
+         static constexpr int16_t kCnt[] = {0, 1, 5, 6, 300, 301, 32753, 32760, -3, 32767};
+         Buffers b;
+         AecState *st = b.hold(*make_state(false));
+         const int round = ops.round();
+         const auto q = [&] {
+             return round % 5 == 0 ? static_cast<int16_t>(ops.next() % 8 + 20) : ops.q();
+         };
+         for (size_t k = 0; k < std::size(st->ai32CnAvgMan); ++k) {
+             st->ai32DPowMan[k] = ops.mantissa(), st->as16DPowExp[k] = q();
+             st->ai32CnAvgMan[k] = ops.mantissa(), st->as16CnAvgExp[k] = q();
+             st->ai32CnFloorMan[k] = ops.mantissa(), st->as16CnFloorExp[k] = q();
+             st->as16CnRiseCnt[k] = ops.one_in(4) ? ops.half() : kCnt[ops.next() % std::size(kCnt)];
+         }
+         st->s32CnBlockCnt = std::array{5, 100, 300}[round % 3];
+         st->s16NearActive = round % 8 == 7 ? 1 : 0;
+         st->as16NearVadSt[0] = round % 4 < 2 ? 7 : 3;
+         st->s32NotNearState = 0;
+         st->s16HalfFftLen = static_cast<int16_t>(bins);
+         return b;
+     },
+     [](sp::Isa isa, Buffers &b, int) { sup::comfort_noise::estimate(isa, b.held<AecState>()); },
+     lanetest::counts_upto(130), false, 12},
+    // The generator with empty, negative and full-scale floors, Q values at both ends of their
+    // range, gains and phases at their extremes and error spectra that saturate the sum.
+    {"NoiseGenerator",
+     [](Operands &ops, int n) {
+         const int m = n + lanetest::kSlack;
+         return Buffers{{ops.many(m, &Operands::mantissa),
+                         ops.many(2 * m, &Operands::mantissa),
+                         ops.many(2 * m, &Operands::mantissa),
+                         {ops.value(0, 1)}},
+                        {ops.many(m, &Operands::q), ops.many(m, &Operands::half),
+                         ops.many(m, &Operands::half), ops.many(m, &Operands::half)}};
+     },
+     [](sp::Isa isa, Buffers &b, int n) {
+         const sup::comfort_noise::Bins bins{b.w[0].data(), b.s[0].data(), b.s[1].data(),
+                                             b.s[2].data(), b.s[3].data(), b.w[3][0]};
+         sup::comfort_noise::add_noise(isa, bins, b.w[1].data(), b.w[2].data(), n);
+     },
+     lanetest::counts_upto(lanetest::kMaxCount), false, 8},
+};
 
-// The generator with empty, negative and full-scale floors, Q values at both ends of their range,
-// gains and phases at their extremes and error spectra that saturate the sum.
-const suptest::LaneKernel kNoise{
-    "NoiseGenerator", suptest::counts_upto(136), 8,
-    [](suptest::Draw &draw, int n, int) {
-        const size_t m = n + 16;
-        suptest::Operands o;
-        o.w = {draw.many(m, &suptest::Draw::word),
-               draw.many(2 * m, &suptest::Draw::word),
-               draw.many(2 * m, &suptest::Draw::word),
-               {static_cast<int32_t>(draw() % 2)}};
-        o.h = {draw.many(m, &suptest::Draw::q), draw.many(m, &suptest::Draw::half),
-               draw.many(m, &suptest::Draw::half), draw.many(m, &suptest::Draw::half)};
-        return o;
-    },
-    [](sp::Isa isa, suptest::Operands &o, int n) {
-        const sup::comfort_noise::Bins bins{o.w[0].data(), o.h[0].data(), o.h[1].data(),
-                                            o.h[2].data(), o.h[3].data(), o.w[3][0]};
-        sup::comfort_noise::add_noise(isa, bins, o.w[1].data(), o.w[2].data(), n);
-    }};
+class ComfortNoiseLanes : public lanetest::LaneFamily {};
 
-INSTANTIATE_TEST_SUITE_P(ComfortNoise, LaneEquivalence, ::testing::Values(kEstimate, kNoise),
-                         suptest::kernel_name);
+TEST_P(ComfortNoiseLanes, LanePathGivesThePortableBits) { expect_same_bits(); }
+
+INSTANTIATE_TEST_SUITE_P(Family, ComfortNoiseLanes, ::testing::ValuesIn(kKernels),
+                         lanetest::kernel_name);
 
 }  // namespace

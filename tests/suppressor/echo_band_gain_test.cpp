@@ -5,14 +5,15 @@
 
 #include <random>
 
+#include "lane_equivalence.h"
 #include "sonvel_aec_spectral.h"
-#include "suppressor/lane_equivalence.h"
 #include "suppressor/support.h"
 
 namespace {
 
 using namespace sup::echo_band;
-using suptest::LaneEquivalence;
+using lanetest::Buffers;
+using lanetest::Operands;
 constexpr int32_t kOne = 1 << 30;  // 1.0 at Q value 30
 
 TEST(EchoBandGain, SmoothingFactorGainOfTheCouplingModelAndItsUpdate) {
@@ -40,34 +41,37 @@ TEST(EchoBandGain, SmoothingFactorGainOfTheCouplingModelAndItsUpdate) {
 // The family's lane loops, with mantissas and Q values that reach every saturation and shift
 // limit of the per-bin steps: zero and negative powers, full-scale and most negative mantissas,
 // Q values far apart.
-suptest::Operands adversarial_bins(suptest::Draw &draw, int n) {
-    suptest::Operands o;
-    const size_t m = n + 16;
+Buffers adversarial_bins(Operands &ops, int n) {
+    Buffers b;
+    const int m = n + lanetest::kSlack;
     for (int j = 0; j < 4; ++j) {  // Px (or W), Asx, Asy, Ase
-        o.w.push_back(draw.many(m, &suptest::Draw::word));
-        o.h.push_back(draw.many(m, &suptest::Draw::q));
+        b.w.push_back(ops.many(m, &Operands::mantissa));
+        b.s.push_back(ops.many(m, &Operands::q));
     }
-    o.h.push_back(draw.many(m, &suptest::Draw::half));  // the result
-    return o;
+    b.s.push_back(ops.many(m, &Operands::half));  // the result
+    return b;
 }
-Bins bins(const suptest::Operands &o, int j) { return {o.w[j].data(), o.h[j].data()}; }
+Bins bins(const Buffers &b, int j) { return {b.w[j].data(), b.s[j].data()}; }
 
-const suptest::LaneKernel kSmoothingFactors{
-    "SmoothingFactors", suptest::counts_upto(140), 12,
-    [](suptest::Draw &draw, int n, int) { return adversarial_bins(draw, n); },
-    [](sp::Isa isa, suptest::Operands &o, int n) {
-        smoothing_factors(isa, bins(o, 0), bins(o, 1), bins(o, 2), o.h[4].data(), n);
-    }};
+const lanetest::Kernel kKernels[] = {
+    {"SmoothingFactors", adversarial_bins,
+     [](sp::Isa isa, Buffers &b, int n) {
+         smoothing_factors(isa, bins(b, 0), bins(b, 1), bins(b, 2), b.s[4].data(), n);
+     },
+     lanetest::counts_upto(140), false, 12},
+    {"GainUpdate", adversarial_bins,
+     [](sp::Isa isa, Buffers &b, int n) {
+         update_gains(isa, bins(b, 1), b.w[0].data(), bins(b, 2), bins(b, 3), b.s[4].data(), n);
+     },
+     lanetest::counts_upto(140), false, 12},
+};
 
-const suptest::LaneKernel kGainUpdate{
-    "GainUpdate", suptest::counts_upto(140), 12,
-    [](suptest::Draw &draw, int n, int) { return adversarial_bins(draw, n); },
-    [](sp::Isa isa, suptest::Operands &o, int n) {
-        update_gains(isa, bins(o, 1), o.w[0].data(), bins(o, 2), bins(o, 3), o.h[4].data(), n);
-    }};
+class EchoBandGainLanes : public lanetest::LaneFamily {};
 
-INSTANTIATE_TEST_SUITE_P(EchoBandGain, LaneEquivalence,
-                         ::testing::Values(kSmoothingFactors, kGainUpdate), suptest::kernel_name);
+TEST_P(EchoBandGainLanes, LanePathGivesThePortableBits) { expect_same_bits(); }
+
+INSTANTIATE_TEST_SUITE_P(Family, EchoBandGainLanes, ::testing::ValuesIn(kKernels),
+                         lanetest::kernel_name);
 
 // One block of random spectra (the far end's guard words random too) over a tiny Asx history
 // with the given far-end counts; returns the final silence length and the bins whose Asx became Px.

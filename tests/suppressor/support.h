@@ -13,6 +13,7 @@
 
 #include "sonvel_aec.h"
 #include "sonvel_aec_stages.h"
+#include "spectral/processor.h"
 #include "state/aec_header.h"
 #include "state/aec_state.h"
 
@@ -36,6 +37,10 @@ struct Instance {
     int frame() const { return half() * 5 / 4; }
 };
 
+// The half FFT lengths of both rates (8000 and 16000 Hz): the counts of the lane-equivalence
+// kernels that run a step of an instance.
+inline const std::vector<int> kHalfLengths = {64, 128};
+
 // A bare processing state after full initialisation with the default parameters.
 inline std::unique_ptr<AecState> make_state(bool wide) {
     auto st = std::make_unique<AecState>();
@@ -43,6 +48,15 @@ inline std::unique_ptr<AecState> make_state(bool wide) {
     cfg.u8SampleRate = wide ? 1 : 0;
     EXPECT_EQ(Sonvel_AEC_SUB_Init(st.get(), &cfg, 0), 0);
     return st;
+}
+
+// Runs an exported step of an instance on the path: the choice recorded in the instance is set for
+// the call and cleared after it, so that the states of both paths compare equal.
+template <class Call>
+void on_path(sp::Isa isa, AecState *st, Call call) {
+    st->s32LanePath = isa == sp::Isa::kVector ? 1 : 0;
+    call();
+    st->s32LanePath = 0;
 }
 
 // Uniform noise in [-1, 1) from a fixed linear congruential sequence.
