@@ -38,9 +38,9 @@ SONVEL_LANES_TARGET inline void mla_sum_step(const int32_t *a, const int32_t *b,
     ln::store_cplx(acc, fresh_only<kTail>(s, old, fresh));
 }
 
-// acc += rnd_31(a_p b_p) per bin for p = 0..parts-1 in turn (a_p = a + p * stride), saturating;
-// the partial sums stay in the lanes. The last step overlaps the one before (see fresh_only). Returns the words done: all of them, or none when they are
-// fewer than one step.
+// acc += rnd_31(a_p b_p) per bin for p = 0..parts-1 in turn (a_p = a + p * stride), saturating; the
+// partial sums stay in the lanes. The last step overlaps the one before (see fresh_only). Returns
+// the words done: all of them, or none when they are fewer than one step.
 SONVEL_LANES_TARGET int32_t complex_mla_sum(const int32_t *a, const int32_t *b, int32_t stride,
                                             int parts, int32_t *acc, int32_t words) {
     int32_t w = 0;

@@ -1,12 +1,12 @@
 // The lane loops of the suppressor's own per-bin and per-sample steps (suppressor_lanes.cpp): the
 // windowed frames, the zero-word marking of the spectra, the bin powers and their sums, the common
 // scale and band sums of the smoothed powers, the shaped gains, their smoothing across frequency
-// and their application, and the synthesis' unwindowing and overlap-add. Each runs whole vector steps from the start of its
-// arrays (those marked "All" end with a step overlapping the one before it and do every count of
-// at least one step) and returns how many elements (or bins) it did; the caller's portable loop
-// does the rest, so counts that are no multiple of the step and operands a loop does not take
-// (see each) still give the portable results. Callers call them only for instances whose
-// processor runs them (sp::Isa::kVector).
+// and their application, and the synthesis' unwindowing and overlap-add. Each runs whole vector
+// steps from the start of its arrays (those marked "All" end with a step overlapping the one before
+// it and do every count of at least one step) and returns how many elements (or bins) it did; the
+// caller's portable loop does the rest, so counts that are no multiple of the step and operands a
+// loop does not take (see each) still give the portable results. Callers call them only for
+// instances whose processor runs them (sp::Isa::kVector).
 #pragma once
 
 #include <cstdint>

@@ -23,8 +23,8 @@ int pack_real(const int32_t *src, int32_t *z, int n);
 // dst's upper half).
 void unpack_real(const int32_t *z, int32_t *dst, int m);
 
-// The split step's bins 1..M/2 and M/2..M-1 from spectrum (bins 0..M-1), rounded by 2^-k, k in 5..32,
-// and with them bins N-b = conj(bin b) (M+1..N-1); bins 0 and M are left to the caller.
+// The split step's bins 1..M/2 and M/2..M-1 from spectrum (bins 0..M-1), rounded by 2^-k, k in
+// 5..32, and with them bins N-b = conj(bin b) (M+1..N-1); bins 0 and M are left to the caller.
 void split(const int32_t *spectrum, const int32_t *w, int32_t *dst, int m, int k);
 
 // The merge step's bins 1..M-1 as 32-bit words into out (bins 0 and M are the caller's), with the
