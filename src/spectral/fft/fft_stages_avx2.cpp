@@ -266,22 +266,34 @@ SONVEL_LANES_TARGET inline V round_product(V v) {
     return _mm256_srli_epi64(_mm256_add_epi64(v, bias), kProductShift);
 }
 
-// x * 2^kProductBits.
-template <bool Swap>
-SONVEL_LANES_TARGET inline C4 widen_parts(V x) {
-    const V scale = _mm256_set1_epi64x(int64_t{1} << kProductBits);
-    const Parts p = parts<Swap>(x);
-    return {_mm256_mul_epi32(p.re, scale), _mm256_mul_epi32(p.im, scale)};
+// The factor of the widened values, 2^(kProductBits + bits): the first stage's guard bits can
+// be applied here instead of to its 32-bit results (the same value when those fit 32 bits, as
+// they do whenever the results count), up to kMaxScaleBits of them (the factor is a 32-bit word).
+inline constexpr int kMaxScaleBits = 30 - kProductBits;
+struct Scale {
+    V up;    // 2^(kProductBits + bits) in every 64-bit lane
+    V down;  // -2^(kProductBits + bits)
+};
+SONVEL_LANES_TARGET inline Scale scale_by(int bits) {
+    const int64_t f = int64_t{1} << (kProductBits + bits);
+    return {_mm256_set1_epi64x(f), _mm256_set1_epi64x(-f)};
 }
 
-// -j x * 2^kProductBits + kOffset (exact, offset like a rounded product).
+// x * 2^kProductBits (times 2^bits of the scale).
 template <bool Swap>
-SONVEL_LANES_TARGET inline C4 minus_j(V x) {
+SONVEL_LANES_TARGET inline C4 widen_parts(V x, const Scale &scale) {
+    const Parts p = parts<Swap>(x);
+    return {_mm256_mul_epi32(p.re, scale.up), _mm256_mul_epi32(p.im, scale.up)};
+}
+
+// -j x * 2^kProductBits (times 2^bits of the scale) + kOffset (exact, offset like a rounded
+// product).
+template <bool Swap>
+SONVEL_LANES_TARGET inline C4 minus_j(V x, const Scale &scale) {
     const V offset = _mm256_set1_epi64x(kOffset);
     const Parts p = parts<Swap>(x);
-    return {
-        _mm256_add_epi64(_mm256_mul_epi32(p.im, _mm256_set1_epi64x(1 << kProductBits)), offset),
-        _mm256_add_epi64(_mm256_mul_epi32(p.re, _mm256_set1_epi64x(-(1 << kProductBits))), offset)};
+    return {_mm256_add_epi64(_mm256_mul_epi32(p.im, scale.up), offset),
+            _mm256_add_epi64(_mm256_mul_epi32(p.re, scale.down), offset)};
 }
 
 // x * w, rounded like twiddle(), for the same w = (wr, wi) in every lane.
@@ -335,33 +347,46 @@ SONVEL_LANES_TARGET inline void store_pairs(int32_t *const (&y)[4], int element,
     }
 }
 
-// R = 2: x[o + q N/8 + t N/2] (t = 0, 1) for the butterflies q = 0..3 (N/8 apart).
-template <bool Swap, int n>
-SONVEL_LANES_TARGET V first_pair(const int32_t *src, int q, Range &range, const __m128i g,
+// R = 2: x[o + q N/8 + t N/2] (t = 0, 1) for the butterflies q = 0..3 (N/8 apart), times
+// 2^rest with Rest, else without the guard bits.
+template <int n, bool Rest>
+SONVEL_LANES_TARGET V first_pair(const int32_t *src, int q, Range &range, const __m128i rest,
                                  V &diff) {
     const V a = range.add(load(src + 2 * (q * n / 8)));
     const V b = range.add(load(src + 2 * (q * n / 8 + n / 2)));
-    diff = _mm256_sll_epi32(_mm256_sub_epi32(a, b), g);
-    return _mm256_sll_epi32(_mm256_add_epi32(a, b), g);
+    diff = _mm256_sub_epi32(a, b);
+    const V sum = _mm256_add_epi32(a, b);
+    if constexpr (Rest) {
+        diff = _mm256_sll_epi32(diff, rest);
+        return _mm256_sll_epi32(sum, rest);
+    }
+    return sum;
 }
 
-template <bool Swap, int n>
-SONVEL_LANES_TARGET int first_stages2(const int32_t *src, int32_t *dst, const Layout &l,
-                                      const int32_t *tw, int guard) {
-    const __m128i g = _mm_cvtsi32_si128(guard);
+template <bool Swap, int n, bool Rest>
+SONVEL_LANES_TARGET int first_stages2_with(const int32_t *src, int32_t *dst, const Layout &l,
+                                           const int32_t *tw, int guard) {
+    const int scaled = Rest ? kMaxScaleBits : guard;
+    const __m128i g = _mm_cvtsi32_si128(scaled);
+    const __m128i rest = _mm_cvtsi32_si128(guard - scaled);
     Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
     // W_8^1 = (a, -a), W_8^2 = -j, W_8^3 = (-a, -a): q k = 1, 2, 3 (m = 2 words per q).
     const int32_t *w1 = tw + 2;
     const int32_t *w3 = tw + 2 * (2 * 2) + 2;
+    // The guard bits go into the scale of the widened values and -j d, into the 32-bit words only
+    // where the 45-degree twiddles read them; with Rest those beyond kMaxScaleBits into all sums.
+    const Scale scale = scale_by(scaled);
     for (int o = 0; o < n / 8; o += 4) {
         V e[4], d[4];  // outputs 0 and 1 of the radix-2 butterflies q
-        for (int q = 0; q < 4; ++q) e[q] = first_pair<Swap, n>(src + 2 * o, q, range, g, d[q]);
-        C4 a[4] = {widen_parts<Swap>(e[0]), widen_parts<Swap>(e[1]), widen_parts<Swap>(e[2]),
-                   widen_parts<Swap>(e[3])};
+        for (int q = 0; q < 4; ++q) e[q] = first_pair<n, Rest>(src + 2 * o, q, range, rest, d[q]);
+        C4 a[4] = {widen_parts<Swap>(e[0], scale), widen_parts<Swap>(e[1], scale),
+                   widen_parts<Swap>(e[2], scale), widen_parts<Swap>(e[3], scale)};
         V lo[4], hi[4];
         fused_butterfly<true>(a, lo);
-        C4 b[4] = {widen_parts<Swap>(d[0]), twiddle_diagonal<Swap, false>(d[1], w1),
-                   minus_j<Swap>(d[2]), twiddle_diagonal<Swap, true>(d[3], w3)};
+        C4 b[4] = {widen_parts<Swap>(d[0], scale),
+                   twiddle_diagonal<Swap, false>(_mm256_sll_epi32(d[1], g), w1),
+                   minus_j<Swap>(d[2], scale),
+                   twiddle_diagonal<Swap, true>(_mm256_sll_epi32(d[3], g), w3)};
         fused_butterfly<false>(b, hi);
         int32_t *const y[4] = {dst + 2 * l.firstOut[o / 4], dst + 2 * (l.firstOut[o / 4] + n / 4),
                                dst + 2 * (l.firstOut[o / 4] + n / 2),
@@ -369,6 +394,13 @@ SONVEL_LANES_TARGET int first_stages2(const int32_t *src, int32_t *dst, const La
         store_pairs(y, 0, 2, lo, hi);
     }
     return range.headroom();
+}
+
+template <bool Swap, int n>
+SONVEL_LANES_TARGET int first_stages2(const int32_t *src, int32_t *dst, const Layout &l,
+                                      const int32_t *tw, int guard) {
+    return guard > kMaxScaleBits ? first_stages2_with<Swap, n, true>(src, dst, l, tw, guard)
+                                 : first_stages2_with<Swap, n, false>(src, dst, l, tw, guard);
 }
 
 // R = 4: the four-point DFTs of x[o + q N/16 + t N/4] (t = 0..3) for q = 0..3, times 2^guard.
@@ -396,6 +428,7 @@ SONVEL_LANES_TARGET int first_stages4(const int32_t *src, int32_t *dst, const La
                                       const int32_t *tw, int guard) {
     const __m128i g = _mm_cvtsi32_si128(guard);
     Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
+    const Scale scale = scale_by(0);
     // W_16^{qk} sits at tw + 2 ((q - 1) 4 + k); W_16^2 = (a, -a), W_16^4 = -j, W_16^6 = (-a, -a).
     const auto w = [tw](int q, int k) { return tw + 2 * ((q - 1) * 4 + k); };
     for (int o = 0; o < n / 16; o += 4) {
@@ -405,18 +438,19 @@ SONVEL_LANES_TARGET int first_stages4(const int32_t *src, int32_t *dst, const La
                                 dst + 2 * (l.firstOut[o / 4] + n / 2),
                                 dst + 2 * (l.firstOut[o / 4] + 3 * n / 4)};
         V lo[4], hi[4];
-        C4 a0[4] = {widen_parts<Swap>(y[0][0]), widen_parts<Swap>(y[1][0]),
-                    widen_parts<Swap>(y[2][0]), widen_parts<Swap>(y[3][0])};
+        C4 a0[4] = {widen_parts<Swap>(y[0][0], scale), widen_parts<Swap>(y[1][0], scale),
+                    widen_parts<Swap>(y[2][0], scale), widen_parts<Swap>(y[3][0], scale)};
         fused_butterfly<true>(a0, lo);
-        C4 a1[4] = {widen_parts<Swap>(y[0][1]), twiddle_all<Swap>(y[1][1], w(1, 1)),
+        C4 a1[4] = {widen_parts<Swap>(y[0][1], scale), twiddle_all<Swap>(y[1][1], w(1, 1)),
                     twiddle_diagonal<Swap, false>(y[2][1], w(2, 1)),
                     twiddle_all<Swap>(y[3][1], w(3, 1))};
         fused_butterfly<false>(a1, hi);
         store_pairs(at, 0, 4, lo, hi);
-        C4 a2[4] = {widen_parts<Swap>(y[0][2]), twiddle_diagonal<Swap, false>(y[1][2], w(1, 2)),
-                    minus_j<Swap>(y[2][2]), twiddle_diagonal<Swap, true>(y[3][2], w(3, 2))};
+        C4 a2[4] = {widen_parts<Swap>(y[0][2], scale),
+                    twiddle_diagonal<Swap, false>(y[1][2], w(1, 2)), minus_j<Swap>(y[2][2], scale),
+                    twiddle_diagonal<Swap, true>(y[3][2], w(3, 2))};
         fused_butterfly<false>(a2, lo);
-        C4 a3[4] = {widen_parts<Swap>(y[0][3]), twiddle_all<Swap>(y[1][3], w(1, 3)),
+        C4 a3[4] = {widen_parts<Swap>(y[0][3], scale), twiddle_all<Swap>(y[1][3], w(1, 3)),
                     twiddle_diagonal<Swap, true>(y[2][3], w(2, 3)),
                     twiddle_all<Swap>(y[3][3], w(3, 3))};
         fused_butterfly<false>(a3, hi);
