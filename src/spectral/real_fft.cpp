@@ -18,33 +18,37 @@ namespace {
 constexpr int32_t kMaxLen = 256;
 constexpr int32_t kBadLength = -1;
 
-// Lengths the work arrays hold, whole vector steps of 8 samples, and, behind a prepared plan of
-// this library, the plan's own length (a shorter block would leave words of the transform's input
-// unset, a longer one read words of its output that it never wrote).
-bool valid_length(int32_t n, const void *plan) {
-    if (n < 8 || n > kMaxLen || n % 8 != 0) return false;
-    const sonvel::fft::Plan *p = sonvel::fft::prepared(plan);
-    return p == nullptr || p->n == n;
-}
-
 // The vector loops run on every aarch64 core; on x86-64 only behind this library's own prepared
 // plan that found AVX2 (a plan area of another transform service takes the portable loops).
-bool vector_loops(const void *plan, int32_t n) {
+bool vector_loops(const sonvel::fft::Plan *p, int32_t n) {
 #if SONVEL_HAS_LANES
     if (n % (2 * ln::kLanes) != 0) return false;  // the lane loops take whole pairs of registers
 #else
     (void)n;
 #endif
 #if defined(__aarch64__)
-    (void)plan;
+    (void)p;
     return true;
 #elif defined(__x86_64__)
-    const sonvel::fft::Plan *p = sonvel::fft::prepared(plan);
     return p != nullptr && p->vectorised == 1;
 #else
-    (void)plan;
+    (void)p;
     return false;
 #endif
+}
+
+// The pair's loops for a block of n words behind plan (in the lane self-check's terms: under the
+// check, the words of buf and the status from the lane loops against those from the portable
+// ones), or false for a length the work arrays cannot hold (whole vector steps of 8 samples up to
+// kMaxLen) or, behind a prepared plan of this library, other than the plan's own: a shorter block
+// would leave words of the transform's input unset, a longer one read words of its output that it
+// never wrote.
+bool pair_isa(const void *plan, int32_t n, sp::Isa *isa) {
+    if (n < 8 || n > kMaxLen || n % 8 != 0) return false;
+    const sonvel::fft::Plan *p = sonvel::fft::prepared(plan);
+    if (p != nullptr && p->n != n) return false;
+    *isa = vector_loops(p, n) ? sp::Isa::kVector : sp::Isa::kPortable;
+    return true;
 }
 
 // -x saturated: -2^31 gives 2^31 - 1.
@@ -199,20 +203,14 @@ namespace {
     return status;
 }
 
-// The pair's choice in the lane self-check's terms: under the check, the words of buf and the
-// status from the lane loops against those from the portable ones.
-sp::Isa pair_isa(const void *plan, int32_t n) {
-    return vector_loops(plan, n) ? sp::Isa::kVector : sp::Isa::kPortable;
-}
-
 }  // namespace
 
 // Real block buf[0..n-1] -> packed half spectrum buf[0..n+1], unscaled. Returns the service's
 // status (buf untouched unless it is 0), or -1 for a length the work arrays cannot hold or that
 // is not the plan's (buf untouched).
 extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const void *plan) {
-    if (!valid_length(n, plan)) return kBadLength;
-    const sp::Isa isa = pair_isa(plan, n);
+    sp::Isa isa;
+    if (!pair_isa(plan, n, &isa)) return kBadLength;
     int32_t status = 0;
     if (sp::lanes_checked(isa, {{buf, 4u * static_cast<size_t>(n + 2)}, {&status, sizeof status}},
                           [&](sp::Isa i) { status = forward_pair(buf, n, plan, sp::lanes_on(i)); }))
@@ -223,8 +221,8 @@ extern "C" SONVEL_API int32_t Sonvel_AEC_Realfft(int32_t *buf, int32_t n, const 
 // Packed half spectrum buf[0..n+1] -> real block buf[0..n-1] (the inverse divides by N);
 // buf[n], buf[n+1] keep their values. Returns the service's status, or -1 as above.
 extern "C" SONVEL_API int32_t Sonvel_AEC_Realifft(int32_t *buf, int32_t n, const void *plan) {
-    if (!valid_length(n, plan)) return kBadLength;
-    const sp::Isa isa = pair_isa(plan, n);
+    sp::Isa isa;
+    if (!pair_isa(plan, n, &isa)) return kBadLength;
     int32_t status = 0;
     if (sp::lanes_checked(isa, {{buf, 4u * static_cast<size_t>(n + 2)}, {&status, sizeof status}},
                           [&](sp::Isa i) { status = inverse_pair(buf, n, plan, sp::lanes_on(i)); }))
