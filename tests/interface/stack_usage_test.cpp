@@ -24,8 +24,9 @@ constexpr size_t kBound = 16 * 1024;
 #endif
 #if SONVEL_CHECK_LANES
 // The lane self-check adds its copy of a checked call's outputs and the frame of the call's
-// re-entry; the copy is the part that grows with the outputs.
-constexpr size_t kCheckBound = kBound + sp::kLaneCheckBytes;
+// re-entry, once per level of checked calls: the real FFT pair's check holds its copy while the
+// service's checked real-data steps run inside it.
+constexpr size_t kCheckBound = kBound + 2 * sp::kLaneCheckBytes;
 #else
 constexpr size_t kCheckBound = kBound;
 #endif
