@@ -167,6 +167,7 @@ SONVEL_LANES_TARGET int common_q(const int32_t *g, const int32_t *qg, int words,
     const I32 cap = ln::dup(*q);
     I32 low = cap;
     int w = 0;
+#pragma GCC unroll 4
     for (; w + ln::kLanes <= words; w += ln::kLanes) {
         low = ln::min(low, ln::if_zero(ln::load(g + w), cap, ln::load(qg + w)));
     }
@@ -188,6 +189,7 @@ SONVEL_LANES_TARGET inline void align_to_q_step(int32_t *g, const int32_t *qg, I
 SONVEL_LANES_TARGET int align_to_q(int32_t *g, const int32_t *qg, int words, int q) {
     const I32 qv = ln::dup(q);
     int w = 0;
+#pragma GCC unroll 4
     for (; w + ln::kLanes <= words; w += ln::kLanes) {
         align_to_q_step<false>(g + w, qg + w, qv, lanes_from(0));
     }
@@ -211,6 +213,7 @@ SONVEL_LANES_TARGET inline void accumulate_step(int32_t *w, const int32_t *phi, 
 template <bool kLeft>
 SONVEL_LANES_TARGET int accumulate(int32_t *w, const int32_t *phi, int words, int c) {
     int i = 0;
+#pragma GCC unroll 4
     for (; i + ln::kLanes <= words; i += ln::kLanes) {
         accumulate_step<false, kLeft>(w + i, phi + i, c, lanes_from(0));
     }
@@ -256,6 +259,7 @@ SONVEL_LANES_TARGET int estimate_and_error(int32_t *y, const int16_t *near, int 
 SONVEL_LANES_TARGET int widen_shifted(const int16_t *x, int count, int s, int32_t *f) {
     const I32 c = ln::dup(s);
     int i = 0;
+#pragma GCC unroll 4
     for (; i + ln::kLanes <= count; i += ln::kLanes) {
         ln::store(f + i, ln::shift_wrap(ln::load16(x + i), c));
     }
@@ -266,6 +270,7 @@ SONVEL_LANES_TARGET int widen_shifted(const int16_t *x, int count, int s, int32_
 SONVEL_LANES_TARGET int sum_squares(const int16_t *x, int n, int64_t *sum) {
     ln::Acc64 acc = ln::acc64_zero();
     int i = 0;
+#pragma GCC unroll 4
     for (; i + ln::kLanes <= n; i += ln::kLanes) {
         const I32 v = ln::load16(x + i);
         acc = ln::acc64_add(acc, ln::mul_lo(v, v));

@@ -90,6 +90,7 @@ namespace {
 
 // dst[0..words-1] = src[0..words-1] for a multiple of 2 kLanes words.
 SONVEL_LANES_TARGET void copy_words(int32_t *dst, const int32_t *src, int32_t words) {
+#pragma GCC unroll 4
     for (int32_t i = 0; i < words; i += 2 * ln::kLanes) {
         const ln::I32 a = ln::load(src + i), b = ln::load(src + i + ln::kLanes);
         ln::store(dst + i, a);
@@ -99,6 +100,7 @@ SONVEL_LANES_TARGET void copy_words(int32_t *dst, const int32_t *src, int32_t wo
 
 // c[2i], c[2i + 1] = buf[i], 0 for all n samples (a multiple of 2 kLanes).
 SONVEL_LANES_TARGET void real_to_complex(const int32_t *buf, int32_t *c, int32_t n) {
+#pragma GCC unroll 4
     for (int32_t i = 0; i < n; i += 2 * ln::kLanes) {
         ln::store_real_bins(c + 2 * i, buf + i);
         ln::store_real_bins(c + 2 * i + 2 * ln::kLanes, buf + i + ln::kLanes);
@@ -118,6 +120,7 @@ SONVEL_LANES_TARGET void conjugate_symmetric(const int32_t *buf, int32_t *c, int
     const ln::I32 first = ln::load(buf + 2 * kBins);
     ln::store(c + 2 * kBins, first);
     ln::store(c + 2 * (n - 2 * kBins + 1), ln::conj_reverse_pairs(first));
+#pragma GCC unroll 4
     for (int32_t k = 2 * kBins; k < n / 2; k += 2 * kBins) {
         const ln::I32 a = ln::load(buf + 2 * k), b = ln::load(buf + 2 * k + ln::kLanes);
         ln::store(c + 2 * k, a);
@@ -130,6 +133,7 @@ SONVEL_LANES_TARGET void conjugate_symmetric(const int32_t *buf, int32_t *c, int
 
 // buf[i] = c[2i], the real parts of all n samples (a multiple of 2 kLanes).
 SONVEL_LANES_TARGET void real_parts(const int32_t *c, int32_t *buf, int32_t n) {
+#pragma GCC unroll 4
     for (int32_t i = 0; i < n; i += 2 * ln::kLanes) {
         ln::store(buf + i, ln::load_bins(c + 2 * i).re);
         ln::store(buf + i + ln::kLanes, ln::load_bins(c + 2 * i + 2 * ln::kLanes).re);

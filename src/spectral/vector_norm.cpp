@@ -37,6 +37,7 @@ SONVEL_LANES_TARGET inline int32_t shift_words(int32_t *v, int32_t n, int c) {
     if (n < ln::kLanes) return 0;
     const ln::I32 last = ln::load(v + n - ln::kLanes);
     int32_t i = 0;
+#pragma GCC unroll 8
     for (; i + 2 * ln::kLanes <= n; i += 2 * ln::kLanes) {
         const ln::I32 a = ln::load(v + i), b = ln::load(v + i + ln::kLanes);
         ln::store(v + i, shifted<Left>(a, c));
@@ -55,6 +56,7 @@ SONVEL_LANES_TARGET int32_t magnitude_bits(const int32_t *v, int32_t n, uint32_t
     ln::I32 lo = ln::load(v + n - ln::kLanes);
     ln::I32 hi = lo;
     int32_t i = 0;
+#pragma GCC unroll 8
     for (; i + 2 * ln::kLanes <= n; i += 2 * ln::kLanes) {
         const ln::I32 a = ln::load(v + i), b = ln::load(v + i + ln::kLanes);
         lo = ln::min(lo, ln::min(a, b));

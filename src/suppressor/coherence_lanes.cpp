@@ -105,6 +105,7 @@ SONVEL_LANES_TARGET void rank_sort(const int16_t *v, int n, int16_t *sorted) {
     for (int s = 0; s < kRegs; ++s) {
         const ln::I16 idx = ln::load_i16(index + kS * s);
         const int end = kS * (s + 1) < n ? kS * (s + 1) : n;
+#pragma GCC unroll 4
         for (int i = kS * s; i < end; ++i) {
             const ln::I16 b = ln::dup_i16(v[i]);
 #pragma GCC unroll 8

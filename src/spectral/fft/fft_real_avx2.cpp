@@ -95,6 +95,7 @@ SONVEL_LANES_TARGET int pack_real(const int32_t *src, int32_t *z, int n) {
     V hi = _mm256_setzero_si256();
     V imag = _mm256_setzero_si256();
     // 32 words (16 complex values) per step; N is a multiple of 16.
+#pragma GCC unroll 4
     for (const int32_t *end = src + 2 * n; src != end; src += 32, z += 16) {
         const V w0 = load(src), w1 = load(src + 8), w2 = load(src + 16), w3 = load(src + 24);
         imag = _mm256_or_si256(imag,
@@ -200,6 +201,7 @@ SONVEL_LANES_TARGET inline V widened(const int32_t *p) {
 SONVEL_LANES_TARGET void unpack_real(const int32_t *z, int32_t *dst, int m) {
     // Pairs (re, im) of z become (re, 0, im, 0), each word widened without sign; from the front,
     // as the portable loop (M is a multiple of 8; every step reads its words before it stores).
+#pragma GCC unroll 4
     for (int t = 0; t < m; t += 8) {
         const V a = widened(z + 2 * t), b = widened(z + 2 * t + 4);
         const V c = widened(z + 2 * t + 8), d = widened(z + 2 * t + 12);
@@ -213,6 +215,7 @@ SONVEL_LANES_TARGET void unpack_real(const int32_t *z, int32_t *dst, int m) {
 SONVEL_LANES_TARGET void round_words(int32_t *v, int n, int k) {
     const V half = _mm256_set1_epi32(1 << (k - 1));
     const __m128i count = _mm_cvtsi32_si128(k);
+#pragma GCC unroll 4
     for (int32_t *end = v + n; v != end; v += 32) {
         for (int i = 0; i < 32; i += 8)
             store(v + i, _mm256_sra_epi32(_mm256_add_epi32(load(v + i), half), count));
