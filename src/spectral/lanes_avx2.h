@@ -34,6 +34,36 @@ struct Bins {
     I32 im;
 };
 
+// ---- Integer constants read from memory ----
+// The integer constants of the steps in loops short of registers sit in a table in memory
+// (spectral/lane_constants.cpp). Written in place, GCC 12's x86 tuning builds an integer constant
+// vector from a general register and, once the loop runs out of vector registers, rebuilds it at
+// every use: three instructions, where a constant in memory becomes the step's memory operand.
+// Float constants come from memory already.
+namespace detail {
+struct Splat {
+    alignas(32) int32_t v[8];
+};
+constexpr Splat splat(int32_t v) { return {{v, v, v, v, v, v, v, v}}; }
+struct Constants {
+    Splat sign;         // the float sign bit
+    Splat exponent;     // the float exponent field 0x7F800000
+    Splat recip_bias;   // 253 << 23
+    Splat rsqrt_bias;   // 380
+    Splat byte;         // 0xFF
+    Splat one;          // 1
+    Splat three;        // 3
+    Splat thirty_one;   // 31
+    Splat hr_bias;      // 157
+    Splat moderate_lo;  // 0x00FFFFFF: exponent field 2 less one
+    Splat moderate_hi;  // 0x7D800000: exponent field 251
+};
+extern const Constants kConstants;
+LN_FN __m256i constant(const Splat &k) {
+    return _mm256_load_si256(reinterpret_cast<const __m256i *>(k.v));
+}
+}  // namespace detail
+
 // ---- Loads, stores, constants (no alignment needed) ----
 
 LN_FN I32 load(const int32_t *p) { return _mm256_loadu_si256(reinterpret_cast<const I32 *>(p)); }
@@ -185,8 +215,9 @@ LN_FN bool any_negative(I32 v) { return _mm256_movemask_ps(_mm256_castsi256_ps(v
 LN_FN I32 hr_of_mag(I32 u) {
     u = _mm256_andnot_si256(_mm256_srli_epi32(u, 1), u);
     const I32 bits = _mm256_castps_si256(_mm256_cvtepi32_ps(u));
-    const I32 h = _mm256_sub_epi32(_mm256_set1_epi32(157), _mm256_srli_epi32(bits, 23));
-    return _mm256_min_epi32(h, _mm256_set1_epi32(31));
+    const I32 h =
+        _mm256_sub_epi32(detail::constant(detail::kConstants.hr_bias), _mm256_srli_epi32(bits, 23));
+    return _mm256_min_epi32(h, detail::constant(detail::kConstants.thirty_one));
 }
 LN_FN I32 hr(I32 x) { return hr_of_mag(mag(x)); }
 // The smaller fx::hr of a and b: that of the OR of their magnitudes.
@@ -268,17 +299,18 @@ namespace detail {
 // The byte at index i of an estimate table, per lane. The gather reads the aligned 32-bit word that
 // holds it (the tables' lengths are multiples of four, so the word is always inside the table).
 LN_FN __m256i table_byte(const uint8_t *table, __m256i i) {
-    const __m256i word = _mm256_i32gather_epi32(reinterpret_cast<const int *>(table),
-                                                _mm256_andnot_si256(_mm256_set1_epi32(3), i), 1);
-    const __m256i shift = _mm256_slli_epi32(_mm256_and_si256(i, _mm256_set1_epi32(3)), 3);
-    return _mm256_and_si256(_mm256_srlv_epi32(word, shift), _mm256_set1_epi32(0xFF));
+    const __m256i word =
+        _mm256_i32gather_epi32(reinterpret_cast<const int *>(table),
+                               _mm256_andnot_si256(constant(kConstants.three), i), 1);
+    const __m256i shift = _mm256_slli_epi32(_mm256_and_si256(i, constant(kConstants.three)), 3);
+    return _mm256_and_si256(_mm256_srlv_epi32(word, shift), constant(kConstants.byte));
 }
 
 // Exponent field 2..250 in every lane (sign ignored): u & 0x7FFFFFFF in [2^24, 251 * 2^23).
 LN_FN bool all_moderate(__m256i magnitude) {
     const __m256i ok =
-        _mm256_and_si256(_mm256_cmpgt_epi32(magnitude, _mm256_set1_epi32(0x00FFFFFF)),
-                         _mm256_cmpgt_epi32(_mm256_set1_epi32(0x7D800000), magnitude));
+        _mm256_and_si256(_mm256_cmpgt_epi32(magnitude, constant(kConstants.moderate_lo)),
+                         _mm256_cmpgt_epi32(constant(kConstants.moderate_hi), magnitude));
     return _mm256_movemask_epi8(ok) == -1;
 }
 
@@ -295,12 +327,13 @@ LN_FN __m256 lane_by_lane(__m256 x) {
 // sp::recip of lanes whose exponent field lies in 2..250 (as recip, without the check).
 LN_FN F32 recip_moderate(F32 x) {
     const __m256i u = _mm256_castps_si256(x);
-    const __m256i sign =
-        _mm256_and_si256(u, _mm256_set1_epi32(static_cast<int>(sp::detail::kSign)));
+    const __m256i sign = _mm256_and_si256(u, detail::constant(detail::kConstants.sign));
     // Estimate: exponent 253 - e, fraction from the table at the top 8 fraction bits.
-    const __m256i exponent = _mm256_sub_epi32(_mm256_set1_epi32(253 << 23),
-                                              _mm256_and_si256(u, _mm256_set1_epi32(0x7F800000)));
-    const __m256i index = _mm256_and_si256(_mm256_srli_epi32(u, 15), _mm256_set1_epi32(0xFF));
+    const __m256i exponent =
+        _mm256_sub_epi32(detail::constant(detail::kConstants.recip_bias),
+                         _mm256_and_si256(u, detail::constant(detail::kConstants.exponent)));
+    const __m256i index =
+        _mm256_and_si256(_mm256_srli_epi32(u, 15), detail::constant(detail::kConstants.byte));
     const __m256i fraction =
         _mm256_slli_epi32(detail::table_byte(sp::detail::kRecipEstimate.data(), index), 15);
     __m256 r = _mm256_castsi256_ps(_mm256_or_si256(_mm256_or_si256(sign, exponent), fraction));
@@ -311,8 +344,8 @@ LN_FN F32 recip_moderate(F32 x) {
 }
 // 1/x per lane, as sp::recip.
 LN_FN F32 recip(F32 x) {
-    const __m256i magnitude = _mm256_andnot_si256(
-        _mm256_set1_epi32(static_cast<int>(sp::detail::kSign)), _mm256_castps_si256(x));
+    const __m256i magnitude =
+        _mm256_andnot_si256(detail::constant(detail::kConstants.sign), _mm256_castps_si256(x));
     if (!detail::all_moderate(magnitude)) return detail::lane_by_lane<sp::recip>(x);
     return recip_moderate(x);
 }
@@ -323,13 +356,15 @@ LN_FN F32 rsqrt_moderate(F32 x) {
     // Estimate: exponent (380 - e) / 2; an even exponent indexes 1.f (top 8 fraction bits, upper
     // half of the table), an odd one 0.1f (top 7 fraction bits, lower half).
     const __m256i e = _mm256_srli_epi32(u, 23);
-    const __m256i odd = _mm256_and_si256(e, _mm256_set1_epi32(1));
-    const __m256i top8 = _mm256_and_si256(_mm256_srli_epi32(u, 15), _mm256_set1_epi32(0xFF));
-    const __m256i index =
-        _mm256_add_epi32(_mm256_srlv_epi32(top8, odd),
-                         _mm256_slli_epi32(_mm256_xor_si256(odd, _mm256_set1_epi32(1)), 7));
-    const __m256i exponent =
-        _mm256_slli_epi32(_mm256_srli_epi32(_mm256_sub_epi32(_mm256_set1_epi32(380), e), 1), 23);
+    const __m256i odd = _mm256_and_si256(e, detail::constant(detail::kConstants.one));
+    const __m256i top8 =
+        _mm256_and_si256(_mm256_srli_epi32(u, 15), detail::constant(detail::kConstants.byte));
+    const __m256i index = _mm256_add_epi32(
+        _mm256_srlv_epi32(top8, odd),
+        _mm256_slli_epi32(_mm256_xor_si256(odd, detail::constant(detail::kConstants.one)), 7));
+    const __m256i exponent = _mm256_slli_epi32(
+        _mm256_srli_epi32(_mm256_sub_epi32(detail::constant(detail::kConstants.rsqrt_bias), e), 1),
+        23);
     const __m256i fraction =
         _mm256_slli_epi32(detail::table_byte(sp::detail::kRsqrtEstimate.data(), index), 15);
     __m256 r = _mm256_castsi256_ps(_mm256_or_si256(exponent, fraction));
