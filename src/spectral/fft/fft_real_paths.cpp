@@ -138,7 +138,7 @@ namespace {
     // shifts it); Z 2^f on the stack, |Z 2^f| <= sqrt(2) 2^30 with the headroom.
     const int c = h - (p.order - 1);
     alignas(32) int32_t spectrum[kMaxN];
-    complex_transform(z, spectrum, p, p.half, c - f, false, kernels, -c);
+    complex_transform(z, spectrum, p, p.half, c - f, false, kernels, -c, h);
     const SinkRounded sink{dst, k};
     const int32_t *w = p.tw + p.splitOffset;
     // The vectorised split takes the results' bits from 64-bit lanes by logical shifts, which
@@ -208,8 +208,12 @@ namespace {
     if (!vec) {
         for (int i = 0; i < n; ++i) merged[i] = fx::rnd(wide.get(i), k);
     }
+    // Every word is a value below 2^(63 - r) in magnitude rounded by 2^-k, r the redundant sign
+    // bits of `bits`: at most 2^(63 - r - k), so r + k - 33 bits of headroom or more, which the
+    // choice of e makes at least log2 M - g.
+    const int known = std::min(__builtin_clrsbll(static_cast<int64_t>(bits)) + k - 33, 31);
     int32_t *z = dst + n;
-    complex_transform(merged, z, p, p.half, shift - 1 + e - g, true, kernels, g);
+    complex_transform(merged, z, p, p.half, shift - 1 + e - g, true, kernels, g, known);
     if constexpr (simd::kRealSteps) {
         if (vec) {
             simd::unpack_real(z, dst, m);

@@ -45,6 +45,9 @@ SONVEL_LANES_TARGET inline V times_minus_j(V d) {
 struct Range {
     V lo;
     V hi;
+    SONVEL_LANES_TARGET static Range start(int) {
+        return {_mm256_setzero_si256(), _mm256_setzero_si256()};
+    }
     SONVEL_LANES_TARGET V add(V x) {
         lo = _mm256_min_epi32(lo, x);
         hi = _mm256_max_epi32(hi, x);
@@ -59,6 +62,14 @@ struct Range {
         h = _mm_max_epi32(h, _mm_shuffle_epi32(h, 0xB1));
         return range_headroom(_mm_cvtsi128_si32(l), _mm_cvtsi128_si32(h));
     }
+};
+
+// In place of Range where the caller knows the input's headroom: the words are not looked at.
+struct KnownRange {
+    int h;
+    static KnownRange start(int known) { return {known}; }
+    SONVEL_LANES_TARGET static V add(V x) { return x; }
+    int headroom() const { return h; }
 };
 
 // ---- Radix-4 stages: 64-bit lanes, one complex value per lane. ----
@@ -349,9 +360,8 @@ SONVEL_LANES_TARGET inline void store_pairs(int32_t *const (&y)[4], int element,
 
 // R = 2: x[o + q N/8 + t N/2] (t = 0, 1) for the butterflies q = 0..3 (N/8 apart), times
 // 2^rest with Rest, else without the guard bits.
-template <int n, bool Rest>
-SONVEL_LANES_TARGET V first_pair(const int32_t *src, int q, Range &range, const __m128i rest,
-                                 V &diff) {
+template <int n, bool Rest, class R>
+SONVEL_LANES_TARGET V first_pair(const int32_t *src, int q, R &range, const __m128i rest, V &diff) {
     const V a = range.add(load(src + 2 * (q * n / 8)));
     const V b = range.add(load(src + 2 * (q * n / 8 + n / 2)));
     diff = _mm256_sub_epi32(a, b);
@@ -363,13 +373,13 @@ SONVEL_LANES_TARGET V first_pair(const int32_t *src, int q, Range &range, const 
     return sum;
 }
 
-template <bool Swap, int n, bool Rest>
+template <bool Swap, int n, bool Rest, class R>
 SONVEL_LANES_TARGET int first_stages2_with(const int32_t *src, int32_t *dst, const Layout &l,
-                                           const int32_t *tw, int guard) {
+                                           const int32_t *tw, int guard, int known) {
     const int scaled = Rest ? kMaxScaleBits : guard;
     const __m128i g = _mm_cvtsi32_si128(scaled);
     const __m128i rest = _mm_cvtsi32_si128(guard - scaled);
-    Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
+    R range = R::start(known);
     // W_8^1 = (a, -a), W_8^2 = -j, W_8^3 = (-a, -a): q k = 1, 2, 3 (m = 2 words per q).
     const int32_t *w1 = tw + 2;
     const int32_t *w3 = tw + 2 * (2 * 2) + 2;
@@ -396,17 +406,18 @@ SONVEL_LANES_TARGET int first_stages2_with(const int32_t *src, int32_t *dst, con
     return range.headroom();
 }
 
-template <bool Swap, int n>
+template <bool Swap, int n, class R>
 SONVEL_LANES_TARGET int first_stages2(const int32_t *src, int32_t *dst, const Layout &l,
-                                      const int32_t *tw, int guard) {
-    return guard > kMaxScaleBits ? first_stages2_with<Swap, n, true>(src, dst, l, tw, guard)
-                                 : first_stages2_with<Swap, n, false>(src, dst, l, tw, guard);
+                                      const int32_t *tw, int guard, int known) {
+    return guard > kMaxScaleBits
+               ? first_stages2_with<Swap, n, true, R>(src, dst, l, tw, guard, known)
+               : first_stages2_with<Swap, n, false, R>(src, dst, l, tw, guard, known);
 }
 
 // R = 4: the four-point DFTs of x[o + q N/16 + t N/4] (t = 0..3) for q = 0..3, times 2^guard.
 // With Swap the lanes hold (im, re) of the transform's input: -j becomes +j on them.
-template <bool Swap, int n>
-SONVEL_LANES_TARGET void first_quad(const int32_t *src, int q, Range &range, const __m128i g,
+template <bool Swap, int n, class R>
+SONVEL_LANES_TARGET void first_quad(const int32_t *src, int q, R &range, const __m128i g,
                                     V (&y)[4]) {
     V x[4];
     for (int t = 0; t < 4; ++t) x[t] = range.add(load(src + 2 * (q * n / 16 + t * n / 4)));
@@ -423,11 +434,11 @@ SONVEL_LANES_TARGET void first_quad(const int32_t *src, int q, Range &range, con
     y[3] = _mm256_sll_epi32(_mm256_sub_epi32(d02, u), g);
 }
 
-template <bool Swap, int n>
+template <bool Swap, int n, class R>
 SONVEL_LANES_TARGET int first_stages4(const int32_t *src, int32_t *dst, const Layout &l,
-                                      const int32_t *tw, int guard) {
+                                      const int32_t *tw, int guard, int known) {
     const __m128i g = _mm_cvtsi32_si128(guard);
-    Range range{_mm256_setzero_si256(), _mm256_setzero_si256()};
+    R range = R::start(known);
     const Scale scale = scale_by(0);
     // W_16^{qk} sits at tw + 2 ((q - 1) 4 + k); W_16^2 = (a, -a), W_16^4 = -j, W_16^6 = (-a, -a).
     const auto w = [tw](int q, int k) { return tw + 2 * ((q - 1) * 4 + k); };
@@ -469,15 +480,20 @@ SONVEL_LANES_TARGET void stage(int32_t *d, const Plan &p, const Layout &l, int s
 }  // namespace
 
 SONVEL_LANES_TARGET int first_stages(const int32_t *src, int32_t *dst, const Plan &p,
-                                     const Layout &l, int guard, bool swap) {
+                                     const Layout &l, int guard, bool swap, int known) {
     const int32_t *tw = p.tw + l.twOffset[1];
-    return with_length(l, swap, [&](auto n, auto sw) {
-        if constexpr (n == 128) {
-            return first_stages2<sw, n>(src, dst, l, tw, guard);
-        } else {
-            return first_stages4<sw, n>(src, dst, l, tw, guard);
-        }
-    });
+    const auto run = [&](auto tag) {
+        using R = typename decltype(tag)::type;
+        return with_length(l, swap, [&](auto n, auto sw) {
+            if constexpr (n == 128) {
+                return first_stages2<sw, n, R>(src, dst, l, tw, guard, known);
+            } else {
+                return first_stages4<sw, n, R>(src, dst, l, tw, guard, known);
+            }
+        });
+    };
+    if (known >= 0) return run(std::type_identity<KnownRange>{});
+    return run(std::type_identity<Range>{});
 }
 
 SONVEL_LANES_TARGET void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {
@@ -520,7 +536,9 @@ SONVEL_LANES_TARGET void last_stage(int32_t *d, const Plan &p, const Layout &l, 
 
 namespace sonvel::fft::simd {
 
-int first_stages(const int32_t *, int32_t *, const Plan &, const Layout &, int, bool) { return 0; }
+int first_stages(const int32_t *, int32_t *, const Plan &, const Layout &, int, bool, int) {
+    return 0;
+}
 void middle_stage(int32_t *, const Plan &, const Layout &, int) {}
 void last_stage(int32_t *, const Plan &, const Layout &, int, bool, bool) {}
 

@@ -10,6 +10,8 @@
 
 #include <arm_neon.h>
 
+#include <type_traits>
+
 namespace sonvel::fft::simd {
 namespace {
 
@@ -24,12 +26,21 @@ struct Range {
         hi = vmaxq_s32(hi, vmaxq_s32(x.val[0], x.val[1]));
     }
     int headroom() const { return range_headroom(vminvq_s32(lo), vmaxvq_s32(hi)); }
+    static Range start(int) { return {}; }
+};
+
+// In place of Range where the caller knows the input's headroom: the words are not looked at.
+struct KnownRange {
+    int h;
+    static KnownRange start(int known) { return {known}; }
+    static void add(int32x4x2_t) {}
+    int headroom() const { return h; }
 };
 
 // Four complex values from p as separate re and im lanes (exchanged with Swap), times 2^guard;
 // their range joins `range`.
-template <bool Swap>
-inline int32x4x2_t load4(const int32_t *p, int32x4_t guard, Range &range) {
+template <bool Swap, class R>
+inline int32x4x2_t load4(const int32_t *p, int32x4_t guard, R &range) {
     const int32x4x2_t x = vld2q_s32(p);
     range.add(x);
     const int32x4_t re = vshlq_s32(Swap ? x.val[1] : x.val[0], guard);
@@ -232,10 +243,11 @@ struct Blocks {
     }
 };
 
-template <bool Swap, int n>
-int first_stages2(const int32_t *src, int32_t *dst, const Layout &l, const int32_t *tw, int guard) {
+template <bool Swap, int n, class R>
+int first_stages2(const int32_t *src, int32_t *dst, const Layout &l, const int32_t *tw, int guard,
+                  int known) {
     const int32x4_t g = vdupq_n_s32(guard);
-    Range range;
+    R range = R::start(known);
     // W_8^1 = (a, -a), W_8^2 = -j, W_8^3 = (-a, -a): q k = 1, 2, 3 (m = 2 words per q).
     const int32_t *w1 = tw + 2;
     const int32_t *w3 = tw + 2 * (2 * 2) + 2;
@@ -259,8 +271,8 @@ int first_stages2(const int32_t *src, int32_t *dst, const Layout &l, const int32
 }
 
 // The four-point DFTs of x[o + q N/16 + t N/4] (t = 0..3) for q = 0..3, times 2^guard.
-template <bool Swap, int n>
-void first_quad(const int32_t *src, int q, int32x4_t g, Range &range, int32x4x2_t (&y)[4]) {
+template <bool Swap, int n, class R>
+void first_quad(const int32_t *src, int q, int32x4_t g, R &range, int32x4x2_t (&y)[4]) {
     int32x4x2_t x[4];
     for (int t = 0; t < 4; ++t) x[t] = load4<Swap>(src + 2 * (q * n / 16 + t * n / 4), g, range);
     const int32x4_t s02r = vaddq_s32(x[0].val[0], x[2].val[0]);
@@ -277,10 +289,11 @@ void first_quad(const int32_t *src, int q, int32x4_t g, Range &range, int32x4x2_
     y[3] = {{vsubq_s32(d02r, d13i), vaddq_s32(d02i, d13r)}};
 }
 
-template <bool Swap, int n>
-int first_stages4(const int32_t *src, int32_t *dst, const Layout &l, const int32_t *tw, int guard) {
+template <bool Swap, int n, class R>
+int first_stages4(const int32_t *src, int32_t *dst, const Layout &l, const int32_t *tw, int guard,
+                  int known) {
     const int32x4_t g = vdupq_n_s32(guard);
-    Range range;
+    R range = R::start(known);
     // W_16^{qk} sits at tw + 2 ((q - 1) 4 + k); W_16^2 = (a, -a), W_16^4 = -j, W_16^6 = (-a, -a).
     const auto w = [tw](int q, int k) { return tw + 2 * ((q - 1) * 4 + k); };
     for (int o = 0; o < n / 16; o += 4) {
@@ -308,15 +321,20 @@ int first_stages4(const int32_t *src, int32_t *dst, const Layout &l, const int32
 }  // namespace
 
 int first_stages(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int guard,
-                 bool swap) {
+                 bool swap, int known) {
     const int32_t *tw = p.tw + l.twOffset[1];
-    return with_length(l, swap, [&](auto n, auto sw) {
-        if constexpr (n == 128) {
-            return first_stages2<sw, n>(src, dst, l, tw, guard);
-        } else {
-            return first_stages4<sw, n>(src, dst, l, tw, guard);
-        }
-    });
+    const auto run = [&](auto tag) {
+        using R = typename decltype(tag)::type;
+        return with_length(l, swap, [&](auto n, auto sw) {
+            if constexpr (n == 128) {
+                return first_stages2<sw, n, R>(src, dst, l, tw, guard, known);
+            } else {
+                return first_stages4<sw, n, R>(src, dst, l, tw, guard, known);
+            }
+        });
+    };
+    if (known >= 0) return run(std::type_identity<KnownRange>{});
+    return run(std::type_identity<Range>{});
 }
 
 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {

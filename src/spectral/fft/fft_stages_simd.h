@@ -48,11 +48,12 @@ inline void with_stage(const Layout &l, int s, bool swap, F &&f) {
 
 // The first two stages (the radix-2 or radix-4 one and radix-4 stage 1) from src (re / im
 // exchanged with swap) into dst, the first one with guard >= 0 guard bits; returns the common
-// headroom of the 2N words of src, which they read anyway. The results are those of the portable
-// stages only when it is at least log2 N; otherwise dst holds garbage (no undefined behaviour:
-// the shifts and sums wrap on the vector lanes) and must be rewritten.
+// headroom of the 2N words of src, which they read anyway, or known (>= 0) without looking when
+// the caller knows a lower bound of it. The results are those of the portable stages only when
+// the headroom is at least log2 N; otherwise dst holds garbage (no undefined behaviour: the
+// shifts and sums wrap on the vector lanes) and must be rewritten.
 int first_stages(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int guard,
-                 bool swap);
+                 bool swap, int known);
 
 // Radix-4 stage s (2 .. l.stages - 2) in place; results rounded by 2^-(kProductBits + 2), not
 // clamped (with the headroom they fit).

@@ -146,15 +146,16 @@ void stages(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, in
 }
 
 // The vectorised stages for an input with headroom when the processor has them and the last
-// stage's rounding shift suits them; false when the portable stages must run.
+// stage's rounding shift suits them; false when the portable stages must run. known: as for
+// complex_transform.
 bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int shift,
-                bool swap, int pre) {
+                bool swap, int pre, int known) {
     const int guard = l.order - 1;
     const int last = kProductBits + guard - len_bits(l, l.stages - 2) + shift;
     if (!p.vectorised || last < 1 || last > 31) return false;
-    // The first stages find the headroom while they read the input; without enough of it the
-    // portable stages rewrite all of dst.
-    const int h = simd::first_stages(src, dst, p, l, guard - len_bits(l, 0) - pre, swap);
+    // The first stages find the headroom while they read the input (unless the caller knows it);
+    // without enough of it the portable stages rewrite all of dst.
+    const int h = simd::first_stages(src, dst, p, l, guard - len_bits(l, 0) - pre, swap, known);
     if (h < l.order - pre) return false;
     for (int s = 2; s < l.stages - 1; ++s) simd::middle_stage(dst, p, l, s);
     // The words of src are at most 2^(31-h) in magnitude, so the exact result DFT(src 2^-pre)
@@ -162,7 +163,7 @@ bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l
     // h + pre + shift > l.order on that is sqrt(2) 2^30 or less, and the roundings of the stages
     // (a few units of the result's last place) cannot take a part beyond the 32-bit range: the
     // clamp would never act and is left out. (The real-data paths' half-length transforms are
-    // such cases.)
+    // such cases.) A lower bound h serves as well: at worst the clamp stays, with the same bits.
     simd::last_stage(dst, p, l, last, swap, h + pre + shift > l.order);
     return true;
 }
@@ -170,9 +171,9 @@ bool vectorised(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l
 // dst = DFT(src) * 2^-shift; with Swap the re / im parts of input and output are exchanged,
 // which turns the forward kernel into the unscaled inverse.
 template <bool Swap>
-void transform(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int shift,
-               int pre) {
-    if (headroom(src, l.n) >= l.order - pre) {
+void transform(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int shift, int pre,
+               int known) {
+    if ((known >= 0 ? known : headroom(src, l.n)) >= l.order - pre) {
         stages<Swap, false>(src, dst, p, l, l.order - 1, shift, pre);
     } else {
         stages<Swap, true>(src, dst, p, l, 0, shift + pre, 0);
@@ -209,12 +210,14 @@ int clamp_shift(int64_t s) { return static_cast<int>(s > 64 ? 64 : (s < -65 ? -6
 int first_guard(const Layout &l) { return l.order - 1 - len_bits(l, 0); }
 
 void complex_transform(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int shift,
-                       bool inverse, Kernels kernels, int pre) {
-    if (kernels == Kernels::Best && vectorised(src, dst, p, l, shift, inverse, pre)) return;
+                       bool inverse, Kernels kernels, int pre, int known) {
+    // A bound below what the stages need says nothing: the input is looked at.
+    if (known < l.order - pre) known = -1;
+    if (kernels == Kernels::Best && vectorised(src, dst, p, l, shift, inverse, pre, known)) return;
     if (inverse) {
-        transform<true>(src, dst, p, l, shift, pre);
+        transform<true>(src, dst, p, l, shift, pre, known);
     } else {
-        transform<false>(src, dst, p, l, shift, pre);
+        transform<false>(src, dst, p, l, shift, pre, known);
     }
 }
 

@@ -15,9 +15,11 @@ enum class Kernels { Portable, Best };
 // unscaled inverse DFT). pre (at most first_guard(l)) counts guard bits of the first stage that
 // the input already carries: with log2 n - pre bits of headroom it is transformed as precisely
 // as src 2^-pre with log2 n bits, its low bits kept; a negative pre has the first stage shift
-// the input up by -pre more bits (one with log2 n - pre bits of headroom).
+// the input up by -pre more bits (one with log2 n - pre bits of headroom). known >= 0 is a
+// lower bound of src's common headroom that the caller has already found; one of at least
+// log2 n - pre spares the stages their look at the input (the results are the same).
 void complex_transform(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int shift,
-                       bool inverse, Kernels kernels, int pre = 0);
+                       bool inverse, Kernels kernels, int pre = 0, int known = -1);
 
 // Guard bits the first stage gives an input with log2 n bits of headroom.
 int first_guard(const Layout &l);
