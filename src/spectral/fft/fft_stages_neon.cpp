@@ -10,8 +10,6 @@
 
 #include <arm_neon.h>
 
-#include <type_traits>
-
 namespace sonvel::fft::simd {
 namespace {
 
@@ -323,18 +321,13 @@ int first_stages4(const int32_t *src, int32_t *dst, const Layout &l, const int32
 int first_stages(const int32_t *src, int32_t *dst, const Plan &p, const Layout &l, int guard,
                  bool swap, int known) {
     const int32_t *tw = p.tw + l.twOffset[1];
-    const auto run = [&](auto tag) {
-        using R = typename decltype(tag)::type;
-        return with_length(l, swap, [&](auto n, auto sw) {
-            if constexpr (n == 128) {
-                return first_stages2<sw, n, R>(src, dst, l, tw, guard, known);
-            } else {
-                return first_stages4<sw, n, R>(src, dst, l, tw, guard, known);
-            }
-        });
-    };
-    if (known >= 0) return run(std::type_identity<KnownRange>{});
-    return run(std::type_identity<Range>{});
+    return with_first_stages<Range, KnownRange>(l, swap, known, [&](auto n, auto sw, auto range) {
+        if constexpr (n == 128) {
+            return first_stages2<sw, n, decltype(range)>(src, dst, l, tw, guard, known);
+        } else {
+            return first_stages4<sw, n, decltype(range)>(src, dst, l, tw, guard, known);
+        }
+    });
 }
 
 void middle_stage(int32_t *d, const Plan &p, const Layout &l, int s) {
