@@ -199,8 +199,8 @@ namespace {
         for (int i = 2; i < n; ++i) bits |= magnitude_bits64(wide.get(i));
     }
     const int g = first_guard(p.half);
-    const int e = std::min(__builtin_clrsbll(static_cast<int64_t>(bits)) - 28 - (p.order - 1 - g),
-                           kProductBits);
+    const int r = __builtin_clrsbll(static_cast<int64_t>(bits));  // redundant sign bits
+    const int e = std::min(r - 28 - (p.order - 1 - g), kProductBits);
     const int k = 1 + kProductBits - e;
     if constexpr (simd::kRealSteps) {
         if (vec) simd::round_words(merged, n, k);
@@ -208,10 +208,9 @@ namespace {
     if (!vec) {
         for (int i = 0; i < n; ++i) merged[i] = fx::rnd(wide.get(i), k);
     }
-    // Every word is a value below 2^(63 - r) in magnitude rounded by 2^-k, r the redundant sign
-    // bits of `bits`: at most 2^(63 - r - k), so r + k - 33 bits of headroom or more, which the
-    // choice of e makes at least log2 M - g.
-    const int known = std::min(__builtin_clrsbll(static_cast<int64_t>(bits)) + k - 33, 31);
+    // Every word is a value below 2^(63 - r) in magnitude rounded by 2^-k: at most 2^(63 - r - k),
+    // so r + k - 33 bits of headroom or more, which the choice of e makes at least log2 M - g.
+    const int known = std::min(r + k - 33, 31);
     int32_t *z = dst + n;
     complex_transform(merged, z, p, p.half, shift - 1 + e - g, true, kernels, g, known);
     if constexpr (simd::kRealSteps) {
