@@ -483,10 +483,11 @@ SONVEL_LANES_TARGET int first_stages(const int32_t *src, int32_t *dst, const Pla
                                      const Layout &l, int guard, bool swap, int known) {
     const int32_t *tw = p.tw + l.twOffset[1];
     return with_first_stages<Range, KnownRange>(l, swap, known, [&](auto n, auto sw, auto range) {
+        using R = typename decltype(range)::type;
         if constexpr (n == 128) {
-            return first_stages2<sw, n, decltype(range)>(src, dst, l, tw, guard, known);
+            return first_stages2<sw, n, R>(src, dst, l, tw, guard, known);
         } else {
-            return first_stages4<sw, n, decltype(range)>(src, dst, l, tw, guard, known);
+            return first_stages4<sw, n, R>(src, dst, l, tw, guard, known);
         }
     });
 }

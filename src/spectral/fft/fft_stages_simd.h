@@ -47,14 +47,14 @@ inline void with_stage(const Layout &l, int s, bool swap, F &&f) {
 }
 
 // The fused first stages' choices, made alike on every back end: f is called with n, swap and
-// a value-initialised range type, Known (which takes the caller's headroom) when known >= 0,
-// else Scan (which finds it while the stages read the input).
+// the range type as a std::type_identity, Known (which takes the caller's headroom) when
+// known >= 0, else Scan (which finds it while the stages read the input).
 template <class Scan, class Known, class F>
 inline int with_first_stages(const Layout &l, bool swap, int known, F &&f) {
     const auto run = [&](auto range) {
         return with_length(l, swap, [&](auto n, auto sw) { return f(n, sw, range); });
     };
-    return known >= 0 ? run(Known{}) : run(Scan{});
+    return known >= 0 ? run(std::type_identity<Known>{}) : run(std::type_identity<Scan>{});
 }
 
 // The first two stages (the radix-2 or radix-4 one and radix-4 stage 1) from src (re / im
